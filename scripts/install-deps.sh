@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages this project needs, and only those that are missing.
+# The one place that lists them: the Makefile, CI and the README all rely on this script.
+set -euo pipefail
+
+PACKAGES=(
+    # build
+    cmake g++ make pkg-config
+    # library
+    libexpat1-dev
+    # tests and benchmarks
+    libgtest-dev libgmock-dev libbenchmark-dev
+    # command-line tool
+    libcli11-dev nlohmann-json3-dev
+    # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
+    clang libclang-rt-14-dev gcovr
+)
+
+missing=()
+for package in "${PACKAGES[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}"
+if [ "$(id -u)" -ne 0 ]; then
+    echo "install-deps: missing packages and not root; run as root or install them: ${missing[*]}" >&2
+    exit 1
+fi
+apt-get update
+DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"

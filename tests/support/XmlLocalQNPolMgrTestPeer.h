@@ -1,0 +1,42 @@
+#ifndef QN_TESTS_XMLLOCALQNPOLMGRTESTPEER_H
+#define QN_TESTS_XMLLOCALQNPOLMGRTESTPEER_H
+
+// Narrow access to the manager's private steps and state, for tests only.
+
+#include <map>
+#include <string>
+
+#include "XmlLocalQNPolMgr.h"
+
+class XmlLocalQNPolMgrTestPeer {
+public:
+    using StringMap = std::map<std::string, std::string>;
+
+    static XmlLocalQNPolMgr::RETAINED_FIPS_MODE retainedFipsMode(const XmlLocalQNPolMgr& m) {
+        return m.m_retainedFipsMode;
+    }
+    static bool fileUseFipsMode(const XmlLocalQNPolMgr& m) { return m.m_bFileUseFIPSMode; }
+    static const std::string& currentElement(const XmlLocalQNPolMgr& m) {
+        return m.m_currentElement;
+    }
+    static bool inAuthorizedServerList(const XmlLocalQNPolMgr& m) {
+        return m.m_bAuthorizedServerList;
+    }
+    static bool inUpdatePolicySection(const XmlLocalQNPolMgr& m) {
+        return m.m_bUpdatePolicySection;
+    }
+    static STATUSCODE policyDir(const XmlLocalQNPolMgr& m, std::string& dir) {
+        return m.getLocalSecurityPolicyDir(dir);
+    }
+    static std::string policyDir(const XmlLocalQNPolMgr& m) { return m.getLocalSecurityPolicyDir(); }
+    static bool valueIsAllowed(const XmlLocalQNPolMgr& m, const LocalPolicySetting& row,
+                               std::string& value) {
+        return m.valueIsAllowed(row, value);
+    }
+    static bool writeLocalPolicy(const XmlLocalQNPolMgr& m, const StringMap& policyMap,
+                                 const StringMap& updatePolicyMap) {
+        return m.writeLocalPolicy(policyMap, updatePolicyMap);
+    }
+};
+
+#endif  // QN_TESTS_XMLLOCALQNPOLMGRTESTPEER_H

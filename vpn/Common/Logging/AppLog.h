@@ -1,0 +1,55 @@
+#ifndef APPLOG_H
+#define APPLOG_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "LoggingTypes.h"
+
+// One log record as it reaches the sink.
+struct CAppLogRecord {
+    std::string function;  // the operation's bare name, e.g. "LoadLocalQuillnetPolicy"
+    std::string file;      // source file as passed by the caller
+    int line = 0;
+    Logging::DebugImportance importance = Logging::DBG_Trace;
+    std::string message;  // LogDebugMessage: the formatted text; LogReturnCode: text1
+                          // formatted with the variadic arguments, empty when text1 is null
+    std::string callee;   // LogReturnCode only: the failed operation, e.g. "XmlParser::parseFile"
+    uint32_t code = 0;    // LogReturnCode only: the callee's status
+};
+
+// Receives every record. A sink runs under the logging lock: it must not log itself.
+using CAppLogSink = std::function<void(const CAppLogRecord&)>;
+
+// CAppLog is the client's process-wide logging facility: static functions, no logger object.
+// Records go to one process-wide sink; the default sink writes one readable line per record
+// to standard error:
+//
+//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned 0xFEA10004
+//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//
+// Logging is thread-safe, and records reach the sink in the order they were logged.
+class CAppLog {
+public:
+    // Logs a printf-style message.
+    static void LogDebugMessage(const char* function, const char* file, int line,
+                                Logging::DebugImportance importance, const char* format, ...)
+        __attribute__((format(printf, 5, 6)));
+
+    // Logs a failed call: callee is the operation that failed, code its status. text1, when
+    // not null, is a printf-style format for the variadic arguments and becomes the record's
+    // message; text2 is accepted for interface compatibility and not recorded.
+    static void LogReturnCode(const char* function, const char* file, int line,
+                              Logging::DebugImportance importance, const char* callee,
+                              uint32_t code, const char* text1, const char* text2, ...);
+
+    // Installs a process-wide sink and returns the previous one; an empty sink restores the
+    // default, which writes to standard error.
+    static CAppLogSink SetSink(CAppLogSink sink);
+
+    // The readable one-line form of a record used by the default sink (no trailing newline).
+    static std::string FormatRecord(const CAppLogRecord& record);
+};
+
+#endif  // APPLOG_H

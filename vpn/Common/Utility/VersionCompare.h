@@ -1,0 +1,33 @@
+#ifndef VERSIONCOMPARE_H
+#define VERSIONCOMPARE_H
+
+#include <list>
+#include <string>
+
+// Version is a dotted version read from text and ordered as a list of unsigned integers.
+//
+//   Version("5.1.8.106", ".,") > Version("5.1.8.105", ".,")   // true
+//
+// The text is cut at every character of separators. Each component is the unsigned decimal
+// number formed by its leading digits: no leading digit gives 0, a number too large for
+// unsigned int gives its maximum (never an exception). Versions compare component by
+// component, missing trailing components counting as 0, so "5.1" equals "5.1.0.0".
+class Version {
+public:
+    Version(const std::string& text, const std::string& separators);
+
+    std::list<unsigned int> versionInfo;
+
+    bool operator==(const Version& other) const { return compare(other) == 0; }
+    bool operator!=(const Version& other) const { return compare(other) != 0; }
+    bool operator<(const Version& other) const { return compare(other) < 0; }
+    bool operator<=(const Version& other) const { return compare(other) <= 0; }
+    bool operator>(const Version& other) const { return compare(other) > 0; }
+    bool operator>=(const Version& other) const { return compare(other) >= 0; }
+
+private:
+    // Negative, zero or positive as this version is lower than, equal to or higher than other.
+    int compare(const Version& other) const;
+};
+
+#endif  // VERSIONCOMPARE_H

@@ -1,0 +1,150 @@
+// The manager's lifecycle, the policy file's location, and loading with FIPS retention.
+
+#include "XmlLocalQNPolMgr.h"
+
+#include "AppLog.h"
+#include "InstanceSmartPtr.h"
+#include "StoragePath.h"
+#include "XmlLocalQNPolMgrConstants.h"
+#include "XmlParser.h"
+#include "sysutils.h"
+
+// The lock is defined first so that it is constructed before any other static object of
+// the module. sm_pInstance and sm_uiAcquisitionCount are constant-initialised.
+CManualLock XmlLocalQNPolMgr::sm_instanceLock(500);
+XmlLocalQNPolMgr* XmlLocalQNPolMgr::sm_pInstance = nullptr;
+unsigned int XmlLocalQNPolMgr::sm_uiAcquisitionCount = 0;
+
+XmlLocalQNPolMgr::XmlLocalQNPolMgr()
+    : m_bFileUseFIPSMode(false),
+      m_retainedFipsMode(NONE),
+      m_bFipsModeModifiedOnDisk(false),
+      m_bAuthorizedServerList(false),
+      m_bUpdatePolicySection(false) {
+    initializePolicyMap();
+}
+
+XmlLocalQNPolMgr::~XmlLocalQNPolMgr() = default;
+
+STATUSCODE XmlLocalQNPolMgr::createSingletonInstance(XmlLocalQNPolMgr*& rpXmlLocalQNPolMgr) {
+    rpXmlLocalQNPolMgr = nullptr;
+    CAutoLockT<CManualLock> guard(sm_instanceLock);
+    if (sm_pInstance != nullptr || sm_uiAcquisitionCount != 0) {
+        return XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED;
+    }
+    // The registration owns the manager until the last releaseInstance deletes it.
+    sm_pInstance = new XmlLocalQNPolMgr();
+    sm_uiAcquisitionCount = 1;
+    rpXmlLocalQNPolMgr = sm_pInstance;
+    return XMLLOCALQNPOLMGR_SUCCESS;
+}
+
+XmlLocalQNPolMgr* XmlLocalQNPolMgr::acquireInstance() {
+    CAutoLockT<CManualLock> guard(sm_instanceLock);
+    if (sm_pInstance != nullptr) {
+        ++sm_uiAcquisitionCount;
+    }
+    return sm_pInstance;
+}
+
+void XmlLocalQNPolMgr::releaseInstance() {
+    CAutoLockT<CManualLock> guard(sm_instanceLock);
+    if (this == sm_pInstance) {
+        if (--sm_uiAcquisitionCount > 0) {
+            return;
+        }
+        sm_pInstance = nullptr;
+    }
+    // The destructor runs under the lock; it calls none of the instance operations.
+    delete this;
+}
+
+unsigned int XmlLocalQNPolMgr::GetAcquisitionCount() {
+    CAutoLockT<CManualLock> guard(sm_instanceLock);
+    return sm_uiAcquisitionCount;
+}
+
+LocalQNPolicyInfo XmlLocalQNPolMgr::GetLocalPolicyInfo() { return m_LocalQNPolicyInfo; }
+
+void XmlLocalQNPolMgr::ResetLocalPolicyInfo() { m_LocalQNPolicyInfo.Reset(); }
+
+std::map<std::string, LocalPolicySetting> XmlLocalQNPolMgr::GetPolicyTransTable() {
+    return m_policyTransTable;
+}
+
+STATUSCODE XmlLocalQNPolMgr::getLocalSecurityPolicyDir(
+    std::string& rtstrLocalSecurityPolicyDir) const {
+    rtstrLocalSecurityPolicyDir.clear();
+    CInstanceSmartPtr<CStoragePath> ispStoragePath(CStoragePath::acquireInstance());
+    if (ispStoragePath == nullptr) {
+        CAppLog::LogReturnCode("getLocalSecurityPolicyDir", qnpolicy::kSourceFile, __LINE__,
+                               Logging::DBG_Error, "CInstanceSmartPtr<StoragePath>",
+                               static_cast<uint32_t>(CSTORAGEPATH_ERROR_NO_INSTANCE), nullptr,
+                               nullptr);
+        return CSTORAGEPATH_ERROR_NO_INSTANCE;
+    }
+    rtstrLocalSecurityPolicyDir = ispStoragePath->GetMainPath(0, false);
+    return XMLLOCALQNPOLMGR_SUCCESS;
+}
+
+std::string XmlLocalQNPolMgr::getLocalSecurityPolicyDir() const {
+    std::string tstrDir;
+    const STATUSCODE status = getLocalSecurityPolicyDir(tstrDir);
+    if (status != XMLLOCALQNPOLMGR_SUCCESS) {
+        CAppLog::LogReturnCode("getLocalSecurityPolicyDir", qnpolicy::kSourceFile, __LINE__,
+                               Logging::DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir",
+                               static_cast<uint32_t>(status), nullptr, nullptr);
+        return std::string();
+    }
+    return tstrDir;
+}
+
+bool XmlLocalQNPolMgr::LocalPolicyFileExists() {
+    return fileExists(getLocalSecurityPolicyDir() + qnpolicy::kPolicyFileName);
+}
+
+STATUSCODE XmlLocalQNPolMgr::GetLocalPolicyLocation(std::string& rtstrLocalPolicyDirPath,
+                                                    std::string& rtstrLocalPolicyFileName) const {
+    const STATUSCODE status = getLocalSecurityPolicyDir(rtstrLocalPolicyDirPath);
+    if (status != XMLLOCALQNPOLMGR_SUCCESS) {
+        CAppLog::LogReturnCode("GetLocalPolicyLocation", qnpolicy::kSourceFile, __LINE__,
+                               Logging::DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir",
+                               static_cast<uint32_t>(status), nullptr, nullptr);
+        return status;
+    }
+    rtstrLocalPolicyFileName = qnpolicy::kPolicyFileName;
+    return XMLLOCALQNPOLMGR_SUCCESS;
+}
+
+STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
+    m_LocalQNPolicyInfo.Reset();
+    if (!LocalPolicyFileExists()) {
+        return XMLLOCALQNPOLMGR_SUCCESS;
+    }
+
+    XmlParser xmlParser(this);
+    m_bFileUseFIPSMode = false;
+    // A parse that stopped inside a section must not change how the next file is read.
+    m_currentElement.clear();
+    m_bAuthorizedServerList = false;
+    m_bUpdatePolicySection = false;
+
+    const std::string tstrPath = getLocalSecurityPolicyDir() + qnpolicy::kPolicyFileName;
+    const STATUSCODE status = xmlParser.parseFile(tstrPath, true);
+    if (status != XMLLOCALQNPOLMGR_SUCCESS) {
+        CAppLog::LogReturnCode("LoadLocalQuillnetPolicy", qnpolicy::kSourceFile, __LINE__,
+                               Logging::DBG_Error, "XmlParser::parseFile",
+                               static_cast<uint32_t>(status), nullptr, nullptr);
+        return status;
+    }
+
+    if (m_retainedFipsMode == NONE) {
+        m_retainedFipsMode = m_bFileUseFIPSMode ? ENABLED : DISABLED;
+    }
+    m_LocalQNPolicyInfo.UseFIPSMode(m_retainedFipsMode == ENABLED);
+    m_bFipsModeModifiedOnDisk = m_bFileUseFIPSMode != m_LocalQNPolicyInfo.UseFIPSMode();
+    CAppLog::LogDebugMessage("LoadLocalQuillnetPolicy", qnpolicy::kSourceFile, __LINE__,
+                             Logging::DBG_Informational, "FIPS mode is %s.",
+                             m_LocalQNPolicyInfo.UseFIPSMode() ? "enabled" : "disabled");
+    return XMLLOCALQNPOLMGR_SUCCESS;
+}

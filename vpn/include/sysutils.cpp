@@ -1,0 +1,8 @@
+#include "sysutils.h"
+
+#include <sys/stat.h>
+
+bool fileExists(const std::string& path) {
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0;
+}

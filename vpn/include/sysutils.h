@@ -1,0 +1,11 @@
+#ifndef SYSUTILS_H
+#define SYSUTILS_H
+
+#include <string>
+
+// True when any file-system entry exists at the path, a dangling symbolic link included
+// (lstat succeeds). A path that exists but cannot be read is reported as existing, so that
+// the caller fails loudly on it instead of silently treating it as absent.
+bool fileExists(const std::string& path);
+
+#endif  // SYSUTILS_H
