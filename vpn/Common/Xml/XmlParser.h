@@ -14,6 +14,12 @@ enum XMLPARSER_ERRORS : STATUSCODE {
     XMLPARSER_NOTERROR_BASEVALUE = STATUSCODE_BLOCK_BASE(0xA1),
     XMLPARSER_ERROR_NOT_IMPLEMENTED = XMLPARSER_NOTERROR_BASEVALUE + STATUSCODE_OFFSET_NOT_IMPLEMENTED,
     XMLPARSER_ERROR_NULL_POINTER = XMLPARSER_NOTERROR_BASEVALUE + STATUSCODE_OFFSET_NULL_POINTER,
+    // The module's own codes.
+    XMLPARSER_ERROR_FILE_OPEN = XMLPARSER_NOTERROR_BASEVALUE + 11,        // missing, not a regular file, no access
+    XMLPARSER_ERROR_FILE_READ = XMLPARSER_NOTERROR_BASEVALUE + 12,        // read(2) failed part-way
+    XMLPARSER_ERROR_NOT_WELL_FORMED = XMLPARSER_NOTERROR_BASEVALUE + 13,  // expat reported an error
+    XMLPARSER_ERROR_DOCTYPE_REFUSED = XMLPARSER_NOTERROR_BASEVALUE + 14,  // bSecure and a DOCTYPE
+    XMLPARSER_ERROR_UNKNOWN = XMLPARSER_NOTERROR_BASEVALUE + 15,
 };
 
 // XmlParser parses one XML document and delivers its events to an XmlMgr handler on the
@@ -28,6 +34,15 @@ public:
 
     // Parses the file at path; 0 when the document was parsed to its end.
     STATUSCODE parseFile(const std::string& path, bool bSecure);
+
+    // Parses an in-memory document the same way; name stands for the document in the log.
+    STATUSCODE parseBuffer(const char* data, size_t size, bool bSecure,
+                           const std::string& name = "<buffer>");
+
+    // During a callback: the 1-based line and column where the markup that caused the event
+    // starts (for setElementValue, the end tag that completes the text). 0 outside a parse.
+    unsigned long CurrentLine() const;
+    unsigned long CurrentColumn() const;
 
 private:
     XmlMgr* m_pXmlMgr;
