@@ -3,7 +3,7 @@
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
 
-.PHONY: all deps build run test asan-test clean
+.PHONY: all deps build run test asan-test tsan-test fuzz clean
 
 all: build
 
@@ -25,6 +25,17 @@ asan-test: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+tsan-test: deps
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
+
+# Each libFuzzer target for FUZZ_SECONDS seconds (default 60).
+fuzz: deps
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	bash scripts/fuzz.sh
 
 clean:
 	rm -rf build build-*
