@@ -3,7 +3,7 @@
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
 
-.PHONY: all deps build run test asan-test tsan-test fuzz clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage clean
 
 all: build
 
@@ -36,6 +36,10 @@ fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	bash scripts/fuzz.sh
+
+# Line and branch coverage of vpn/ (gcovr).
+coverage: deps
+	bash scripts/coverage.sh
 
 clean:
 	rm -rf build build-*
