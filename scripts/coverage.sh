@@ -10,5 +10,5 @@ cmake --build --preset coverage
 find build-coverage -name '*.gcda' -delete
 ctest --preset coverage
 gcovr --root "$root" --filter "$root/vpn/" --object-directory build-coverage \
-    --exclude-directories "build-coverage/CMakeFiles" --exclude-unreachable-branches --exclude-throw-branches \
+    --exclude-directories "build-coverage/CMakeFiles/[0-9]" --exclude-unreachable-branches --exclude-throw-branches \
     --html-details build-coverage/coverage.html --print-summary --txt build-coverage/coverage.txt
