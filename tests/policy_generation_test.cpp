@@ -38,6 +38,11 @@ std::string policyDocument(const std::vector<std::string>& children) {
     return document + "</QuillnetLocalPolicy>\n";
 }
 
+// One line of the document: an element with its text at the given nesting depth.
+std::string leaf(size_t depth, const std::string& name, const std::string& text) {
+    return std::string(depth * 4, ' ') + "<" + name + ">" + text + "</" + name + ">";
+}
+
 // Owns argument strings and hands them out as the char** the installer passes.
 class Arguments {
   public:
@@ -103,8 +108,7 @@ TEST_F(PolicyGenerationTest, WritesTheExampleDocument) {
                   "    <FipsMode>true</FipsMode>",
                   "    <RestrictTunnelProtocols>false</RestrictTunnelProtocols>",
                   "    <UpdatePolicy>",
-                  "        <AllowSoftwareUpdatesFromAnyServer>false"
-                  "</AllowSoftwareUpdatesFromAnyServer>",
+                  leaf(2, "AllowSoftwareUpdatesFromAnyServer", "false"),
                   "        <AuthorizedServerList>",
                   "            <ServerName>gw1</ServerName>",
                   "            <ServerName>gw2</ServerName>",
@@ -264,10 +268,8 @@ TEST_F(PolicyGenerationTest, OrdinarySettingsComeInByteOrderBeforeTheUpdateSecti
                   "    <RestrictTunnelProtocols>false</RestrictTunnelProtocols>",
                   "    <alpha>lower</alpha>",
                   "    <UpdatePolicy>",
-                  "        <AllowComplianceModuleUpdatesFromAnyServer>false"
-                  "</AllowComplianceModuleUpdatesFromAnyServer>",
-                  "        <AllowVPNProfileUpdatesFromAnyServer>true"
-                  "</AllowVPNProfileUpdatesFromAnyServer>",
+                  leaf(2, "AllowComplianceModuleUpdatesFromAnyServer", "false"),
+                  leaf(2, "AllowVPNProfileUpdatesFromAnyServer", "true"),
                   "        <AuthorizedServerList>",
                   "            <ServerName>gw</ServerName>",
                   "        </AuthorizedServerList>",
@@ -277,11 +279,10 @@ TEST_F(PolicyGenerationTest, OrdinarySettingsComeInByteOrderBeforeTheUpdateSecti
 
 TEST_F(PolicyGenerationTest, UpdateSectionAloneIsTheRootsOnlyChild) {
     ASSERT_TRUE(write({}, {{"AllowHelpUpdatesFromAnyServer", "true"}}));
-    EXPECT_EQ(qntest::readFile(policyPath()),
-              policyDocument({"    <UpdatePolicy>",
-                              "        <AllowHelpUpdatesFromAnyServer>true"
-                              "</AllowHelpUpdatesFromAnyServer>",
-                              "    </UpdatePolicy>"}));
+    EXPECT_EQ(
+        qntest::readFile(policyPath()),
+        policyDocument({"    <UpdatePolicy>", leaf(2, "AllowHelpUpdatesFromAnyServer", "true"),
+                        "    </UpdatePolicy>"}));
 }
 
 struct SplitCase {
