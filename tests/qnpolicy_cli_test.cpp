@@ -396,8 +396,10 @@ TEST(ToolCheck, ReportsFindingsWithPositionsAsTextAndJson) {
 
 TEST(ToolCheck, DtdIsAFindingAndNotAParseError) {
     qntest::TempDir dir;
-    const std::string path = dir.write(
-        "dtd.xml", "<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n" + document(""));
+    const std::string path =
+        dir.write("dtd.xml",
+                  "<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n"
+                  "<QuillnetLocalPolicy qnversion=\"5.1.8.105\"></QuillnetLocalPolicy>\n");
     const ToolRun run = runTool({"check", "--json", path});
     EXPECT_EQ(run.status, kExitFindings);
     const Json findings = parseJson(run).at("findings");

@@ -147,8 +147,8 @@ LintResult CPolicyLinter::LintFile(const std::string& path) {
             const auto position = findDoctype(path);
             report(position.first, position.second, findingkind::kDoctype,
                    "The file declares a DTD. The client refuses every policy file with a "
-                   "DOCTYPE declaration and then runs with the default policy; remove the "
-                   "declaration.");
+                   "DOCTYPE declaration: loading fails and none of its settings take effect. "
+                   "Remove the declaration.");
         }
     }
     if (status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
@@ -157,7 +157,7 @@ LintResult CPolicyLinter::LintFile(const std::string& path) {
     if (status != XMLPARSER_SUCCESS) {
         CAppLog::LogReturnCode("LintFile", kSourceFile, __LINE__, Logging::DBG_Error,
                                "XmlParser::parseFile", static_cast<uint32_t>(status),
-                               "cannot lint %s", path.c_str());
+                               "cannot lint %s", nullptr, path.c_str());
     }
     LintResult result;
     result.parseStatus = status;
