@@ -69,7 +69,9 @@ struct LintCase {
 };
 
 // Names the case in gtest's messages instead of dumping its bytes.
-void PrintTo(const LintCase& lintCase, std::ostream* os) { *os << lintCase.name; }
+void PrintTo(const LintCase& lintCase, std::ostream* os) {
+    *os << lintCase.name;
+}
 
 class FlawedDocument : public ::testing::TestWithParam<LintCase> {};
 
@@ -220,6 +222,26 @@ INSTANTIATE_TEST_SUITE_P(Linter, FlawedDocument, ::testing::ValuesIn(kLintCases)
                          [](const ::testing::TestParamInfo<LintCase>& info) {
                              return std::string(info.param.name);
                          });
+
+// The sample that `make run` checks keeps one flaw of each common kind at a known line.
+TEST(LinterSample, ShippedFlawedPolicyShowsTheCommonMistakes) {
+    XmlLocalQNPolMgr manager;
+    CPolicyLinter linter(manager.GetPolicyTransTable());
+    const LintResult result = linter.LintFile(QN_FLAWED_SAMPLE);
+    ASSERT_EQ(result.parseStatus, XMLPARSER_SUCCESS);
+    EXPECT_EQ(kindsAndLines(result),
+              (std::vector<KindAtLine>{{kind::kNewerVersion, 4},
+                                       {kind::kNonBooleanValue, 5},
+                                       {kind::kUnknownElement, 6},
+                                       {kind::kUnknownCachingToken, 7},
+                                       {kind::kIgnoredCachingToken, 7},
+                                       {kind::kTunnelValueNotApplied, 8},
+                                       {kind::kDuplicateSetting, 10},
+                                       {kind::kUpdatePermissionOutsideSection, 11},
+                                       {kind::kServerListText, 14},
+                                       {kind::kServerListOutsideSection, 16}}))
+        << describe(result);
+}
 
 TEST(LinterPositions, ReportLineAndColumnOfTheStartTag) {
     const LintResult result = lint(document("    <FipMode>true</FipMode>\n"));
