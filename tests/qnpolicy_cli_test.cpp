@@ -37,6 +37,7 @@ ToolRun runTool(const std::vector<std::string>& args) {
     std::vector<std::string> argvText = {QNPOLICY_BINARY};
     argvText.insert(argvText.end(), args.begin(), args.end());
     std::vector<char*> argv;
+    argv.reserve(argvText.size() + 1);
     for (std::string& arg : argvText) {
         argv.push_back(arg.data());
     }

@@ -13,6 +13,8 @@ inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUnreadable = 2;
 // An unknown subcommand or option, a missing or malformed argument.
 inline constexpr int kExitUsage = 64;
+// An unexpected exception, such as running out of memory (EX_SOFTWARE of sysexits.h).
+inline constexpr int kExitInternal = 70;
 
 // The text of the exit-code table, appended to every --help.
 inline constexpr char kExitCodeHelp[] =
@@ -21,7 +23,8 @@ inline constexpr char kExitCodeHelp[] =
     "  1   generate: the policy file could not be written; show: the policy could not be\n"
     "      loaded; check: findings were reported\n"
     "  2   check: the file is missing, unreadable or not well-formed XML\n"
-    "  64  usage error: unknown subcommand or option, missing or malformed argument\n";
+    "  64  usage error: unknown subcommand or option, missing or malformed argument\n"
+    "  70  internal error (an unexpected exception, such as running out of memory)\n";
 
 }  // namespace qnpolicy::tool
 

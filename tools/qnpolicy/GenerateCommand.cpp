@@ -61,6 +61,7 @@ int RunGenerate(const std::string& installDir, const std::vector<std::string>& p
     // GenerateLocalPolicy takes mutable C strings; these copies live for the call.
     std::vector<std::string> copies = policyArgs;
     std::vector<char*> argv;
+    argv.reserve(copies.size());
     for (std::string& copy : copies) {
         argv.push_back(copy.data());
     }

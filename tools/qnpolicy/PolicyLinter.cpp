@@ -108,8 +108,13 @@ CPolicyLinter::CPolicyLinter(const std::map<std::string, LocalPolicySetting>& vo
         }
         m_elementKinds[name] = eKind;
     }
+    m_knownNames.reserve(m_elementKinds.size());
     for (const auto& entry : m_elementKinds) {
         m_knownNames.push_back(entry.first);
+    }
+    m_cachingTexts.reserve(sg_restrictPrefCachingOptionToStrMap.size());
+    for (const auto& entry : sg_restrictPrefCachingOptionToStrMap) {
+        m_cachingTexts.push_back(entry.second);
     }
 }
 
@@ -398,10 +403,7 @@ void CPolicyLinter::checkBooleanText(const OpenElement& element, const std::stri
 }
 
 void CPolicyLinter::checkCachingList(const OpenElement& element, const std::string& text) {
-    std::vector<std::string> optionTexts;
-    for (const auto& entry : sg_restrictPrefCachingOptionToStrMap) {
-        optionTexts.push_back(entry.second);
-    }
+    const std::vector<std::string>& optionTexts = m_cachingTexts;
     const std::vector<std::string> tokens =
         CStringUtils::tokenize(text, sg_restrictPrefCachingDelim);
     if (tokens.empty()) {

@@ -86,7 +86,8 @@ class CPolicyLinter : public XmlMgr {
     void checkEmptyElement(const OpenElement& element);
 
     std::map<std::string, ElementKind> m_elementKinds;
-    std::vector<std::string> m_knownNames;
+    std::vector<std::string> m_knownNames;    // candidates for "did you mean"
+    std::vector<std::string> m_cachingTexts;  // the six caching option texts
 
     // State of one lint run.
     const XmlParser* m_pParser = nullptr;

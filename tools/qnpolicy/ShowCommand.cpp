@@ -118,8 +118,9 @@ Json toJson(const std::string& path, bool bExists, XmlLocalQNPolMgr& manager) {
 // One "name value" line, the values of all levels aligned in one column.
 void printLine(std::ostream& out, const std::string& name, const std::string& value,
                int level = 1) {
-    out << std::string(2 * level, ' ') << std::left << std::setw(kNameWidth - 2 * level) << name
-        << value << '\n';
+    const int indent = 2 * level;
+    out << std::string(static_cast<size_t>(indent), ' ') << std::left
+        << std::setw(kNameWidth - indent) << name << value << '\n';
 }
 
 void printFlags(std::ostream& out, const LocalQNPolicyInfo& info, const FlagRow* first,

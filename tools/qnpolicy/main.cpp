@@ -19,6 +19,7 @@
 namespace {
 
 using qnpolicy::tool::kExitCodeHelp;
+using qnpolicy::tool::kExitInternal;
 using qnpolicy::tool::kExitSuccess;
 using qnpolicy::tool::kExitUsage;
 
@@ -37,9 +38,8 @@ void addInstallDir(CLI::App& command, std::string& installDir) {
     command.footer(kExitCodeHelp);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// Parses the command line and runs the chosen subcommand.
+int run(int argc, char** argv) {
     CLI::App app{
         "qnpolicy " QN_CLIENT_VERSION
         ": generate, show and check the client's local policy file QuillnetLocalPolicy.xml.\n"
@@ -109,4 +109,19 @@ int main(int argc, char** argv) {
         return qnpolicy::tool::RunCheck(installDir, checkFile, bJson, std::cout, std::cerr);
     }
     return qnpolicy::tool::RunVocabulary(installDir, bJson, std::cout, std::cerr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // The module throws nothing of its own; what can still arrive here (allocation
+    // failures, the standard library's exceptions) ends the run with a message, not abort().
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "qnpolicy: internal error: " << error.what() << '\n';
+    } catch (...) {
+        std::cerr << "qnpolicy: internal error: unknown exception\n";
+    }
+    return kExitInternal;
 }
