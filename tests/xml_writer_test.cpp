@@ -20,6 +20,7 @@
 
 #include "QNCSaxWriter.h"
 #include "TestSupport.h"
+#include "XmlParser.h"
 
 namespace {
 
@@ -513,6 +514,8 @@ TEST_F(XmlWriterTest, KilledWriterNeverLeavesAPartialFile) {
         ASSERT_TRUE(content == documentA || content == documentB)
             << "partial or foreign content after kill " << kills << ", " << content.size()
             << " bytes";
+        XmlMgr ignoreEvents;
+        ASSERT_EQ(XmlParser(&ignoreEvents).parseFile(path(), true), XMLPARSER_SUCCESS);
         // A kill between creating and renaming the temporary file may leave it behind, and
         // only it: a hidden sibling of the target.
         for (const std::string& name : directoryEntries(m_dir.path())) {

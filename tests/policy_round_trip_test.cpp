@@ -1,0 +1,246 @@
+// What generation and the writer put into a file reads back through the parser exactly.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "QNCSaxWriter.h"
+#include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
+#include "XmlParser.h"
+
+namespace {
+
+using Events = std::vector<std::string>;
+
+// Records every event as one line: "<name", "@name=value", "=text", ">name".
+class RecordingMgr : public XmlMgr {
+  public:
+    void addElement(const std::string& name) override { events.push_back("<" + name); }
+    void endElement(const std::string& name) override { events.push_back(">" + name); }
+    void setElementValue(const std::string& value) override { events.push_back("=" + value); }
+    void addAttribute(const std::string& name, const std::string& value) override {
+        events.push_back("@" + name + "=" + value);
+    }
+    Events events;
+};
+
+Events parseEvents(const std::string& path) {
+    RecordingMgr recorder;
+    EXPECT_EQ(XmlParser(&recorder).parseFile(path, true), XMLPARSER_SUCCESS) << path;
+    return recorder.events;
+}
+
+// The events of a policy document whose root holds the given events.
+Events policyEvents(const Events& children) {
+    Events events = {
+        "<QuillnetLocalPolicy",
+        "@xmlns=http://schemas.xmlsoap.org/encoding/",
+        "@xmlns:xsi=http://www.w3.org/2001/XMLSchema-instance",
+        "@xsi:schemaLocation=http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd",
+        "@qnversion=5.1.8.105",
+    };
+    events.insert(events.end(), children.begin(), children.end());
+    events.emplace_back(">QuillnetLocalPolicy");
+    return events;
+}
+
+Events leafEvents(const std::string& name, const std::string& text) {
+    return {"<" + name, "=" + text, ">" + name};
+}
+
+Events serverListEvents(const std::vector<std::string>& servers) {
+    Events events = {"<UpdatePolicy", "<AuthorizedServerList"};
+    for (const std::string& server : servers) {
+        const Events leaf = leafEvents("ServerName", server);
+        events.insert(events.end(), leaf.begin(), leaf.end());
+    }
+    events.insert(events.end(), {">AuthorizedServerList", ">UpdatePolicy"});
+    return events;
+}
+
+class PolicyRoundTripTest : public ::testing::Test {
+  protected:
+    std::string policyPath() const { return m_dir.path() + qnpolicy::kPolicyFileName; }
+
+    bool generate(const std::string& argument) {
+        std::string copy = argument;
+        char* args[] = {copy.data()};
+        return m_mgr->GenerateLocalPolicy(args, 1, true);
+    }
+
+    qntest::TempDir m_dir;
+    qntest::StoragePathScope m_paths{m_dir.path()};
+    qntest::ManagerScope m_mgr;
+};
+
+TEST_F(PolicyRoundTripTest, EveryAbbreviationAndEachOfItsValuesReadsBack) {
+    // Rows without a value list take free text: realistic samples (server lists are split,
+    // so their samples hold no separator; splitting has its own tests).
+    const std::list<std::string> cachingTexts = {"All", "Credentials,Thumbprints", "false"};
+    const std::list<std::string> serverTexts = {"gw1", "vpn.example.com"};
+    int checked = 0;
+    for (const auto& row : m_mgr->GetPolicyTransTable()) {
+        const LocalPolicySetting& setting = row.second;
+        const bool bServerList = setting.tstrFullName == qnpolicy::kAuthorizedServerListElement;
+        const std::list<std::string>& values = !setting.listAllowedValues.empty()
+                                                   ? setting.listAllowedValues
+                                               : bServerList ? serverTexts
+                                                             : cachingTexts;
+        for (const std::string& value : values) {
+            SCOPED_TRACE(row.first + "=" + value);
+            ASSERT_TRUE(generate(row.first + "=" + value));
+            Events children;
+            if (bServerList) {
+                children = serverListEvents({value});
+            } else if (setting.bIsUpdatePolicy) {
+                children = leafEvents(setting.tstrFullName, value);
+                children.insert(children.begin(), "<UpdatePolicy");
+                children.emplace_back(">UpdatePolicy");
+            } else {
+                children = leafEvents(setting.tstrFullName, value);
+            }
+            EXPECT_EQ(parseEvents(policyPath()), policyEvents(children));
+            ++checked;
+        }
+    }
+    EXPECT_EQ(m_mgr->GetPolicyTransTable().size(), 29u);
+    EXPECT_GE(checked, 29 * 2);
+}
+
+TEST_F(PolicyRoundTripTest, FreeTextWithMarkupCarriageReturnsAndSpacesReadsBackExactly) {
+    const std::vector<std::string> texts = {
+        "a<b>&c\"d'e",
+        "]]>",
+        "line1\r\nline2\rline3\n",
+        "  lead and trail  ",
+        "\ttab\t",
+        "&amp;&#13;",
+        "caf\xC3\xA9 \xF0\x9F\x98\x80",
+        " ",
+        "<![CDATA[x]]>",
+        "<!-- not a comment -->",
+    };
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        ASSERT_TRUE(generate("rpc=" + text));
+        EXPECT_EQ(parseEvents(policyPath()),
+                  policyEvents(leafEvents("RestrictPreferenceCaching", text)));
+
+        if (text.find_first_of(",;") != std::string::npos) {
+            continue;  // a server list would split it
+        }
+        ASSERT_TRUE(generate("upal=" + text + "," + text));
+        EXPECT_EQ(parseEvents(policyPath()), policyEvents(serverListEvents({text, text})));
+    }
+}
+
+TEST_F(PolicyRoundTripTest, ExampleDocumentReadsBackElementByElement) {
+    std::vector<std::string> storage = {"bd=true", "fm=true", "rtp=false", "upsu=false",
+                                        "upal=gw1,gw2"};
+    std::vector<char*> args;
+    for (std::string& arg : storage) {
+        args.push_back(arg.data());
+    }
+    ASSERT_TRUE(m_mgr->GenerateLocalPolicy(args.data(), static_cast<int>(args.size()), false));
+    EXPECT_EQ(parseEvents(policyPath()), policyEvents({"<BypassDownloader",
+                                                       "=true",
+                                                       ">BypassDownloader",
+                                                       "<FipsMode",
+                                                       "=true",
+                                                       ">FipsMode",
+                                                       "<RestrictTunnelProtocols",
+                                                       "=false",
+                                                       ">RestrictTunnelProtocols",
+                                                       "<UpdatePolicy",
+                                                       "<AllowSoftwareUpdatesFromAnyServer",
+                                                       "=false",
+                                                       ">AllowSoftwareUpdatesFromAnyServer",
+                                                       "<AuthorizedServerList",
+                                                       "<ServerName",
+                                                       "=gw1",
+                                                       ">ServerName",
+                                                       "<ServerName",
+                                                       "=gw2",
+                                                       ">ServerName",
+                                                       ">AuthorizedServerList",
+                                                       ">UpdatePolicy"}));
+}
+
+// A random string of XML characters from every range the Char production allows, encoded as
+// UTF-8, with the characters that need escaping made frequent.
+std::string randomXmlText(std::mt19937& random) {
+    static const char32_t kSpecial[] = {'&', '<', '>', '"', '\'', '\t', '\n', '\r', ' ', ']'};
+    std::uniform_int_distribution<int> length(0, 40);
+    std::uniform_int_distribution<int> kind(0, 5);
+    std::string text;
+    const int n = length(random);
+    for (int i = 0; i < n; ++i) {
+        char32_t c = 0;
+        switch (kind(random)) {
+            case 0:
+            case 1:
+                c = kSpecial[std::uniform_int_distribution<size_t>(0, 9)(random)];
+                break;
+            case 2:
+                c = std::uniform_int_distribution<char32_t>(0x20, 0x7F)(random);
+                break;
+            case 3:
+                c = std::uniform_int_distribution<char32_t>(0x80, 0xD7FF)(random);
+                break;
+            case 4:
+                c = std::uniform_int_distribution<char32_t>(0xE000, 0xFFFD)(random);
+                break;
+            default:
+                c = std::uniform_int_distribution<char32_t>(0x10000, 0x10FFFF)(random);
+                break;
+        }
+        if (c < 0x80) {
+            text.push_back(static_cast<char>(c));
+        } else if (c < 0x800) {
+            text.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else if (c < 0x10000) {
+            text.push_back(static_cast<char>(0xE0 | (c >> 12)));
+            text.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else {
+            text.push_back(static_cast<char>(0xF0 | (c >> 18)));
+            text.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            text.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        }
+    }
+    return text;
+}
+
+TEST(XmlWriterRoundTripTest, AnyAcceptedTextAndAttributeValueReadsBackExactly) {
+    qntest::TempDir dir;
+    std::mt19937 random(20240611);
+    for (int round = 0; round < 300; ++round) {
+        const std::string text = randomXmlText(random);
+        const std::string value = randomXmlText(random);
+        SCOPED_TRACE(testing::PrintToString(text) + " / " + testing::PrintToString(value));
+        QNCSaxWriter writer(dir.path(), "doc.xml", "r");
+        TStrPairList attributes{{"a", value}};
+        writer.startDocument(&attributes);
+        writer.startElement("section", nullptr);
+        writer.startElement("e", nullptr);
+        writer.characters(text);
+        writer.endElement("e");
+        writer.endElement("section");
+        writer.endDocument();
+        ASSERT_EQ(writer.writeDocument(), QNCSAXWRITER_SUCCESS);
+
+        Events expected = {"<r", "@a=" + value, "<section", "<e"};
+        if (!text.empty()) {
+            expected.push_back("=" + text);  // an element without text delivers no text event
+        }
+        expected.insert(expected.end(), {">e", ">section", ">r"});
+        EXPECT_EQ(parseEvents(dir.path() + "doc.xml"), expected);
+    }
+}
+
+}  // namespace
