@@ -132,7 +132,7 @@ TEST_F(PolicyRoundTripTest, FreeTextWithMarkupCarriageReturnsAndSpacesReadsBackE
         if (text.find_first_of(",;") != std::string::npos) {
             continue;  // a server list would split it
         }
-        ASSERT_TRUE(generate("upal=" + text + "," + text));
+        ASSERT_TRUE(generate(std::string("upal=").append(text).append(",").append(text)));
         EXPECT_EQ(parseEvents(policyPath()), policyEvents(serverListEvents({text, text})));
     }
 }
@@ -141,6 +141,7 @@ TEST_F(PolicyRoundTripTest, ExampleDocumentReadsBackElementByElement) {
     std::vector<std::string> storage = {"bd=true", "fm=true", "rtp=false", "upsu=false",
                                         "upal=gw1,gw2"};
     std::vector<char*> args;
+    args.reserve(storage.size());
     for (std::string& arg : storage) {
         args.push_back(arg.data());
     }
