@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "PolicyDocumentFixture.h"
 #include "QNCSaxWriter.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -242,6 +245,139 @@ TEST(XmlWriterRoundTripTest, AnyAcceptedTextAndAttributeValueReadsBackExactly) {
         expected.insert(expected.end(), {">e", ">section", ">r"});
         EXPECT_EQ(parseEvents(dir.path() + "doc.xml"), expected);
     }
+}
+
+// How the reader turns each abbreviation's written value into the record: applied to a
+// default record, it gives the record a load of that one setting must produce.
+using Apply = std::function<void(LocalQNPolicyInfo&, const std::string&)>;
+
+Apply flag(void (LocalQNPolicyInfo::*setter)(bool)) {
+    return [setter](LocalQNPolicyInfo& info, const std::string& value) {
+        (info.*setter)(value == "true");
+    };
+}
+
+Apply exclusion(uint32_t mask) {
+    return [mask](LocalQNPolicyInfo& info, const std::string& value) {
+        if (value == "true") {
+            info.ExcludeCertStores(mask);
+        }
+    };
+}
+
+const std::map<std::string, Apply>& readerEffects() {
+    static const std::map<std::string, Apply> effects = {
+        {"fm", flag(&LocalQNPolicyInfo::UseFIPSMode)},
+        {"bd", flag(&LocalQNPolicyInfo::BypassDownloader)},
+        {"bdl", flag(&LocalQNPolicyInfo::BypassDefaultLocalization)},
+        {"rswd", flag(&LocalQNPolicyInfo::RestrictScriptWebDeploy)},
+        {"rhwd", flag(&LocalQNPolicyInfo::RestrictHelpWebDeploy)},
+        {"rrwd", flag(&LocalQNPolicyInfo::RestrictResourceWebDeploy)},
+        {"rlwd", flag(&LocalQNPolicyInfo::RestrictLocalizationWebDeploy)},
+        {"rwl", flag(&LocalQNPolicyInfo::RestrictWebLaunchMode)},
+        {"sct", flag(&LocalQNPolicyInfo::StrictCertTrustMode)},
+        {"ecc", flag(&LocalQNPolicyInfo::EnableCRLCheck)},
+        {"orc", flag(&LocalQNPolicyInfo::EnableOCSPRevocation)},
+        {"rsc", flag(&LocalQNPolicyInfo::SetRestrictServerCertStore)},
+        {"efn", exclusion(LocalQNPolicyInfo::kFirefoxNSSCertStoreMask)},
+        {"epf", exclusion(LocalQNPolicyInfo::kPemFileCertStoreMask)},
+        {"emn", exclusion(LocalQNPolicyInfo::kMacNativeCertStoreMask)},
+        {"ewn", exclusion(LocalQNPolicyInfo::kWinNativeCertStoreMask)},
+        {"rpc",
+         [](LocalQNPolicyInfo& info, const std::string& value) {
+             if (value == "All") {
+                 info.RestrictPrefCaching(RESTRICT_PREF_CACHING_ALL);
+             } else if (value == "Credentials,Thumbprints") {
+                 info.RestrictPrefCaching(RESTRICT_PREF_CACHING_CREDENTIALS);
+                 info.RestrictPrefCaching(RESTRICT_PREF_CACHING_THUMBPRINTS);
+             }
+         }},
+        // The reader applies only "false", "ipsec" and "tls" as spelled: the table's "TLS" and
+        // "IPSec" are written but leave the default in force.
+        {"rtp",
+         [](LocalQNPolicyInfo& info, const std::string& value) {
+             if (value == "false") {
+                 info.RestrictTunnelProtocols(RESTRICT_TUNNEL_PROTOCOL_FALSE);
+             }
+         }},
+        {"upsu", flag(&LocalQNPolicyInfo::SetSoftwareUpdateLock)},
+        {"upcu", flag(&LocalQNPolicyInfo::SetComplianceModuleSoftwareUpdateLock)},
+        {"upvp", flag(&LocalQNPolicyInfo::SetVPNProfileUpdateLock)},
+        {"upmv", flag(&LocalQNPolicyInfo::SetMgmtVPNProfileUpdateLock)},
+        {"uppp", flag(&LocalQNPolicyInfo::SetPlexoProfileUpdateLock)},
+        {"upsp", flag(&LocalQNPolicyInfo::SetServiceProfileUpdateLock)},
+        {"upscr", flag(&LocalQNPolicyInfo::SetScriptUpdateLock)},
+        {"uphlp", flag(&LocalQNPolicyInfo::SetHelpUpdateLock)},
+        {"upres", flag(&LocalQNPolicyInfo::SetResourceUpdateLock)},
+        {"uploc", flag(&LocalQNPolicyInfo::SetLocalizationUpdateLock)},
+        {"upal", [](LocalQNPolicyInfo& info,
+                    const std::string& value) { info.AddToAuthorizedServerList(value); }},
+    };
+    return effects;
+}
+
+// Generates from one argument with a fresh manager (so that no FIPS mode is retained from
+// an earlier load), loads the file back, and returns the record.
+LocalQNPolicyInfo generateAndLoad(const std::string& argument) {
+    qntest::ManagerScope mgr;
+    std::string copy = argument;
+    char* args[] = {copy.data()};
+    EXPECT_TRUE(mgr->GenerateLocalPolicy(args, 1, true));
+    EXPECT_EQ(mgr->LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
+    return mgr->GetLocalPolicyInfo();
+}
+
+class PolicyLoadRoundTripTest : public ::testing::Test {
+  protected:
+    qntest::TempDir m_dir;
+    qntest::StoragePathScope m_paths{m_dir.path()};
+    qntest::LogCapture m_log;  // keeps the loads' informational lines out of the output
+};
+
+TEST_F(PolicyLoadRoundTripTest, EveryAbbreviationAndEachOfItsValuesLoadsBack) {
+    const std::list<std::string> cachingTexts = {"All", "Credentials,Thumbprints", "false"};
+    const std::list<std::string> serverTexts = {"gw1", "vpn.example.com"};
+    std::map<std::string, LocalPolicySetting> table;
+    {
+        qntest::ManagerScope mgr;
+        table = mgr->GetPolicyTransTable();
+    }
+    ASSERT_EQ(table.size(), readerEffects().size());
+    for (const auto& row : table) {
+        const auto effect = readerEffects().find(row.first);
+        ASSERT_NE(effect, readerEffects().end()) << row.first;
+        const std::list<std::string>& values = !row.second.listAllowedValues.empty()
+                                                   ? row.second.listAllowedValues
+                                               : row.first == "upal" ? serverTexts
+                                                                     : cachingTexts;
+        for (const std::string& value : values) {
+            SCOPED_TRACE(row.first + "=" + value);
+            LocalQNPolicyInfo expected;
+            expected.QNVersion(qnpolicy::kClientVersion);
+            effect->second(expected, value);
+            EXPECT_EQ(qntest::summarize(generateAndLoad(row.first + "=" + value)),
+                      qntest::summarize(expected));
+        }
+    }
+}
+
+TEST_F(PolicyLoadRoundTripTest, ServerNamesWithMarkupCarriageReturnsAndSpacesLoadBackExactly) {
+    const std::string value = " gw1 ,a<b>&c\"d'e;line1\r\nline2\r,\ttab\t;]]>;caf\xC3\xA9";
+    const LocalQNPolicyInfo loaded = generateAndLoad("upal=" + value);
+    EXPECT_EQ(loaded.GetAuthorizedServerList(),
+              (std::list<std::string>{" gw1 ", "a<b>&c\"d'e", "line1\r\nline2\r", "\ttab\t", "]]>",
+                                      "caf\xC3\xA9"}));
+}
+
+TEST_F(PolicyLoadRoundTripTest, HundredThousandServersLoadBackInOrder) {
+    std::string value;
+    std::list<std::string> servers;
+    for (int i = 0; i < 100000; ++i) {
+        servers.push_back("gateway-" + std::to_string(i) + ".example.com");
+        value += servers.back() + (i % 2 == 0 ? "," : ";");
+    }
+    const LocalQNPolicyInfo loaded = generateAndLoad("upal=" + value);
+    EXPECT_EQ(loaded.GetAuthorizedServerList(), servers);
 }
 
 }  // namespace
