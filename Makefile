@@ -2,8 +2,9 @@
 #   make run   build and run the demo
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
+#   make bench build the Release benchmark and run it (timings, then peak memory)
 
-.PHONY: all deps build run test asan-test clean
+.PHONY: all deps build run test asan-test bench clean
 
 all: build
 
@@ -25,6 +26,12 @@ asan-test: deps
 	cmake --preset asan
 	cmake --build --preset asan
 	ctest --preset asan
+
+bench: deps
+	cmake --preset bench
+	cmake --build --preset bench
+	./build-bench/bench/policy_bench
+	./build-bench/bench/policy_bench --memory
 
 clean:
 	rm -rf build build-*

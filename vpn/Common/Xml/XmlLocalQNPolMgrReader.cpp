@@ -1,8 +1,10 @@
 // The policy document reader: the manager's four parse-event callbacks, which turn the
 // events of one "QuillnetLocalPolicy.xml" into settings of the policy record.
 
+#include <array>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "AppLog.h"
@@ -18,7 +20,7 @@ namespace {
 constexpr char kVersionSeparators[] = ".,";
 
 // The one text a boolean setting reads as true; every other text is false.
-constexpr char kTrue[] = "true";
+constexpr std::string_view kTrue = "true";
 
 constexpr char kStructureIncorrectMessage[] = "Local Policy XML structure is incorrect.";
 constexpr char kNewerVersionMessage[] =
@@ -26,9 +28,16 @@ constexpr char kNewerVersionMessage[] =
     "Unexpected behaviors can result.";
 
 // The tunnel-protocol texts the reader applies, exactly and in this order.
-constexpr char kTunnelFalse[] = "false";
-constexpr char kTunnelIpsec[] = "ipsec";
-constexpr char kTunnelTls[] = "tls";
+constexpr std::string_view kTunnelFalse = "false";
+constexpr std::string_view kTunnelIpsec = "ipsec";
+constexpr std::string_view kTunnelTls = "tls";
+
+// The structural names as views: comparing against them checks the length first.
+constexpr std::string_view kRootElement = qnpolicy::kRootElement;
+constexpr std::string_view kVersionAttribute = qnpolicy::kVersionAttribute;
+constexpr std::string_view kUpdatePolicyElement = qnpolicy::kUpdatePolicyElement;
+constexpr std::string_view kAuthorizedServerListElement = qnpolicy::kAuthorizedServerListElement;
+constexpr std::string_view kServerNameElement = qnpolicy::kServerNameElement;
 
 // What the text of a recognised element does.
 enum class RowKind {
@@ -43,15 +52,17 @@ enum class RowKind {
 
 using FlagSetter = void (LocalQNPolicyInfo::*)(bool);
 
+// Names are string views so that a comparison first checks the length: most names differ in
+// length, and the reader compares every element's name with the table.
 struct DispatchRow {
-    const char* name;
+    std::string_view name;
     RowKind kind;
     uint32_t mask;      // EXCLUDE_MASK
     FlagSetter setter;  // RECORD_FLAG and UPDATE_FLAG
 };
 
 // The element names the reader acts on, in the order they are tried; the first match acts.
-const DispatchRow kDispatchTable[] = {
+constexpr DispatchRow kDispatchTable[] = {
     {"FipsMode", RowKind::FILE_FIPS_MODE, 0, nullptr},
     {"BypassDownloader", RowKind::RECORD_FLAG, 0, &LocalQNPolicyInfo::BypassDownloader},
     {"BypassDefaultLocalization", RowKind::RECORD_FLAG, 0,
@@ -99,34 +110,65 @@ const DispatchRow kDispatchTable[] = {
      &LocalQNPolicyInfo::SetResourceUpdateLock},
     {"AllowLocalizationUpdatesFromAnyServer", RowKind::UPDATE_FLAG, 0,
      &LocalQNPolicyInfo::SetLocalizationUpdateLock},
-    {qnpolicy::kServerNameElement, RowKind::SERVER_NAME, 0, nullptr},
+    {kServerNameElement, RowKind::SERVER_NAME, 0, nullptr},
 };
 
-// The first row whose name is the element's, or null when the reader ignores the element.
-const DispatchRow* findRow(const std::string& elementName) {
+constexpr size_t longestRowName() {
+    size_t longest = 0;
     for (const DispatchRow& row : kDispatchTable) {
-        if (elementName == row.name) {
-            return &row;
+        longest = row.name.size() > longest ? row.name.size() : longest;
+    }
+    return longest;
+}
+
+// The rows grouped by the length of their names, each group in table order: a lookup compares
+// only names of the element's own length (every element's text is looked up, so this is on
+// the path of each server name), and the first match in table order still acts.
+class DispatchIndex {
+  public:
+    DispatchIndex() {
+        for (const DispatchRow& row : kDispatchTable) {
+            m_byLength[row.name.size()].push_back(&row);
         }
     }
-    return nullptr;
+
+    // The first row whose name is the element's, or null when the reader ignores the element.
+    const DispatchRow* find(std::string_view elementName) const {
+        if (elementName.size() >= m_byLength.size()) {
+            return nullptr;
+        }
+        for (const DispatchRow* row : m_byLength[elementName.size()]) {
+            if (row->name == elementName) {
+                return row;
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    std::array<std::vector<const DispatchRow*>, longestRowName() + 1> m_byLength;
+};
+
+const DispatchRow* findRow(std::string_view elementName) {
+    static const DispatchIndex index;
+    return index.find(elementName);
 }
 
 }  // namespace
 
 void XmlLocalQNPolMgr::addElement(const std::string& elementName) {
     m_currentElement.clear();
-    if (elementName == qnpolicy::kUpdatePolicyElement) {
+    if (elementName == kUpdatePolicyElement) {
         m_bUpdatePolicySection = true;
     }
-    if (elementName == qnpolicy::kAuthorizedServerListElement) {
+    if (elementName == kAuthorizedServerListElement) {
         // The list counts only inside "UpdatePolicy"; it never awaits text of its own.
         if (m_bUpdatePolicySection) {
             m_bAuthorizedServerList = true;
         }
         return;
     }
-    if (elementName == qnpolicy::kServerNameElement && !m_bAuthorizedServerList) {
+    if (elementName == kServerNameElement && !m_bAuthorizedServerList) {
         return;
     }
     m_currentElement = elementName;
@@ -134,9 +176,9 @@ void XmlLocalQNPolMgr::addElement(const std::string& elementName) {
 
 void XmlLocalQNPolMgr::endElement(const std::string& elementName) {
     m_currentElement.clear();
-    if (elementName == qnpolicy::kAuthorizedServerListElement) {
+    if (elementName == kAuthorizedServerListElement) {
         m_bAuthorizedServerList = false;
-    } else if (elementName == qnpolicy::kUpdatePolicyElement) {
+    } else if (elementName == kUpdatePolicyElement) {
         m_bUpdatePolicySection = false;
     }
 }
@@ -212,8 +254,7 @@ void XmlLocalQNPolMgr::setElementValue(const std::string& elementValue) {
 
 void XmlLocalQNPolMgr::addAttribute(const std::string& attributeName,
                                     const std::string& attributeValue) {
-    if (m_currentElement != qnpolicy::kRootElement ||
-        attributeName != qnpolicy::kVersionAttribute) {
+    if (m_currentElement != kRootElement || attributeName != kVersionAttribute) {
         return;
     }
     // Stored whatever the comparison finds; a newer document is read like any other.

@@ -29,9 +29,10 @@ constexpr char kSourceFile[] = "vpn/Common/Xml/XmlParser";
 constexpr size_t kMinFeed = size_t{64} << 10;
 constexpr size_t kMaxFeed = size_t{1} << 30;
 
-// A document of at most this size is read whole and parsed as one final piece: the fastest way
-// for the policy files this parser is made for, at a bounded memory cost.
-constexpr size_t kSingleFeedLimit = size_t{1} << 20;
+// A document smaller than this is read whole and parsed as one final piece, the fastest way
+// for a typical policy file. Larger ones are streamed: measured on policies of 0.7 to 7 MB,
+// pieces of kMinFeed that stay in the cache beat one large buffer.
+constexpr size_t kSingleFeedLimit = kMinFeed;
 
 // The position of a parse event, 1-based as editors show it.
 struct Position {

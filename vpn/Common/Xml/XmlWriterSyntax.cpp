@@ -82,44 +82,49 @@ bool isNameChar(char32_t c) {
 }
 
 // The replacement for a byte of element content, or null when the byte is copied as is.
-const char* textEscape(char c) {
-    switch (c) {
-        case '&':
-            return "&amp;";
-        case '<':
-            return "&lt;";
-        case '>':
-            return "&gt;";  // also keeps "]]>" out of content
-        case '\r':
-            return "&#13;";
-        default:
-            return nullptr;
+struct TextEscape {
+    const char* operator()(char c) const {
+        switch (c) {
+            case '&':
+                return "&amp;";
+            case '<':
+                return "&lt;";
+            case '>':
+                return "&gt;";  // also keeps "]]>" out of content
+            case '\r':
+                return "&#13;";
+            default:
+                return nullptr;
+        }
     }
-}
+};
 
 // The replacement for a byte of an attribute value, or null when the byte is copied as is.
-const char* attributeEscape(char c) {
-    switch (c) {
-        case '&':
-            return "&amp;";
-        case '<':
-            return "&lt;";
-        case '"':
-            return "&quot;";
-        case '\t':
-            return "&#9;";
-        case '\n':
-            return "&#10;";
-        case '\r':
-            return "&#13;";
-        default:
-            return nullptr;
+struct AttributeEscape {
+    const char* operator()(char c) const {
+        switch (c) {
+            case '&':
+                return "&amp;";
+            case '<':
+                return "&lt;";
+            case '"':
+                return "&quot;";
+            case '\t':
+                return "&#9;";
+            case '\n':
+                return "&#10;";
+            case '\r':
+                return "&#13;";
+            default:
+                return nullptr;
+        }
     }
-}
+};
 
-// Appends text, copying runs of plain bytes in one piece and replacing the others.
-template <typename EscapeFn>
-void appendEscaped(std::string& out, const std::string& text, EscapeFn escape) {
+// Appends text, copying runs of plain bytes in one piece and replacing the others. The
+// escape is a function object so that the per-byte test is inlined.
+template <typename Escape>
+void appendEscaped(std::string& out, const std::string& text, Escape escape) {
     size_t runStart = 0;
     for (size_t i = 0; i < text.size(); ++i) {
         const char* replacement = escape(text[i]);
@@ -141,7 +146,10 @@ bool isXmlName(const std::string& name) {
     while (pos < name.size()) {
         const bool bFirst = pos == 0;
         char32_t c = 0;
-        if (!decodeUtf8(name, pos, c)) {
+        if (static_cast<unsigned char>(name[pos]) < 0x80) {
+            c = static_cast<unsigned char>(name[pos]);  // ASCII, the common case
+            ++pos;
+        } else if (!decodeUtf8(name, pos, c)) {
             return false;
         }
         if (!(bFirst ? isNameStartChar(c) : isNameChar(c))) {
@@ -169,11 +177,11 @@ size_t findInvalidXmlText(const std::string& text) {
 }
 
 void appendEscapedText(std::string& out, const std::string& text) {
-    appendEscaped(out, text, textEscape);
+    appendEscaped(out, text, TextEscape());
 }
 
 void appendEscapedAttribute(std::string& out, const std::string& value) {
-    appendEscaped(out, value, attributeEscape);
+    appendEscaped(out, value, AttributeEscape());
 }
 
 }  // namespace qnxml
