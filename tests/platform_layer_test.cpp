@@ -9,9 +9,12 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <climits>
+#include <future>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -107,19 +110,26 @@ TEST(ManualLock, ExcludesOtherThreadsFromTheGuardedSection) {
 }
 
 TEST(ManualLock, IsReleasedByTheGuardAfterAnExceptionSoAnotherThreadCanTakeIt) {
-    CManualLock lock(500);
+    // Static and never destroyed: should the guard leave it locked, the blocked thread is
+    // left behind (detached) and still finds the lock alive until the process exits.
+    static CManualLock* const lock = new CManualLock(500);
     try {
-        CAutoLockT<CManualLock> guard(lock);
+        CAutoLockT<CManualLock> guard(*lock);
         throw std::runtime_error("leaving the guarded scope");
     } catch (const std::runtime_error&) {
     }
-    std::atomic<bool> taken{false};
-    std::thread other([&] {
-        CAutoLockT<CManualLock> guard(lock);
-        taken = true;
+    auto taken = std::make_shared<std::promise<void>>();
+    std::future<void> tookIt = taken->get_future();
+    std::thread other([taken] {
+        CAutoLockT<CManualLock> guard(*lock);
+        taken->set_value();
     });
-    other.join();
-    EXPECT_TRUE(taken.load());
+    if (tookIt.wait_for(std::chrono::seconds(5)) == std::future_status::ready) {
+        other.join();
+    } else {
+        other.detach();
+        ADD_FAILURE() << "the lock was still held after the guarded scope was left";
+    }
 }
 
 // ---------------------------------------------------------------------------------------
@@ -303,24 +313,41 @@ TEST_F(StoragePath, ConcurrentAcquisitionsAndReleasesKeepTheCount) {
     CStoragePath* pStoragePath = nullptr;
     ASSERT_EQ(CStoragePath::createSingletonInstance(pStoragePath, "/opt/client/"),
               CSTORAGEPATH_SUCCESS);
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 2000;
-    std::atomic<int> wrongInstance{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < kRounds; ++i) {
-                CInstanceSmartPtr<CStoragePath> isp(CStoragePath::acquireInstance());
-                if (isp.get() != pStoragePath) {
-                    wrongInstance.fetch_add(1);
+    constexpr unsigned int kThreads = 4;
+    constexpr unsigned int kRounds = 20000;
+    std::atomic<unsigned int> wrongInstance{0};
+    std::atomic<unsigned int> ready{0};
+    auto onAllThreads = [&](auto work) {
+        std::vector<std::thread> threads;
+        for (unsigned int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&] {
+                ready.fetch_add(1);
+                while (ready.load() < kThreads) {
+                    // start together, so that the threads contend for the count
                 }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrongInstance.load(), 0);
+                for (unsigned int i = 0; i < kRounds; ++i) {
+                    work();
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        ready = 0;
+    };
+
+    onAllThreads([&] {
+        if (CStoragePath::acquireInstance() != pStoragePath) {
+            wrongInstance.fetch_add(1);
+        }
+    });
+    EXPECT_EQ(wrongInstance.load(), 0U);
+    ASSERT_EQ(CStoragePath::GetAcquisitionCount(), 1 + kThreads * kRounds);
+
+    onAllThreads([&] {
+        CInstanceSmartPtr<CStoragePath> isp(CStoragePath::acquireInstance());
+        pStoragePath->releaseInstance();  // gives back one of the acquisitions above
+    });
     EXPECT_EQ(CStoragePath::GetAcquisitionCount(), 1U);
     pStoragePath->releaseInstance();
 }
