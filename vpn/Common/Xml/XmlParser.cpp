@@ -200,24 +200,42 @@ class XmlParser::Session {
         }
     }
 
+    // Stops the parse for a refused construct. Building the detail may throw (memory); that
+    // too is kept for rethrowing rather than let through expat.
+    template <typename Detail>
+    void refuse(StopReason reason, Detail detail) {
+        if (m_eStopReason != STOP_NONE) {
+            return;
+        }
+        try {
+            stop(reason, detail());
+        } catch (...) {
+            m_exception = std::current_exception();
+            stop(STOP_EXCEPTION, std::string());
+        }
+    }
+
     static void XMLCALL onDoctype(void* userData, const XML_Char* doctypeName,
                                   const XML_Char* /*sysid*/, const XML_Char* /*pubid*/,
                                   int /*hasInternalSubset*/) {
-        self(userData).stop(STOP_DOCTYPE, doctypeName);
+        self(userData).refuse(STOP_DOCTYPE, [doctypeName] { return std::string(doctypeName); });
     }
 
     static int XMLCALL onExternalEntity(XML_Parser parser, const XML_Char* /*context*/,
                                         const XML_Char* /*base*/, const XML_Char* systemId,
                                         const XML_Char* /*publicId*/) {
-        Session& s = self(XML_GetUserData(parser));
-        s.stop(STOP_ENTITY, std::string("external entity \"") + systemId + "\"");
+        self(XML_GetUserData(parser)).refuse(STOP_ENTITY, [systemId] {
+            return std::string("external entity \"") + systemId + "\"";
+        });
         return XML_STATUS_ERROR;
     }
 
     static void XMLCALL onSkippedEntity(void* userData, const XML_Char* entityName,
                                         int isParameterEntity) {
-        self(userData).stop(STOP_ENTITY, std::string(isParameterEntity != 0 ? "%" : "&") +
-                                             entityName + "; that was not declared or read");
+        self(userData).refuse(STOP_ENTITY, [entityName, isParameterEntity] {
+            return std::string(isParameterEntity != 0 ? "%" : "&") + entityName +
+                   "; that was not declared or read";
+        });
     }
 
     XmlMgr* m_pXmlMgr;
