@@ -1,10 +1,11 @@
 // Loading the policy file: the record reset, the FIPS-mode retention over successive loads,
-// the missing file, and parse failures that must leave the retention alone.
+// the missing file, and failed parses that must leave the retention alone.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "PolicyDocumentFixture.h"
 #include "XmlLocalQNPolMgrTestPeer.h"
@@ -12,189 +13,114 @@
 
 namespace {
 
-using qntest::summarize;
 using Peer = XmlLocalQNPolMgrTestPeer;
+using Mgr = XmlLocalQNPolMgr;
 
-constexpr char kSourceFile[] = "vpn/Common/Xml/XmlLocalQNPolMgr";
-
-std::string fipsDocument(const std::string& fipsText) {
-    return std::string("<QuillnetLocalPolicy qnversion=\"5.1.8.105\">") + "<FipsMode>" + fipsText +
-           "</FipsMode></QuillnetLocalPolicy>";
+std::string fipsDocument(const std::string& text) {
+    return "<QuillnetLocalPolicy><FipsMode>" + text + "</FipsMode></QuillnetLocalPolicy>";
 }
 
-class PolicyLoading : public qntest::PolicyDocumentFixture {
-  protected:
-    // Loads a file whose FipsMode is "true" or "false" and checks the whole outcome of a
-    // successful load: retained mode, record flag, the on-disk flag and the single log line.
-    void loadAndExpect(bool bFileFips, XmlLocalQNPolMgr::RETAINED_FIPS_MODE retained,
-                       bool bRecordFips, bool bModifiedOnDisk) {
-        writePolicy(fipsDocument(bFileFips ? "true" : "false"));
-        const LocalQNPolicyInfo info = loadAsIs();
-        EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), retained);
-        EXPECT_EQ(info.UseFIPSMode(), bRecordFips);
-        EXPECT_EQ(m_mgr->FipsModeModifiedOnDisk(), bModifiedOnDisk);
-        const std::vector<CAppLogRecord> records = m_log.records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].function, "LoadLocalQuillnetPolicy");
-        EXPECT_EQ(records[0].file, kSourceFile);
-        EXPECT_EQ(records[0].importance, Logging::DBG_Informational);
-        EXPECT_EQ(records[0].message,
-                  bRecordFips ? "FIPS mode is enabled." : "FIPS mode is disabled.");
-    }
-};
-
-TEST_F(PolicyLoading, FipsModeFromTheFirstSuccessfulLoadIsRetainedWhenEnabled) {
-    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::NONE);
-    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);  // NONE, true
-    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);  // ENABLED, true
-    loadAndExpect(false, XmlLocalQNPolMgr::ENABLED, true, true);  // ENABLED, false
-    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);  // back in agreement
+void expectFips(Mgr& mgr, Mgr::RETAINED_FIPS_MODE retained, bool bRecord, bool bModified) {
+    EXPECT_EQ(Peer::retainedFipsMode(mgr), retained);
+    EXPECT_EQ(mgr.GetLocalPolicyInfo().UseFIPSMode(), bRecord);
+    EXPECT_EQ(mgr.FipsModeModifiedOnDisk(), bModified);
 }
 
-TEST_F(PolicyLoading, FipsModeFromTheFirstSuccessfulLoadIsRetainedWhenDisabled) {
-    loadAndExpect(false, XmlLocalQNPolMgr::DISABLED, false, false);  // NONE, false
-    loadAndExpect(true, XmlLocalQNPolMgr::DISABLED, false, true);    // DISABLED, true
-    loadAndExpect(false, XmlLocalQNPolMgr::DISABLED, false, false);  // DISABLED, false
-}
+using PolicyLoading = qntest::PolicyDocumentFixture;
 
-TEST_F(PolicyLoading, OnlyTheExactTextTrueStatesFipsMode) {
-    for (const char* text : {"TRUE", "True", "1", " true", ""}) {
-        SCOPED_TRACE(text);
-        writePolicy(fipsDocument(text));
-        XmlLocalQNPolMgr mgr;  // a fresh retention for each text
-        EXPECT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
-        EXPECT_EQ(Peer::retainedFipsMode(mgr), XmlLocalQNPolMgr::DISABLED);
-        EXPECT_FALSE(mgr.GetLocalPolicyInfo().UseFIPSMode());
-    }
-    writePolicy("<QuillnetLocalPolicy/>");
-    loadAsIs();
-    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::DISABLED);
-}
-
-TEST_F(PolicyLoading, MissingFileGivesDefaultsAndKeepsTheRetention) {
-    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);
-    loadAndExpect(false, XmlLocalQNPolMgr::ENABLED, true, true);
-    ASSERT_EQ(::unlink(policyPath().c_str()), 0);
-    const LocalQNPolicyInfo info = loadAsIs();
-    EXPECT_EQ(summarize(info), summarize(LocalQNPolicyInfo()));  // FIPS flag false included
-    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::ENABLED);
-    EXPECT_TRUE(m_mgr->FipsModeModifiedOnDisk());
-    EXPECT_TRUE(m_log.records().empty());
-}
-
-TEST_F(PolicyLoading, EachLoadStartsFromTheDefaults) {
-    load(
-        "<BypassDownloader>true</BypassDownloader><UpdatePolicy><AuthorizedServerList>"
-        "<ServerName>gw</ServerName></AuthorizedServerList></UpdatePolicy>");
-    const LocalQNPolicyInfo second = load("<EnableCRLCheck>true</EnableCRLCheck>");
-    LocalQNPolicyInfo expected;
-    expected.EnableCRLCheck(true);
-    EXPECT_EQ(summarize(second), summarize(expected));
-}
-
-TEST_F(PolicyLoading, LoadingTwiceWithoutChangesGivesEqualRecords) {
-    const std::string children =
-        "<FipsMode>true</FipsMode><RestrictPreferenceCaching>Credentials</"
-        "RestrictPreferenceCaching>"
-        "<UpdatePolicy><AllowHelpUpdatesFromAnyServer>false</AllowHelpUpdatesFromAnyServer>"
-        "<AuthorizedServerList><ServerName>gw</ServerName></AuthorizedServerList></UpdatePolicy>";
-    const std::string first = summarize(load(children));
-    EXPECT_EQ(summarize(loadAsIs()), first);
-    EXPECT_NE(first, summarize(LocalQNPolicyInfo()));
-}
-
-// Each unusable policy file fails the load with the parser's status, logged once by the
-// loader, and leaves the retention and the on-disk flag exactly as they were.
-TEST_F(PolicyLoading, ParseFailureReturnsTheParsersStatusAndLeavesTheRetentionAlone) {
-    std::string bomb = "<!DOCTYPE q [<!ENTITY a \"aaaaaaaaaa\">";
-    for (int i = 1; i <= 9; ++i) {
-        bomb += "<!ENTITY " + std::string(static_cast<size_t>(i) + 1, 'a') + " \"";
-        for (int j = 0; j < 10; ++j) {
-            bomb += "&" + std::string(static_cast<size_t>(i), 'a') + ";";
-        }
-        bomb += "\">";
-    }
-    bomb += "]><QuillnetLocalPolicy>&aaaaaaaaaa;</QuillnetLocalPolicy>";
-    struct Case {
-        const char* name;
-        std::string content;
-        STATUSCODE status;
+TEST_F(PolicyLoading, FirstSuccessfulLoadFixesFipsModeAndLaterFilesOnlyMarkADifference) {
+    struct Step {
+        const char* fileText;
+        Mgr::RETAINED_FIPS_MODE retained;
+        bool bRecord;
+        bool bModified;
     };
-    const Case cases[] = {
-        {"truncated", "<QuillnetLocalPolicy><FipsMode>false</FipsMode><Bypass",
-         XMLPARSER_ERROR_NOT_WELL_FORMED},
-        {"not well-formed", "<QuillnetLocalPolicy><FipsMode>false</fipsmode></QuillnetLocalPolicy>",
-         XMLPARSER_ERROR_NOT_WELL_FORMED},
-        {"empty file", "", XMLPARSER_ERROR_NOT_WELL_FORMED},
-        {"doctype", "<!DOCTYPE QuillnetLocalPolicy><QuillnetLocalPolicy/>",
-         XMLPARSER_ERROR_DOCTYPE_REFUSED},
-        {"entity bomb", bomb, XMLPARSER_ERROR_DOCTYPE_REFUSED},
-        {"external entity",
-         "<!DOCTYPE q [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><QuillnetLocalPolicy>&e;"
+    const std::vector<Step> sequences[] = {
+        {{"true", Mgr::ENABLED, true, false},  // NONE, true
+         {"true", Mgr::ENABLED, true, false},  // ENABLED, true
+         {"false", Mgr::ENABLED, true, true}},
+        {{"TRUE", Mgr::DISABLED, false, false},  // NONE, false: only "true" is true
+         {"true", Mgr::DISABLED, false, true},
+         {"false", Mgr::DISABLED, false, false}},
+    };
+    for (const std::vector<Step>& sequence : sequences) {
+        Mgr mgr;  // a fresh retention for each sequence
+        for (const Step& step : sequence) {
+            SCOPED_TRACE(step.fileText);
+            writePolicy(fipsDocument(step.fileText));
+            m_log.clear();
+            ASSERT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
+            expectFips(mgr, step.retained, step.bRecord, step.bModified);
+            EXPECT_EQ(logged(),
+                      std::vector<std::string>{qntest::managerRecord(
+                          "LoadLocalQuillnetPolicy", Logging::DBG_Informational,
+                          step.bRecord ? "FIPS mode is enabled." : "FIPS mode is disabled.")});
+        }
+    }
+}
+
+TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
+    // A failed first load fixes nothing, though the record keeps what was read before the error.
+    writePolicy(
+        "<QuillnetLocalPolicy><FipsMode>true</FipsMode><BypassDownloader>true</BypassDownloader><");
+    EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLPARSER_ERROR_NOT_WELL_FORMED);
+    expectFips(*m_mgr, Mgr::NONE, false, false);
+    EXPECT_TRUE(m_mgr->GetLocalPolicyInfo().BypassDownloader());
+    load("<FipsMode>false</FipsMode>");
+    load("<FipsMode>true</FipsMode>");
+    expectFips(*m_mgr, Mgr::DISABLED, false, true);
+
+    const std::pair<std::string, STATUSCODE> cases[] = {
+        {"<QuillnetLocalPolicy><FipsMode>false</FipsMode><Bypass", XMLPARSER_ERROR_NOT_WELL_FORMED},
+        {"<QuillnetLocalPolicy><FipsMode>false</fipsmode>", XMLPARSER_ERROR_NOT_WELL_FORMED},
+        {"<!DOCTYPE QuillnetLocalPolicy><QuillnetLocalPolicy><FipsMode>false</FipsMode>"
          "</QuillnetLocalPolicy>",
          XMLPARSER_ERROR_DOCTYPE_REFUSED},
+        {"<!DOCTYPE q [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><q>&e;</q>",
+         XMLPARSER_ERROR_DOCTYPE_REFUSED},
+        {"", XMLPARSER_ERROR_FILE_OPEN},  // a directory at the policy path
     };
-    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);
-    loadAndExpect(false, XmlLocalQNPolMgr::ENABLED, true, true);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        writePolicy(c.content);
+    for (const auto& [content, status] : cases) {
+        SCOPED_TRACE(content);
+        if (status == XMLPARSER_ERROR_FILE_OPEN) {
+            std::filesystem::remove(policyPath());
+            std::filesystem::create_directory(policyPath());
+        } else {
+            writePolicy(content);
+        }
         m_log.clear();
-        EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), c.status);
-        EXPECT_FALSE(m_mgr->GetLocalPolicyInfo().UseFIPSMode());
-        EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::ENABLED);
-        EXPECT_TRUE(m_mgr->FipsModeModifiedOnDisk());
+        EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), status);
+        expectFips(*m_mgr, Mgr::DISABLED, false, true);
         const std::vector<CAppLogRecord> records = m_log.records();
         ASSERT_EQ(records.size(), 2U);  // the parser's reason, then the loader's line
         EXPECT_EQ(records[0].function, "parseFile");
-        EXPECT_EQ(records[1].function, "LoadLocalQuillnetPolicy");
-        EXPECT_EQ(records[1].file, kSourceFile);
-        EXPECT_EQ(records[1].importance, Logging::DBG_Error);
-        EXPECT_EQ(records[1].callee, "XmlParser::parseFile");
-        EXPECT_EQ(records[1].code, static_cast<uint32_t>(c.status));
+        EXPECT_EQ(qntest::describe(records[1]),
+                  qntest::managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Error, "",
+                                        "XmlParser::parseFile", static_cast<uint32_t>(status)));
     }
+
+    std::filesystem::remove(policyPath());
+    EXPECT_EQ(qntest::summarize(loadAsIs()), qntest::summarize(LocalQNPolicyInfo()));
+    expectFips(*m_mgr, Mgr::DISABLED, false, true);
+    EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(PolicyLoading, PolicyPathThatIsNotARegularFileFailsTheLoad) {
-    const std::string targets[] = {"/dev/null", "/dev/zero", dir()};
-    for (const std::string& target : targets) {
-        SCOPED_TRACE(target);
-        ::unlink(policyPath().c_str());
-        ASSERT_EQ(::symlink(target.c_str(), policyPath().c_str()), 0);
-        m_log.clear();
-        EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLPARSER_ERROR_FILE_OPEN);
-        EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::NONE);
-        ASSERT_EQ(m_log.records().size(), 2U);
-        EXPECT_EQ(m_log.records()[1].code, static_cast<uint32_t>(XMLPARSER_ERROR_FILE_OPEN));
-    }
-}
-
-TEST_F(PolicyLoading, FailedFirstLoadLeavesTheRetentionOpenForTheNextSuccess) {
-    writePolicy("<QuillnetLocalPolicy><FipsMode>true</FipsMode>");
-    m_log.clear();
-    EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLPARSER_ERROR_NOT_WELL_FORMED);
-    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::NONE);
-    EXPECT_TRUE(Peer::fileUseFipsMode(*m_mgr));  // as far as the parse got
-    loadAndExpect(false, XmlLocalQNPolMgr::DISABLED, false, false);
-}
-
-TEST_F(PolicyLoading, FailedParseKeepsWhatWasReadBeforeTheError) {
-    writePolicy("<QuillnetLocalPolicy><BypassDownloader>true</BypassDownloader><Broken>");
-    EXPECT_NE(m_mgr->LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
-    EXPECT_TRUE(m_mgr->GetLocalPolicyInfo().BypassDownloader());
-}
-
-TEST_F(PolicyLoading, FailedParseInsideTheUpdateSectionDoesNotChangeHowTheNextFileIsRead) {
+TEST_F(PolicyLoading, EachLoadStartsFromDefaultsAndFromOutsideEverySection) {
+    // The first file stops inside the server list, inside the update section.
     writePolicy(
-        "<QuillnetLocalPolicy><UpdatePolicy><AuthorizedServerList><ServerName>gw</ServerName>");
+        "<QuillnetLocalPolicy><EnableCRLCheck>true</EnableCRLCheck><UpdatePolicy>"
+        "<AuthorizedServerList><ServerName>gw</ServerName>");
     EXPECT_NE(m_mgr->LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
-    // Outside any section now: the permission draws the warning and the names are not added.
     const LocalQNPolicyInfo info = load(
         "<AllowHelpUpdatesFromAnyServer>false</AllowHelpUpdatesFromAnyServer>"
         "<ServerName>stray</ServerName>");
-    EXPECT_TRUE(info.IsHelpUpdateAllowed());
-    EXPECT_TRUE(info.GetAuthorizedServerList().empty());
-    EXPECT_EQ(logged(Logging::DBG_Warning).size(), 1U);
+    EXPECT_EQ(qntest::summarize(info), qntest::summarize(LocalQNPolicyInfo()));
+    EXPECT_EQ(logged(),
+              (std::vector<std::string>{
+                  qntest::managerRecord("setElementValue", Logging::DBG_Warning,
+                                        "Local Policy XML structure is incorrect."),
+                  qntest::managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Informational,
+                                        "FIPS mode is disabled.")}));
 }
 
 }  // namespace

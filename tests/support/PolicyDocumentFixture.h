@@ -2,7 +2,8 @@
 #define QN_TESTS_POLICYDOCUMENTFIXTURE_H
 
 // A fixture that writes policy documents into a fresh main installation directory and loads
-// them through a registered manager, capturing every log record.
+// them through the registered manager, capturing every log record; and comparable texts of a
+// policy record and of log records, so that tests compare them whole.
 
 #include <gtest/gtest.h>
 
@@ -16,48 +17,66 @@
 
 namespace qntest {
 
-// Every getter of a record in one comparable text, so two records compare as a whole.
+// Every getter of a record in one text: version|caching|tunnel|exclude|flags|servers.
 inline std::string summarize(const LocalQNPolicyInfo& info) {
+    using I = LocalQNPolicyInfo;
+    constexpr bool (I::*kFlags[])() const = {&I::UseFIPSMode,
+                                             &I::BypassDownloader,
+                                             &I::BypassDefaultLocalization,
+                                             &I::RestrictScriptWebDeploy,
+                                             &I::RestrictHelpWebDeploy,
+                                             &I::RestrictResourceWebDeploy,
+                                             &I::RestrictLocalizationWebDeploy,
+                                             &I::RestrictWebLaunchMode,
+                                             &I::StrictCertTrustMode,
+                                             &I::IsCRLCheckEnabled,
+                                             &I::IsOCSPRevocationEnabled,
+                                             &I::IsRestrictServerCertStore,
+                                             &I::IsSoftwareUpdateAllowed,
+                                             &I::IsComplianceModuleSoftwareUpdateAllowed,
+                                             &I::IsVPNProfileUpdateAllowed,
+                                             &I::IsMgmtVPNProfileUpdateAllowed,
+                                             &I::IsPlexoProfileUpdateAllowed,
+                                             &I::IsServiceProfileUpdateAllowed,
+                                             &I::IsScriptUpdateAllowed,
+                                             &I::IsHelpUpdateAllowed,
+                                             &I::IsResourceUpdateAllowed,
+                                             &I::IsLocalizationUpdateAllowed};
     std::ostringstream out;
-    out << "version=" << info.GetQNVersion() << " fips=" << info.UseFIPSMode()
-        << " bd=" << info.BypassDownloader() << " bdl=" << info.BypassDefaultLocalization()
-        << " rswd=" << info.RestrictScriptWebDeploy() << " rhwd=" << info.RestrictHelpWebDeploy()
-        << " rrwd=" << info.RestrictResourceWebDeploy()
-        << " rlwd=" << info.RestrictLocalizationWebDeploy()
-        << " rwl=" << info.RestrictWebLaunchMode() << " sct=" << info.StrictCertTrustMode()
-        << " crl=" << info.IsCRLCheckEnabled() << " ocsp=" << info.IsOCSPRevocationEnabled()
-        << " cache=" << info.RestrictPrefCachingStr()
-        << " tunnel=" << info.RestrictTunnelProtocols() << " exclude=" << std::hex
-        << info.ExcludeCertStores() << std::dec << " rscs=" << info.IsRestrictServerCertStore()
-        << " su=" << info.IsSoftwareUpdateAllowed()
-        << " cmu=" << info.IsComplianceModuleSoftwareUpdateAllowed()
-        << " vpu=" << info.IsVPNProfileUpdateAllowed()
-        << " mvpu=" << info.IsMgmtVPNProfileUpdateAllowed()
-        << " ppu=" << info.IsPlexoProfileUpdateAllowed()
-        << " spu=" << info.IsServiceProfileUpdateAllowed()
-        << " scu=" << info.IsScriptUpdateAllowed() << " hu=" << info.IsHelpUpdateAllowed()
-        << " ru=" << info.IsResourceUpdateAllowed() << " lu=" << info.IsLocalizationUpdateAllowed()
-        << " servers=[";
-    for (const std::string& server : info.GetAuthorizedServerList()) {
-        out << "'" << server << "'";
+    out << info.GetQNVersion() << '|' << info.RestrictPrefCachingStr() << '|'
+        << info.RestrictTunnelProtocols() << '|' << std::hex << info.ExcludeCertStores() << '|';
+    for (const auto flag : kFlags) {
+        out << (info.*flag)();
     }
-    out << "]";
+    for (const std::string& server : info.GetAuthorizedServerList()) {
+        out << "|'" << server << "'";
+    }
     return out.str();
+}
+
+// A log record as one text: function, importance, source file, message, callee and code.
+inline std::string describe(const CAppLogRecord& r) {
+    return r.function + " " + std::to_string(r.importance) + " " + r.file + " \"" + r.message +
+           "\" " + r.callee + " " + std::to_string(r.code);
+}
+
+// The text of a record the manager logs.
+inline std::string managerRecord(const std::string& function, Logging::DebugImportance importance,
+                                 const std::string& message, const std::string& callee = "",
+                                 uint32_t code = 0) {
+    return describe(
+        {function, "vpn/Common/Xml/XmlLocalQNPolMgr", 0, importance, message, callee, code});
 }
 
 class PolicyDocumentFixture : public ::testing::Test {
   protected:
-    static constexpr char kRootOpen[] =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy>\n";
-    static constexpr char kRootClose[] = "</QuillnetLocalPolicy>\n";
-
     // Writes the policy file with exactly this content.
     void writePolicy(const std::string& content) {
         m_dir.write("QuillnetLocalPolicy.xml", content);
     }
-    // Writes a document whose root holds children, then loads it; expects success.
+    // Writes a root element holding these children, then loads it; expects success.
     LocalQNPolicyInfo load(const std::string& children) {
-        writePolicy(kRootOpen + children + kRootClose);
+        writePolicy("<QuillnetLocalPolicy>" + children + "</QuillnetLocalPolicy>");
         return loadAsIs();
     }
     // Loads whatever is at the policy path; expects success.
@@ -66,17 +85,14 @@ class PolicyDocumentFixture : public ::testing::Test {
         EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
         return m_mgr->GetLocalPolicyInfo();
     }
-    // The records logged since the last load, at the given importance.
-    std::vector<CAppLogRecord> logged(Logging::DebugImportance importance) const {
-        std::vector<CAppLogRecord> selected;
+    // The records logged since the last load, described.
+    std::vector<std::string> logged() const {
+        std::vector<std::string> lines;
         for (const CAppLogRecord& record : m_log.records()) {
-            if (record.importance == importance) {
-                selected.push_back(record);
-            }
+            lines.push_back(describe(record));
         }
-        return selected;
+        return lines;
     }
-    const std::string& dir() const { return m_dir.path(); }
     std::string policyPath() const { return m_dir.path() + "QuillnetLocalPolicy.xml"; }
 
     TempDir m_dir;
