@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "PolicyDocumentFixture.h"
@@ -16,10 +17,6 @@ namespace {
 using Peer = XmlLocalQNPolMgrTestPeer;
 using Mgr = XmlLocalQNPolMgr;
 
-std::string fipsDocument(const std::string& text) {
-    return "<QuillnetLocalPolicy><FipsMode>" + text + "</FipsMode></QuillnetLocalPolicy>";
-}
-
 void expectFips(Mgr& mgr, Mgr::RETAINED_FIPS_MODE retained, bool bRecord, bool bModified) {
     EXPECT_EQ(Peer::retainedFipsMode(mgr), retained);
     EXPECT_EQ(mgr.GetLocalPolicyInfo().UseFIPSMode(), bRecord);
@@ -29,32 +26,25 @@ void expectFips(Mgr& mgr, Mgr::RETAINED_FIPS_MODE retained, bool bRecord, bool b
 using PolicyLoading = qntest::PolicyDocumentFixture;
 
 TEST_F(PolicyLoading, FirstSuccessfulLoadFixesFipsModeAndLaterFilesOnlyMarkADifference) {
-    struct Step {
-        const char* fileText;
-        Mgr::RETAINED_FIPS_MODE retained;
-        bool bRecord;
-        bool bModified;
-    };
+    using Step = std::tuple<const char*, Mgr::RETAINED_FIPS_MODE, bool, bool>;
     const std::vector<Step> sequences[] = {
+        // file's text, then the retained mode, the record's mode, the modified-on-disk flag
         {{"true", Mgr::ENABLED, true, false},  // NONE, true
          {"true", Mgr::ENABLED, true, false},  // ENABLED, true
          {"false", Mgr::ENABLED, true, true}},
         {{"TRUE", Mgr::DISABLED, false, false},  // NONE, false: only "true" is true
          {"true", Mgr::DISABLED, false, true},
-         {"false", Mgr::DISABLED, false, false}},
-    };
+         {"false", Mgr::DISABLED, false, false}}};
     for (const std::vector<Step>& sequence : sequences) {
         Mgr mgr;  // a fresh retention for each sequence
-        for (const Step& step : sequence) {
-            SCOPED_TRACE(step.fileText);
-            writePolicy(fipsDocument(step.fileText));
+        for (const auto& [fileText, retained, bRecord, bModified] : sequence) {
+            SCOPED_TRACE(fileText);
+            writePolicy("<QuillnetLocalPolicy><FipsMode>" + std::string(fileText) +
+                        "</FipsMode></QuillnetLocalPolicy>");
             m_log.clear();
             ASSERT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
-            expectFips(mgr, step.retained, step.bRecord, step.bModified);
-            EXPECT_EQ(logged(),
-                      std::vector<std::string>{qntest::managerRecord(
-                          "LoadLocalQuillnetPolicy", Logging::DBG_Informational,
-                          step.bRecord ? "FIPS mode is enabled." : "FIPS mode is disabled.")});
+            expectFips(mgr, retained, bRecord, bModified);
+            EXPECT_EQ(logged(), std::vector<std::string>{qntest::fipsRecord(bRecord)});
         }
     }
 }
@@ -116,11 +106,7 @@ TEST_F(PolicyLoading, EachLoadStartsFromDefaultsAndFromOutsideEverySection) {
         "<ServerName>stray</ServerName>");
     EXPECT_EQ(qntest::summarize(info), qntest::summarize(LocalQNPolicyInfo()));
     EXPECT_EQ(logged(),
-              (std::vector<std::string>{
-                  qntest::managerRecord("setElementValue", Logging::DBG_Warning,
-                                        "Local Policy XML structure is incorrect."),
-                  qntest::managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Informational,
-                                        "FIPS mode is disabled.")}));
+              (std::vector<std::string>{qntest::structureWarning(), qntest::fipsRecord(false)}));
 }
 
 }  // namespace

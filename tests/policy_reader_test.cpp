@@ -33,11 +33,6 @@ Info with(Setter setter, bool bValue) {
     return info;
 }
 
-std::string structureWarning() {
-    return qntest::managerRecord("setElementValue", Logging::DBG_Warning,
-                                 "Local Policy XML structure is incorrect.");
-}
-
 // Plain booleans of the record, false by default, applied anywhere in the document.
 const std::pair<const char*, Setter> kRecordFlags[] = {
     {"BypassDownloader", &Info::BypassDownloader},
@@ -75,8 +70,7 @@ class PolicyReader : public qntest::PolicyDocumentFixture {
         SCOPED_TRACE(document);
         writePolicy(document);
         EXPECT_EQ(qntest::summarize(loadAsIs()), qntest::summarize(expected));
-        records.push_back(qntest::managerRecord(
-            "LoadLocalQuillnetPolicy", Logging::DBG_Informational, "FIPS mode is disabled."));
+        records.push_back(qntest::fipsRecord(false));
         EXPECT_EQ(logged(), records);
     }
     void expectLoad(const std::string& children, const Info& expected, Records records = {}) {
@@ -107,7 +101,7 @@ TEST_F(PolicyReader, UpdatePermissionAppliesInsideUpdatePolicyAndWarnsOutside) {
         // Outside: under the root, after the section closed, after an inner section closed it.
         for (const std::string& outside : {locked, section("") + locked, "<UpdatePolicy/>" + locked,
                                            section(section("") + locked)}) {
-            expectLoad(outside, Info(), {structureWarning()});
+            expectLoad(outside, Info(), {qntest::structureWarning()});
         }
     }
 }

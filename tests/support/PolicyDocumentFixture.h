@@ -68,6 +68,18 @@ inline std::string managerRecord(const std::string& function, Logging::DebugImpo
         {function, "vpn/Common/Xml/XmlLocalQNPolMgr", 0, importance, message, callee, code});
 }
 
+// The loader's line at the end of every successful load of an existing file.
+inline std::string fipsRecord(bool bEnabled) {
+    return managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Informational,
+                         bEnabled ? "FIPS mode is enabled." : "FIPS mode is disabled.");
+}
+
+// The reader's warning about an update permission outside "UpdatePolicy".
+inline std::string structureWarning() {
+    return managerRecord("setElementValue", Logging::DBG_Warning,
+                         "Local Policy XML structure is incorrect.");
+}
+
 class PolicyDocumentFixture : public ::testing::Test {
   protected:
     // Writes the policy file with exactly this content.
