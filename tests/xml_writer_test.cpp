@@ -224,8 +224,10 @@ TEST_F(XmlWriter, KilledWriterNeverLeavesAPartialFile) {
     while (std::chrono::steady_clock::now() - start < std::chrono::seconds(2)) {
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);
-        for (int i = 1; child == 0; ++i) {
-            run(m_dir.path(), "r", serverList(i % 2, 3000));
+        if (child == 0) {
+            for (int i = 1;; ++i) {
+                run(m_dir.path(), "r", serverList(i % 2, 3000));
+            }
         }
         ::usleep(static_cast<useconds_t>(kills * 7919L % spread));
         ::kill(child, SIGKILL);
