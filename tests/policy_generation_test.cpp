@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,30 +23,29 @@ const std::string kInvalid = ". Arguments in the form policy_abbreviation=value 
 // The whole policy file with these children of the root, one a line, written compactly:
 // "Name=text" a leaf, "+Name" and "-Name" a start and an end tag, "Name/" an empty element.
 std::string policyDocument(const Lines& children) {
-    std::string doc =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy "
-        "xmlns=\"http://schemas.xmlsoap.org/encoding/\" "
-        "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-        "xsi:schemaLocation=\"http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd\" "
-        "qnversion=\"5.1.8.105\"";
-    if (children.empty()) {
-        return doc + "/>\n";
-    }
-    doc += ">\n";
+    std::ostringstream doc;
+    doc << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy "
+           "xmlns=\"http://schemas.xmlsoap.org/encoding/\" "
+           "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+           "xsi:schemaLocation=\"http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd\" "
+           "qnversion=\"5.1.8.105\""
+        << (children.empty() ? "/>\n" : ">\n");
     size_t depth = 1;
     for (const std::string& child : children) {
         const size_t equals = child.find('=');
-        const std::string name = child.substr(0, equals);
         depth -= child[0] == '-' ? 1 : 0;
-        doc += std::string(depth * 4, ' ') +
-               (equals != std::string::npos
-                    ? "<" + name + ">" + child.substr(equals + 1) + "</" + name + ">"
-                : child[0] == '-' ? "</" + child.substr(1) + ">"
-                                  : "<" + child.substr(child[0] == '+' ? 1 : 0) + ">") +
-               "\n";
+        doc << std::string(depth * 4, ' ');
+        if (equals != std::string::npos) {
+            const std::string name = child.substr(0, equals);
+            doc << '<' << name << '>' << child.substr(equals + 1) << "</" << name << ">\n";
+        } else {
+            doc << (child[0] == '-' ? "</" : "<")
+                << child.substr(child[0] == '+' || child[0] == '-' ? 1 : 0) << ">\n";
+        }
         depth += child[0] == '+' ? 1 : 0;
     }
-    return doc + "</QuillnetLocalPolicy>\n";
+    doc << (children.empty() ? "" : "</QuillnetLocalPolicy>\n");
+    return doc.str();
 }
 
 class PolicyGenerationTest : public ::testing::Test {

@@ -85,12 +85,12 @@ TEST_F(PolicyRoundTripTest, EveryAbbreviationAndEachOfItsValuesLoadsBack) {
                          : std::list<std::string>{"All", "false", "Credentials,Thumbprints"};
         }
         for (const std::string& value : values) {
-            SCOPED_TRACE(abbreviation + "=" + value);
+            const std::string argument = std::string(abbreviation).append("=").append(value);
+            SCOPED_TRACE(argument);
             Info expected;
             expected.QNVersion(qnpolicy::kClientVersion);
             applyExpected(expected, abbreviation, value);
-            EXPECT_EQ(qntest::summarize(generateAndLoad(abbreviation + "=" + value)),
-                      qntest::summarize(expected));
+            EXPECT_EQ(qntest::summarize(generateAndLoad(argument)), qntest::summarize(expected));
         }
     }
 }
