@@ -5,15 +5,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 
 namespace qntest {
 
 TempDir::TempDir() {
     const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                          "/qnpolicy-test-XXXXXX";
+    std::string pattern =
+        std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/qnpolicy-test-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
         ADD_FAILURE() << "mkdtemp failed for " << pattern;
     }
@@ -27,8 +26,7 @@ TempDir::~TempDir() {
 
 std::string TempDir::write(const std::string& name, const std::string& content) const {
     const std::string full = m_path + name;
-    std::ofstream out(full, std::ios::binary | std::ios::trunc);
-    out << content;
+    std::ofstream(full, std::ios::binary | std::ios::trunc) << content;
     return full;
 }
 
@@ -39,37 +37,29 @@ std::string readFile(const std::string& path) {
     return content.str();
 }
 
-struct LogCapture::State {
-    mutable std::mutex lock;
-    std::vector<CAppLogRecord> records;
-};
-
-LogCapture::LogCapture() : m_state(new State) {
-    State* state = m_state;
-    m_previous = CAppLog::SetSink([state](const CAppLogRecord& record) {
-        std::lock_guard<std::mutex> guard(state->lock);
-        state->records.push_back(record);
-    });
-}
+// The capture is neither copyable nor movable, so the sink may keep its address.
+LogCapture::LogCapture()
+    : m_previous(CAppLog::SetSink([this](const CAppLogRecord& record) {
+          std::lock_guard<std::mutex> guard(m_lock);
+          m_records.push_back(record);
+      })) {}
 
 LogCapture::~LogCapture() {
     CAppLog::SetSink(m_previous);
-    delete m_state;
 }
 
 std::vector<CAppLogRecord> LogCapture::records() const {
-    std::lock_guard<std::mutex> guard(m_state->lock);
-    return m_state->records;
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_records;
 }
 
 void LogCapture::clear() {
-    std::lock_guard<std::mutex> guard(m_state->lock);
-    m_state->records.clear();
+    std::lock_guard<std::mutex> guard(m_lock);
+    m_records.clear();
 }
 
 StoragePathScope::StoragePathScope(const std::string& mainPath) {
-    const STATUSCODE status = CStoragePath::createSingletonInstance(m_pStoragePath, mainPath);
-    if (status != CSTORAGEPATH_SUCCESS) {
+    if (CStoragePath::createSingletonInstance(m_pStoragePath, mainPath) != CSTORAGEPATH_SUCCESS) {
         ADD_FAILURE() << "installation-path service already registered";
     }
 }

@@ -3,6 +3,7 @@
 
 // Helpers shared by the test suites.
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,7 @@ namespace qntest {
 // A fresh directory under $TMPDIR (or /tmp), removed with its content on destruction.
 // path() ends with '/'.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -25,7 +26,7 @@ public:
     // Writes content to path() + name and returns the full path.
     std::string write(const std::string& name, const std::string& content) const;
 
-private:
+  private:
     std::string m_path;
 };
 
@@ -34,7 +35,7 @@ std::string readFile(const std::string& path);
 
 // Captures every log record while it lives, then restores the previous sink.
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -43,27 +44,27 @@ public:
     std::vector<CAppLogRecord> records() const;
     void clear();
 
-private:
-    struct State;
-    State* m_state;
+  private:
+    mutable std::mutex m_lock;
+    std::vector<CAppLogRecord> m_records;
     CAppLogSink m_previous;
 };
 
 // Registers the installation-path service on a directory for its lifetime.
 class StoragePathScope {
-public:
+  public:
     explicit StoragePathScope(const std::string& mainPath);
     ~StoragePathScope();
     StoragePathScope(const StoragePathScope&) = delete;
     StoragePathScope& operator=(const StoragePathScope&) = delete;
 
-private:
+  private:
     CStoragePath* m_pStoragePath = nullptr;
 };
 
 // Registers the process-wide manager for its lifetime (creation is the first acquisition).
 class ManagerScope {
-public:
+  public:
     ManagerScope();
     ~ManagerScope();
     ManagerScope(const ManagerScope&) = delete;
@@ -73,7 +74,7 @@ public:
     XmlLocalQNPolMgr& operator*() const { return *m_pMgr; }
     XmlLocalQNPolMgr* get() const { return m_pMgr; }
 
-private:
+  private:
     XmlLocalQNPolMgr* m_pMgr = nullptr;
 };
 
