@@ -7,8 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "TestSupport.h"
-#include "XmlLocalQNPolMgrTestPeer.h"
+#include "XmlLocalQNPolMgr.h"
 
 namespace {
 
@@ -41,14 +40,6 @@ TEST(ManagerLifecycle, CountsAcquisitionsRefusesASecondCreationAndTheLastRelease
     pCreated->releaseInstance();
     EXPECT_EQ(Mgr::acquireInstance(), nullptr);
     EXPECT_EQ(Mgr::GetAcquisitionCount(), 0U);
-    {
-        qntest::ManagerScope first;
-        first->addElement("ExcludePemFileCertStore");
-        first->setElementValue("true");
-    }
-    qntest::ManagerScope second;  // a new manager after the last release starts fresh
-    EXPECT_EQ(XmlLocalQNPolMgrTestPeer::retainedFipsMode(*second), Mgr::NONE);
-    EXPECT_EQ(second->GetLocalPolicyInfo().ExcludeCertStores(), 0U);
 }
 
 // Threads acquire and release while the creator holds its own acquisition: the count must
