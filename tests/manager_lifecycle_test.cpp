@@ -15,6 +15,7 @@ using Mgr = XmlLocalQNPolMgr;
 
 void onThreads(int threads, const std::function<void()>& work) {
     std::vector<std::thread> running;
+    running.reserve(static_cast<size_t>(threads));
     for (int t = 0; t < threads; ++t) {
         running.emplace_back(work);
     }

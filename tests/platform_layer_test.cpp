@@ -30,6 +30,7 @@ TEST(ManualLock, ExcludesOtherThreadsFromTheGuardedSection) {
     CManualLock lock(500);
     int counter = 0;  // deliberately not atomic: only the lock protects it
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 2000; ++i) {
@@ -127,6 +128,7 @@ TEST(AppLog, RecordsFromManyThreadsArriveOneAtATimeInOrderAndNoneIsLost) {
         inSink.fetch_sub(1);
     });
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < kPerThread; ++i) {
