@@ -3,128 +3,90 @@
 #include <gtest/gtest.h>
 
 #include <list>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "TestSupport.h"
 #include "XmlLocalQNPolMgrTestPeer.h"
 
 namespace {
 
 struct ExpectedRow {
     const char* abbreviation;
-    const char* fullName;
+    const char* element;
     bool bIsUpdatePolicy;
     std::list<std::string> allowed;
 };
 
-const std::list<std::string> kFalseTrue = {"false", "true"};
-const std::list<std::string> kTrueFalse = {"true", "false"};
+const std::list<std::string> kFT = {"false", "true"};
+const std::list<std::string> kTF = {"true", "false"};
 
-const std::vector<ExpectedRow> kExpectedRows = {
-    {"fm", "FipsMode", false, kFalseTrue},
-    {"bd", "BypassDownloader", false, kFalseTrue},
-    {"bdl", "BypassDefaultLocalization", false, kFalseTrue},
-    {"rswd", "RestrictScriptWebDeploy", false, kFalseTrue},
-    {"rhwd", "RestrictHelpWebDeploy", false, kFalseTrue},
-    {"rrwd", "RestrictResourceWebDeploy", false, kFalseTrue},
-    {"rlwd", "RestrictLocalizationWebDeploy", false, kFalseTrue},
-    {"rwl", "RestrictWebLaunch", false, kFalseTrue},
-    {"sct", "StrictCertificateTrust", false, kFalseTrue},
-    {"ecc", "EnableCRLCheck", false, kTrueFalse},
-    {"orc", "OCSPRevocation", false, kFalseTrue},
-    {"rpc", "RestrictPreferenceCaching", false, {}},
-    {"rtp", "RestrictTunnelProtocols", false, {"false", "TLS", "IPSec"}},
-    {"efn", "ExcludeFirefoxNSSCertStore", false, kFalseTrue},
-    {"epf", "ExcludePemFileCertStore", false, kFalseTrue},
-    {"emn", "ExcludeMacNativeCertStore", false, kFalseTrue},
-    {"ewn", "ExcludeWinNativeCertStore", false, kFalseTrue},
-    {"rsc", "RestrictServerCertStore", false, kFalseTrue},
-    {"upsu", "AllowSoftwareUpdatesFromAnyServer", true, kTrueFalse},
-    {"upcu", "AllowComplianceModuleUpdatesFromAnyServer", true, kTrueFalse},
-    {"upvp", "AllowVPNProfileUpdatesFromAnyServer", true, kTrueFalse},
-    {"upmv", "AllowManagementVPNProfileUpdatesFromAnyServer", true, kTrueFalse},
-    {"uppp", "AllowPlexoProfileUpdatesFromAnyServer", true, kTrueFalse},
-    {"upsp", "AllowServiceProfileUpdatesFromAnyServer", true, kTrueFalse},
-    {"upscr", "AllowScriptUpdatesFromAnyServer", true, kTrueFalse},
-    {"uphlp", "AllowHelpUpdatesFromAnyServer", true, kTrueFalse},
-    {"upres", "AllowResourceUpdatesFromAnyServer", true, kTrueFalse},
-    {"uploc", "AllowLocalizationUpdatesFromAnyServer", true, kTrueFalse},
-    {"upal", "AuthorizedServerList", true, {}},
-};
-
-class PolicyVocabularyTest : public ::testing::Test {
-  protected:
-    XmlLocalQNPolMgr m_mgr;  // an unregistered manager suffices for the table
-};
-
-TEST_F(PolicyVocabularyTest, HoldsExactlyTheTwentyNineRows) {
-    const std::map<std::string, LocalPolicySetting> table = m_mgr.GetPolicyTransTable();
-    ASSERT_EQ(table.size(), kExpectedRows.size());
-    for (const ExpectedRow& expected : kExpectedRows) {
-        const auto it = table.find(expected.abbreviation);
-        ASSERT_NE(it, table.end()) << expected.abbreviation;
-        EXPECT_EQ(it->second.tstrFullName, expected.fullName) << expected.abbreviation;
-        EXPECT_EQ(it->second.bIsUpdatePolicy, expected.bIsUpdatePolicy) << expected.abbreviation;
-        EXPECT_EQ(it->second.listAllowedValues, expected.allowed) << expected.abbreviation;
+TEST(PolicyVocabulary, HoldsExactlyTheTwentyNineRows) {
+    const std::vector<ExpectedRow> expectedRows = {
+        {"fm", "FipsMode", false, kFT},
+        {"bd", "BypassDownloader", false, kFT},
+        {"bdl", "BypassDefaultLocalization", false, kFT},
+        {"rswd", "RestrictScriptWebDeploy", false, kFT},
+        {"rhwd", "RestrictHelpWebDeploy", false, kFT},
+        {"rrwd", "RestrictResourceWebDeploy", false, kFT},
+        {"rlwd", "RestrictLocalizationWebDeploy", false, kFT},
+        {"rwl", "RestrictWebLaunch", false, kFT},
+        {"sct", "StrictCertificateTrust", false, kFT},
+        {"ecc", "EnableCRLCheck", false, kTF},
+        {"orc", "OCSPRevocation", false, kFT},
+        {"rpc", "RestrictPreferenceCaching", false, {}},
+        {"rtp", "RestrictTunnelProtocols", false, {"false", "TLS", "IPSec"}},
+        {"efn", "ExcludeFirefoxNSSCertStore", false, kFT},
+        {"epf", "ExcludePemFileCertStore", false, kFT},
+        {"emn", "ExcludeMacNativeCertStore", false, kFT},
+        {"ewn", "ExcludeWinNativeCertStore", false, kFT},
+        {"rsc", "RestrictServerCertStore", false, kFT},
+        {"upsu", "AllowSoftwareUpdatesFromAnyServer", true, kTF},
+        {"upcu", "AllowComplianceModuleUpdatesFromAnyServer", true, kTF},
+        {"upvp", "AllowVPNProfileUpdatesFromAnyServer", true, kTF},
+        {"upmv", "AllowManagementVPNProfileUpdatesFromAnyServer", true, kTF},
+        {"uppp", "AllowPlexoProfileUpdatesFromAnyServer", true, kTF},
+        {"upsp", "AllowServiceProfileUpdatesFromAnyServer", true, kTF},
+        {"upscr", "AllowScriptUpdatesFromAnyServer", true, kTF},
+        {"uphlp", "AllowHelpUpdatesFromAnyServer", true, kTF},
+        {"upres", "AllowResourceUpdatesFromAnyServer", true, kTF},
+        {"uploc", "AllowLocalizationUpdatesFromAnyServer", true, kTF},
+        {"upal", "AuthorizedServerList", true, {}}};
+    const auto table = XmlLocalQNPolMgr().GetPolicyTransTable();
+    ASSERT_EQ(table.size(), expectedRows.size());
+    for (const ExpectedRow& expected : expectedRows) {
+        SCOPED_TRACE(expected.abbreviation);
+        ASSERT_EQ(table.count(expected.abbreviation), 1U);
+        const LocalPolicySetting& row = table.at(expected.abbreviation);
+        EXPECT_EQ(row.tstrFullName, expected.element);
+        EXPECT_EQ(row.bIsUpdatePolicy, expected.bIsUpdatePolicy);
+        EXPECT_EQ(row.listAllowedValues, expected.allowed);
     }
 }
 
-TEST_F(PolicyVocabularyTest, AbbreviationsAreCaseSensitiveExactKeys) {
-    const std::map<std::string, LocalPolicySetting> table = m_mgr.GetPolicyTransTable();
-    for (const char* key : {"FM", "Fm", "fm ", " fm", "UPAL", ""}) {
-        EXPECT_EQ(table.count(key), 0U) << "'" << key << "'";
-    }
-    EXPECT_EQ(table.at("fm").tstrFullName, "FipsMode");
-}
-
-TEST_F(PolicyVocabularyTest, HandsOutACopyThatCannotChangeTheTable) {
-    std::map<std::string, LocalPolicySetting> copy = m_mgr.GetPolicyTransTable();
-    copy["fm"].listAllowedValues.clear();
-    copy.erase("bd");
-    const std::map<std::string, LocalPolicySetting> again = m_mgr.GetPolicyTransTable();
-    EXPECT_EQ(again.size(), 29U);
-    EXPECT_EQ(again.at("fm").listAllowedValues, kFalseTrue);
-}
-
-TEST_F(PolicyVocabularyTest, ValueCheckIgnoresCaseAndRewritesToTheTableSpelling) {
-    struct Case {
-        const char* abbreviation;
-        std::string value;
-        bool allowed;
-        std::string after;
-    };
-    const std::vector<Case> cases = {
-        {"fm", "TRUE", true, "true"},
-        {"fm", "tRuE", true, "true"},
-        {"fm", "false", true, "false"},
-        {"fm", "1", false, "1"},
-        {"fm", " true", false, " true"},
-        {"fm", "true ", false, "true "},
-        {"fm", "", false, ""},
-        {"fm", std::string("true\0x", 6), false, std::string("true\0x", 6)},
-        {"fm", "yes", false, "yes"},
-        {"rtp", "tls", true, "TLS"},
-        {"rtp", "IPSEC", true, "IPSec"},
-        {"rtp", "ipsec", true, "IPSec"},
-        {"rtp", "False", true, "false"},
-        {"rtp", "udp", false, "udp"},
-        {"ecc", "false", true, "false"},
-        {"ecc", "TRUE", true, "true"},
-        {"upsu", "FALSE", true, "false"},
-        {"rpc", "Credentials,Thumbprints", true, "Credentials,Thumbprints"},
-        {"rpc", "nonsense", true, "nonsense"},
-        {"upal", "gw1, gw2;gw3", true, "gw1, gw2;gw3"},
-        {"upal", "", true, ""},
-    };
-    const std::map<std::string, LocalPolicySetting> table = m_mgr.GetPolicyTransTable();
-    for (const Case& c : cases) {
-        std::string value = c.value;
-        EXPECT_EQ(XmlLocalQNPolMgrTestPeer::valueIsAllowed(m_mgr, table.at(c.abbreviation), value),
-                  c.allowed)
-            << c.abbreviation << "=" << c.value;
-        EXPECT_EQ(value, c.after) << c.abbreviation << "=" << c.value;
+// A value matches an allowed one ignoring case and is rewritten to its spelling in the table;
+// anything else is refused unchanged. Rows without a list accept every value as it is.
+TEST(PolicyVocabulary, ValueCheckIgnoresCaseAndRewritesToTheTableSpelling) {
+    const std::vector<std::vector<std::string>> cases = {
+        // abbreviation, value, "allowed"/"refused", value afterwards
+        {"fm", "tRuE", "allowed", "true"},
+        {"fm", "FALSE", "allowed", "false"},
+        {"ecc", "True", "allowed", "true"},
+        {"rtp", "tls", "allowed", "TLS"},
+        {"rtp", "ipsec", "allowed", "IPSec"},
+        {"fm", "1", "refused", "1"},
+        {"fm", "true ", "refused", "true "},
+        {"fm", "", "refused", ""},
+        {"fm", std::string("true\0x", 6), "refused", std::string("true\0x", 6)},
+        {"rtp", "udp", "refused", "udp"},
+        {"rpc", "Nonsense,x", "allowed", "Nonsense,x"},
+        {"upal", "gw1, gw2;gw3", "allowed", "gw1, gw2;gw3"}};
+    XmlLocalQNPolMgr mgr;
+    const auto table = mgr.GetPolicyTransTable();
+    for (const std::vector<std::string>& c : cases) {
+        std::string value = c[1];
+        const bool allowed = XmlLocalQNPolMgrTestPeer::valueIsAllowed(mgr, table.at(c[0]), value);
+        EXPECT_EQ(allowed ? "allowed" : "refused", c[2]) << c[0] << "=" << c[1];
+        EXPECT_EQ(value, c[3]) << c[0] << "=" << c[1];
     }
 }
 

@@ -9,7 +9,7 @@
 #include "XmlLocalQNPolMgr.h"
 
 class XmlLocalQNPolMgrTestPeer {
-public:
+  public:
     using StringMap = std::map<std::string, std::string>;
 
     static XmlLocalQNPolMgr::RETAINED_FIPS_MODE retainedFipsMode(const XmlLocalQNPolMgr& m) {
@@ -25,10 +25,6 @@ public:
     static bool inUpdatePolicySection(const XmlLocalQNPolMgr& m) {
         return m.m_bUpdatePolicySection;
     }
-    static STATUSCODE policyDir(const XmlLocalQNPolMgr& m, std::string& dir) {
-        return m.getLocalSecurityPolicyDir(dir);
-    }
-    static std::string policyDir(const XmlLocalQNPolMgr& m) { return m.getLocalSecurityPolicyDir(); }
     static bool valueIsAllowed(const XmlLocalQNPolMgr& m, const LocalPolicySetting& row,
                                std::string& value) {
         return m.valueIsAllowed(row, value);
