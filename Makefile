@@ -2,8 +2,9 @@
 #   make run   build and run the demo
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
+#   make bench build the Release benchmark and run it (timings, then peak memory)
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage bench clean
 
 all: build
 
@@ -40,6 +41,12 @@ fuzz: deps
 # Line and branch coverage of vpn/ (gcovr).
 coverage: deps
 	bash scripts/coverage.sh
+
+bench: deps
+	cmake --preset bench
+	cmake --build --preset bench
+	./build-bench/bench/policy_bench
+	./build-bench/bench/policy_bench --memory
 
 clean:
 	rm -rf build build-*

@@ -2,6 +2,7 @@
 #define QNCSAXWRITER_H
 
 #include <string>
+#include <vector>
 
 #include "GenDefs.h"
 #include "GlobalStatuscodes.h"
@@ -11,13 +12,54 @@
 enum QNCSAXWRITER_ERRORS : STATUSCODE {
     QNCSAXWRITER_SUCCESS = 0,
     QNCSAXWRITER_NOTERROR_BASEVALUE = STATUSCODE_BLOCK_BASE(0xA2),
-    QNCSAXWRITER_ERROR_NOT_IMPLEMENTED = QNCSAXWRITER_NOTERROR_BASEVALUE + STATUSCODE_OFFSET_NOT_IMPLEMENTED,
+    QNCSAXWRITER_ERROR_NOT_IMPLEMENTED =
+        QNCSAXWRITER_NOTERROR_BASEVALUE + STATUSCODE_OFFSET_NOT_IMPLEMENTED,
+    QNCSAXWRITER_ERROR_BAD_PARAMETER =
+        QNCSAXWRITER_NOTERROR_BASEVALUE + STATUSCODE_OFFSET_BAD_PARAMETER,
+    // The module's own codes. A name that is not an XML name:
+    QNCSAXWRITER_ERROR_INVALID_NAME = QNCSAXWRITER_NOTERROR_BASEVALUE + 11,
+    // Text or an attribute value that is not strict UTF-8 made of XML characters:
+    QNCSAXWRITER_ERROR_INVALID_TEXT = QNCSAXWRITER_NOTERROR_BASEVALUE + 12,
+    // The same attribute name twice on one element:
+    QNCSAXWRITER_ERROR_DUPLICATE_ATTRIBUTE = QNCSAXWRITER_NOTERROR_BASEVALUE + 13,
+    // An end tag that names another element than the one open:
+    QNCSAXWRITER_ERROR_MISMATCHED_END = QNCSAXWRITER_NOTERROR_BASEVALUE + 14,
+    // A call out of document order, or text and child elements mixed in one element:
+    QNCSAXWRITER_ERROR_CALL_ORDER = QNCSAXWRITER_NOTERROR_BASEVALUE + 15,
+    // The file could not be stored (the log names the system call and its error):
+    QNCSAXWRITER_ERROR_FILE_WRITE = QNCSAXWRITER_NOTERROR_BASEVALUE + 16,
+    QNCSAXWRITER_ERROR_UNKNOWN = QNCSAXWRITER_NOTERROR_BASEVALUE + 17,
 };
 
 // QNCSaxWriter builds one XML document from start, text and end calls and stores it in one
 // file (the directory immediately followed by the file name).
+//
+//   QNCSaxWriter writer(dir, "Policy.xml", "Policy");
+//   writer.startDocument(&rootAttributes);
+//   writer.startElement("Setting", nullptr);
+//   writer.characters("true");
+//   writer.endElement("Setting");
+//   writer.endDocument();
+//   STATUSCODE status = writer.writeDocument();   // 0: the file holds the document
+//
+// Form: UTF-8 with the declaration <?xml version="1.0" encoding="UTF-8"?>, one element per
+// line, four spaces of indentation per level, a leaf's text on its element's line, and an
+// element without content as an empty-element tag. Text and attribute values are escaped so
+// that a conforming parser gives back exactly the text handed in (see XmlWriterSyntax.h).
+//
+// Every call is checked: names must be XML names, texts strict UTF-8 made of XML characters,
+// end tags must match, and calls must come in document order. An element holds either text
+// or child elements, never both, because the indentation around children would otherwise
+// become part of its text. The first failure is logged and recorded; later calls then do
+// nothing and return it, and writeDocument returns it without touching the disk.
+//
+// writeDocument replaces the file crash-safely (temporary file in the same directory, fsync,
+// rename, directory fsync): the file is either the complete old one or the complete new
+// one, never a mixture, and no temporary file is left after a failure. The file gets mode
+// 0644 regardless of the umask. A path without a directory part is refused rather than
+// written relative to the working directory.
 class QNCSaxWriter {
-public:
+  public:
     QNCSaxWriter(const std::string& tstrDirectory, const std::string& tstrFileName,
                  const std::string& tstrRootElement);
     virtual ~QNCSaxWriter();
@@ -31,9 +73,35 @@ public:
     virtual STATUSCODE endDocument();
     virtual STATUSCODE writeDocument();
 
-private:
+  private:
+    enum DOCUMENT_STATE { DOCUMENT_NOT_STARTED, DOCUMENT_OPEN, DOCUMENT_ENDED };
+
+    // One element whose end tag has not been written yet.
+    struct OpenElement {
+        std::string tstrName;
+        bool bHasText = false;
+        bool bHasChildren = false;
+    };
+
+    STATUSCODE openElement(const char* function, const std::string& tstrName,
+                           const TStrPairList* pAttributes);
+    void closeStartTagIfPending();
+    void closeInnermostElement();
+    // Logs one error line naming the file and returns status.
+    STATUSCODE fail(const char* function, int line, STATUSCODE status,
+                    const std::string& tstrReason) const;
+    // As fail, and records status as the document's first failure.
+    STATUSCODE record(const char* function, int line, STATUSCODE status,
+                      const std::string& tstrReason);
+
+    std::string m_tstrDirectory;
     std::string m_tstrPath;
     std::string m_tstrRootElement;
+    std::string m_tstrDocument;
+    std::vector<OpenElement> m_openElements;
+    DOCUMENT_STATE m_eState;
+    bool m_bStartTagPending;
+    STATUSCODE m_status;
 };
 
 #endif  // QNCSAXWRITER_H

@@ -1,8 +1,141 @@
-#include "XmlLocalQNPolMgr.h"
+// Policy generation: installer arguments to a validated pair of setting maps, and the maps to
+// the policy document.
 
-// Placeholder until generation lands: nothing is written.
-bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** /*policyArgs*/, int /*numPolicyArgs*/, bool /*overwrite*/) { return false; }
-bool XmlLocalQNPolMgr::writeLocalPolicy(const std::map<std::string, std::string>& /*policyMap*/,
-                                        const std::map<std::string, std::string>& /*updatePolicyMap*/) const {
-    return false;
+#include <map>
+#include <string>
+
+#include "AppLog.h"
+#include "QNCSaxWriter.h"
+#include "TokenParser.h"
+#include "TstringPairList.h"
+#include "XmlLocalQNPolMgr.h"
+#include "XmlLocalQNPolMgrConstants.h"
+
+namespace {
+
+// The SOAP 1.1 encoding namespace: the document's default namespace and its schema location.
+constexpr char kSoapEncodingNamespace[] = "http://schemas.xmlsoap.org/encoding/";
+constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
+constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
+constexpr char kServerListDelimiters[] = ",;";
+
+}  // namespace
+
+bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs, bool overwrite) {
+    if (policyArgs == nullptr || numPolicyArgs < 0) {
+        CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
+                                 Logging::DBG_Error, "Invalid Arguments");
+        return false;
+    }
+    if (!overwrite && LocalPolicyFileExists()) {
+        CAppLog::LogDebugMessage(
+            "GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__, Logging::DBG_Warning,
+            "Local Security Policy file already exists and therefore will not be generated");
+        return true;
+    }
+
+    std::map<std::string, std::string> policiesToGen;
+    std::map<std::string, std::string> updatePoliciesToGen;
+    for (int i = 0; i < numPolicyArgs; ++i) {
+        if (policyArgs[i] == nullptr) {
+            continue;
+        }
+        const std::string currArg(policyArgs[i]);
+        const std::string::size_type posOfEqual = currArg.find('=');
+        if (posOfEqual == std::string::npos) {
+            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
+                                     Logging::DBG_Warning,
+                                     "ignoring invalid argument %s. Arguments in the form "
+                                     "policy_abbreviation=value expected",
+                                     currArg.c_str());
+            continue;
+        }
+        const std::string policyAbbrev = currArg.substr(0, posOfEqual);
+        std::string policyValue = currArg.substr(posOfEqual + 1);
+        if (policyValue.empty()) {
+            continue;  // an abbreviation without a value asks for nothing
+        }
+        const auto row = m_policyTransTable.find(policyAbbrev);
+        if (row == m_policyTransTable.end()) {
+            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
+                                     Logging::DBG_Warning, "ignoring undefined abbreviation %s",
+                                     policyAbbrev.c_str());
+            continue;
+        }
+        const LocalPolicySetting& setting = row->second;
+        // A refused value is left as given, so the warning quotes the installer's text.
+        if (!valueIsAllowed(setting, policyValue)) {
+            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
+                                     Logging::DBG_Warning,
+                                     "%s is not an allowed value for policy %s",
+                                     policyValue.c_str(), setting.tstrFullName.c_str());
+            continue;
+        }
+        std::map<std::string, std::string>& target =
+            setting.bIsUpdatePolicy ? updatePoliciesToGen : policiesToGen;
+        std::string& storedValue = target[setting.tstrFullName];
+        if (!storedValue.empty()) {
+            CAppLog::LogDebugMessage(
+                "GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__, Logging::DBG_Warning,
+                "ignoring duplicate policy arg %s. The first value will be used",
+                setting.tstrFullName.c_str());
+            continue;
+        }
+        storedValue = policyValue;
+    }
+    return writeLocalPolicy(policiesToGen, updatePoliciesToGen);
+}
+
+bool XmlLocalQNPolMgr::writeLocalPolicy(
+    const std::map<std::string, std::string>& policyMap,
+    const std::map<std::string, std::string>& updatePolicyMap) const {
+    QNCSaxWriter xmlWriter(getLocalSecurityPolicyDir(), qnpolicy::kPolicyFileName,
+                           qnpolicy::kRootElement);
+    TStrPairList rootAttrs;
+    rootAttrs.emplace_back("xmlns", kSoapEncodingNamespace);
+    rootAttrs.emplace_back("xmlns:xsi", kSchemaInstanceNamespace);
+    rootAttrs.emplace_back("xsi:schemaLocation",
+                           std::string(kSoapEncodingNamespace) + " " + kSchemaFile);
+    rootAttrs.emplace_back(qnpolicy::kVersionAttribute, qnpolicy::kClientVersion);
+
+    // The statuses of the building calls are not examined: the writer records the first
+    // failure and writeDocument reports it.
+    xmlWriter.startDocument(&rootAttrs);
+    for (const auto& policy : policyMap) {
+        xmlWriter.startElement(policy.first, nullptr);
+        xmlWriter.characters(policy.second);
+        xmlWriter.endElement(policy.first);
+    }
+    if (!updatePolicyMap.empty()) {
+        xmlWriter.startElement(qnpolicy::kUpdatePolicyElement, nullptr);
+        for (const auto& policy : updatePolicyMap) {
+            xmlWriter.startElement(policy.first, nullptr);
+            if (policy.first == qnpolicy::kAuthorizedServerListElement) {
+                TTokenParser<char> authorizedListParser(policy.second);
+                std::string tstrServerValue;
+                while (authorizedListParser.NextToken(tstrServerValue, kServerListDelimiters)) {
+                    if (tstrServerValue.empty()) {
+                        continue;  // adjacent, leading or trailing separators name no server
+                    }
+                    xmlWriter.startElement(qnpolicy::kServerNameElement, nullptr);
+                    xmlWriter.characters(tstrServerValue);
+                    xmlWriter.endElement(qnpolicy::kServerNameElement);
+                }
+            } else {
+                xmlWriter.characters(policy.second);
+            }
+            xmlWriter.endElement(policy.first);
+        }
+        xmlWriter.endElement(qnpolicy::kUpdatePolicyElement);
+    }
+    xmlWriter.endDocument();
+
+    const STATUSCODE status = xmlWriter.writeDocument();
+    if (status != QNCSAXWRITER_SUCCESS) {
+        CAppLog::LogReturnCode("writeLocalPolicy", qnpolicy::kSourceFile, __LINE__,
+                               Logging::DBG_Error, "QNCSaxWriter::writeDocument",
+                               static_cast<uint32_t>(status), nullptr, nullptr);
+        return false;
+    }
+    return true;
 }

@@ -1,14 +1,391 @@
+// The expat-based XML parser: streaming input, event delivery to an XmlMgr, and the
+// refusals that keep a hostile document from reaching beyond its own bytes.
+
 #include "XmlParser.h"
 
-// Placeholder until the expat-based parser lands: every parse reports "not implemented".
+#include <expat.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <memory>
+
+#include "AppLog.h"
+
+namespace {
+
+constexpr char kSourceFile[] = "vpn/Common/Xml/XmlParser";
+
+// Input is fed to expat in pieces of at least kMinFeed bytes. expat keeps an unfinished token
+// (a start tag with a huge attribute, a long comment) and scans it again from its start each
+// time more input arrives, so each piece is made as large as the unfinished part: the pending
+// bytes at most double per piece, the rescans add up to a small multiple of the token's size,
+// and memory stays bounded by twice the largest token plus kMinFeed, whatever the document's
+// size. kMaxFeed keeps a piece within expat's int-sized lengths.
+constexpr size_t kMinFeed = size_t{64} << 10;
+constexpr size_t kMaxFeed = size_t{1} << 30;
+
+// A document smaller than this is read whole and parsed as one final piece, the fastest way
+// for a typical policy file. Larger ones are streamed: measured on policies of 0.7 to 7 MB,
+// pieces of kMinFeed that stay in the cache beat one large buffer.
+constexpr size_t kSingleFeedLimit = kMinFeed;
+
+// The position of a parse event, 1-based as editors show it.
+struct Position {
+    unsigned long line = 0;
+    unsigned long column = 0;
+};
+
+}  // namespace
+
+// Where the document's bytes come from: an open regular file or a caller's buffer. Reads fill
+// the requested length unless the input ends first.
+class XmlParser::Source {
+  public:
+    Source(int fd, size_t size) : m_fd(fd), m_size(size) {}
+    Source(const char* data, size_t size) : m_data(data), m_size(size) {}
+
+    // The document's size when it was opened; a growing file is still read to its end.
+    size_t size() const { return m_size; }
+
+    // Copies up to want bytes to dst; rGot < want only at the end of the input. False, with
+    // errno in rError, when reading failed.
+    bool read(char* dst, size_t want, size_t& rGot, int& rError) {
+        rGot = 0;
+        if (m_fd < 0) {
+            rGot = std::min(want, m_size - m_offset);
+            std::memcpy(dst, m_data + m_offset, rGot);
+            m_offset += rGot;
+            return true;
+        }
+        while (rGot < want) {
+            const ssize_t n = ::read(m_fd, dst + rGot, want - rGot);
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            if (n < 0) {
+                rError = errno;
+                return false;
+            }
+            if (n == 0) {
+                break;
+            }
+            rGot += static_cast<size_t>(n);
+        }
+        m_offset += rGot;
+        return true;
+    }
+
+    // Bytes handed out so far.
+    size_t offset() const { return m_offset; }
+
+  private:
+    int m_fd = -1;
+    const char* m_data = nullptr;
+    size_t m_size = 0;
+    size_t m_offset = 0;
+};
+
+// One parse: the expat parser, the handler, and the text of the element being read. Lives on
+// the stack of XmlParser::parse; expat's callbacks reach it through the user data pointer.
+class XmlParser::Session {
+  public:
+    // Why the parse was stopped from inside a callback.
+    enum StopReason { STOP_NONE, STOP_DOCTYPE, STOP_ENTITY, STOP_EXCEPTION };
+
+    Session(XmlMgr* pXmlMgr, bool bSecure)
+        : m_pXmlMgr(pXmlMgr), m_parser(XML_ParserCreate(nullptr)) {
+        if (m_parser == nullptr) {
+            return;
+        }
+        XML_SetUserData(m_parser.get(), this);
+        XML_SetElementHandler(m_parser.get(), &Session::onStart, &Session::onEnd);
+        XML_SetCharacterDataHandler(m_parser.get(), &Session::onText);
+        // Neither the external DTD subset nor any parameter entity is ever read.
+        XML_SetParamEntityParsing(m_parser.get(), XML_PARAM_ENTITY_PARSING_NEVER);
+        // A reference to an external general entity stops the parse instead of being dropped,
+        // and so does any entity expat would skip: text must never silently lose a part.
+        XML_SetExternalEntityRefHandler(m_parser.get(), &Session::onExternalEntity);
+        XML_SetSkippedEntityHandler(m_parser.get(), &Session::onSkippedEntity);
+        if (bSecure) {
+            XML_SetStartDoctypeDeclHandler(m_parser.get(), &Session::onDoctype);
+        }
+    }
+
+    bool created() const { return m_parser != nullptr; }
+    XML_Parser parser() const { return m_parser.get(); }
+    StopReason stopReason() const { return m_eStopReason; }
+    const Position& stopPosition() const { return m_stopPosition; }
+    const std::string& stopDetail() const { return m_stopDetail; }
+    std::exception_ptr exception() const { return m_exception; }
+
+    Position currentPosition() const {
+        return {XML_GetCurrentLineNumber(m_parser.get()),
+                XML_GetCurrentColumnNumber(m_parser.get()) + 1};
+    }
+
+  private:
+    struct ParserFree {
+        void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+    };
+
+    static Session& self(void* userData) { return *static_cast<Session*>(userData); }
+
+    // Stops the parse for good; expat then reports XML_ERROR_ABORTED. Callbacks that expat
+    // still makes for the token being processed are ignored.
+    void stop(StopReason reason, std::string detail) {
+        m_eStopReason = reason;
+        m_stopPosition = currentPosition();
+        m_stopDetail = std::move(detail);
+        XML_StopParser(m_parser.get(), XML_FALSE);
+    }
+
+    // Runs one delivery step; a handler's exception is kept for XmlParser::parse to rethrow,
+    // because it must not unwind through expat's C frames.
+    template <typename Step>
+    void deliver(Step step) {
+        if (m_eStopReason != STOP_NONE) {
+            return;
+        }
+        try {
+            step();
+        } catch (...) {
+            m_exception = std::current_exception();
+            stop(STOP_EXCEPTION, std::string());
+        }
+    }
+
+    // A start tag: the enclosing element now has a child, so its text is dropped; the new
+    // element collects text until its end tag or its first child.
+    static void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** atts) {
+        Session& s = self(userData);
+        s.deliver([&s, name, atts] {
+            s.m_text.clear();
+            s.m_bLeafOpen = true;
+            s.m_name.assign(name);
+            s.m_pXmlMgr->addElement(s.m_name);
+            for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
+                s.m_attributeName.assign(att[0]);
+                s.m_attributeValue.assign(att[1]);
+                s.m_pXmlMgr->addAttribute(s.m_attributeName, s.m_attributeValue);
+            }
+        });
+    }
+
+    // An end tag: a leaf delivers its whole text, if it has any; the enclosing element has had
+    // a child, so nothing more is collected until the next start tag.
+    static void XMLCALL onEnd(void* userData, const XML_Char* name) {
+        Session& s = self(userData);
+        s.deliver([&s, name] {
+            if (s.m_bLeafOpen && !s.m_text.empty()) {
+                s.m_pXmlMgr->setElementValue(s.m_text);
+            }
+            s.m_bLeafOpen = false;
+            s.m_text.clear();
+            s.m_name.assign(name);
+            s.m_pXmlMgr->endElement(s.m_name);
+        });
+    }
+
+    // Character data arrives in pieces (decoded references, CDATA sections and plain text
+    // alike); only a leaf's pieces are kept.
+    static void XMLCALL onText(void* userData, const XML_Char* text, int length) {
+        Session& s = self(userData);
+        if (s.m_bLeafOpen && s.m_eStopReason == STOP_NONE) {
+            s.deliver([&s, text, length] { s.m_text.append(text, static_cast<size_t>(length)); });
+        }
+    }
+
+    static void XMLCALL onDoctype(void* userData, const XML_Char* doctypeName,
+                                  const XML_Char* /*sysid*/, const XML_Char* /*pubid*/,
+                                  int /*hasInternalSubset*/) {
+        self(userData).stop(STOP_DOCTYPE, doctypeName);
+    }
+
+    static int XMLCALL onExternalEntity(XML_Parser parser, const XML_Char* /*context*/,
+                                        const XML_Char* /*base*/, const XML_Char* systemId,
+                                        const XML_Char* /*publicId*/) {
+        Session& s = self(XML_GetUserData(parser));
+        s.stop(STOP_ENTITY, std::string("external entity \"") + systemId + "\"");
+        return XML_STATUS_ERROR;
+    }
+
+    static void XMLCALL onSkippedEntity(void* userData, const XML_Char* entityName,
+                                        int isParameterEntity) {
+        self(userData).stop(STOP_ENTITY, std::string(isParameterEntity != 0 ? "%" : "&") +
+                                             entityName + "; that was not declared or read");
+    }
+
+    XmlMgr* m_pXmlMgr;
+    std::unique_ptr<XML_ParserStruct, ParserFree> m_parser;
+    std::string m_text;           // the text of the open leaf so far
+    bool m_bLeafOpen = false;     // an element is open and has no child yet
+    std::string m_name;           // reused for every element name handed out
+    std::string m_attributeName;  // reused for every attribute handed out
+    std::string m_attributeValue;
+    StopReason m_eStopReason = STOP_NONE;
+    Position m_stopPosition;
+    std::string m_stopDetail;
+    std::exception_ptr m_exception;
+};
+
 XmlParser::XmlParser(XmlMgr* pXmlMgr) : m_pXmlMgr(pXmlMgr) {}
+
 XmlParser::~XmlParser() = default;
-STATUSCODE XmlParser::parseBuffer(const char* /*data*/, size_t /*size*/, bool /*bSecure*/,
-                                  const std::string& /*name*/) {
-    return XMLPARSER_ERROR_NOT_IMPLEMENTED;
+
+unsigned long XmlParser::CurrentLine() const {
+    return m_pSession != nullptr ? m_pSession->currentPosition().line : 0;
 }
-unsigned long XmlParser::CurrentLine() const { return 0; }
-unsigned long XmlParser::CurrentColumn() const { return 0; }
-STATUSCODE XmlParser::parseFile(const std::string& /*path*/, bool /*bSecure*/) {
-    return m_pXmlMgr == nullptr ? XMLPARSER_ERROR_NULL_POINTER : XMLPARSER_ERROR_NOT_IMPLEMENTED;
+
+unsigned long XmlParser::CurrentColumn() const {
+    return m_pSession != nullptr ? m_pSession->currentPosition().column : 0;
+}
+
+STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
+    if (m_pXmlMgr == nullptr) {
+        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
+                                 "Cannot parse \"%s\": no event handler was given", path.c_str());
+        return XMLPARSER_ERROR_NULL_POINTER;
+    }
+    // O_NONBLOCK: opening a FIFO without a writer must not wait. Links are followed; what
+    // the path finally names must be a regular file, so a device (/dev/zero) or a directory
+    // is refused before a byte is read.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        const int error = errno;
+        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
+                                 "Cannot open \"%s\": %s", path.c_str(), std::strerror(error));
+        return XMLPARSER_ERROR_FILE_OPEN;
+    }
+    struct FdCloser {
+        int fd;
+        ~FdCloser() { ::close(fd); }
+    } closer{fd};
+
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        const int error = errno;
+        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
+                                 "Cannot examine \"%s\": %s", path.c_str(), std::strerror(error));
+        return XMLPARSER_ERROR_FILE_OPEN;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
+                                 "Cannot parse \"%s\": not a regular file", path.c_str());
+        return XMLPARSER_ERROR_FILE_OPEN;
+    }
+    Source source(fd, static_cast<size_t>(info.st_size));
+    return parse(source, bSecure, path, "parseFile");
+}
+
+STATUSCODE XmlParser::parseBuffer(const char* data, size_t size, bool bSecure,
+                                  const std::string& name) {
+    if (m_pXmlMgr == nullptr || (data == nullptr && size != 0)) {
+        CAppLog::LogDebugMessage(
+            "parseBuffer", kSourceFile, __LINE__, Logging::DBG_Error, "Cannot parse \"%s\": %s",
+            name.c_str(),
+            m_pXmlMgr == nullptr ? "no event handler was given" : "the buffer is null");
+        return XMLPARSER_ERROR_NULL_POINTER;
+    }
+    Source source(data, size);
+    return parse(source, bSecure, name, "parseBuffer");
+}
+
+STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& name,
+                            const char* function) {
+    Session session(m_pXmlMgr, bSecure);
+    if (!session.created()) {
+        CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                 "Cannot parse \"%s\": the XML parser could not be created",
+                                 name.c_str());
+        return XMLPARSER_ERROR_MEMALLOC_FAILED;
+    }
+    // CurrentLine() and CurrentColumn() answer from this session until the parse ends, however
+    // it ends.
+    struct SessionScope {
+        Session*& rpSession;
+        ~SessionScope() { rpSession = nullptr; }
+    } scope{m_pSession};
+    m_pSession = &session;
+
+    XML_Parser parser = session.parser();
+    size_t want = source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
+    for (;;) {
+        void* buffer = XML_GetBuffer(parser, static_cast<int>(want));
+        if (buffer == nullptr) {
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Cannot parse \"%s\": no memory for %zu bytes of input",
+                                     name.c_str(), want);
+            return XMLPARSER_ERROR_MEMALLOC_FAILED;
+        }
+        size_t got = 0;
+        int error = 0;
+        if (!source.read(static_cast<char*>(buffer), want, got, error)) {
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Reading \"%s\" failed after %zu bytes: %s", name.c_str(),
+                                     source.offset(), std::strerror(error));
+            return XMLPARSER_ERROR_FILE_READ;
+        }
+        const bool bFinal = got < want;
+        if (XML_ParseBuffer(parser, static_cast<int>(got), bFinal ? XML_TRUE : XML_FALSE) !=
+            XML_STATUS_OK) {
+            break;
+        }
+        if (bFinal) {
+            return XMLPARSER_SUCCESS;
+        }
+        // The bytes expat holds back are the unfinished token; the next piece matches them.
+        const XML_Index parsed = XML_GetCurrentByteIndex(parser);
+        const size_t pending = parsed >= 0 && static_cast<size_t>(parsed) <= source.offset()
+                                   ? source.offset() - static_cast<size_t>(parsed)
+                                   : 0;
+        want = std::clamp(pending, kMinFeed, kMaxFeed);
+    }
+
+    // The parse failed: say where and why, once.
+    const Position& stopped = session.stopPosition();
+    switch (session.stopReason()) {
+        case Session::STOP_DOCTYPE:
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Refused \"%s\" at line %lu, column %lu: document type "
+                                     "declaration \"%s\" (a secure parse accepts no DTD)",
+                                     name.c_str(), stopped.line, stopped.column,
+                                     session.stopDetail().c_str());
+            return XMLPARSER_ERROR_DOCTYPE_REFUSED;
+        case Session::STOP_ENTITY:
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Refused \"%s\" at line %lu, column %lu: %s (entities "
+                                     "from outside the document are never read)",
+                                     name.c_str(), stopped.line, stopped.column,
+                                     session.stopDetail().c_str());
+            return XMLPARSER_ERROR_ENTITY_REFUSED;
+        case Session::STOP_EXCEPTION:
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Parsing \"%s\" stopped at line %lu, column %lu: the event "
+                                     "handler threw an exception",
+                                     name.c_str(), stopped.line, stopped.column);
+            std::rethrow_exception(session.exception());
+        case Session::STOP_NONE:
+            break;
+    }
+    const XML_Error code = XML_GetErrorCode(parser);
+    const unsigned long line = XML_GetErrorLineNumber(parser);
+    const unsigned long column = XML_GetErrorColumnNumber(parser) + 1;
+    CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                             "Cannot parse \"%s\" at line %lu, column %lu: %s", name.c_str(), line,
+                             column, XML_ErrorString(code));
+    switch (code) {
+        case XML_ERROR_NO_MEMORY:
+            return XMLPARSER_ERROR_MEMALLOC_FAILED;
+        case XML_ERROR_AMPLIFICATION_LIMIT_BREACH:
+        case XML_ERROR_RECURSIVE_ENTITY_REF:
+        case XML_ERROR_EXTERNAL_ENTITY_HANDLING:
+            return XMLPARSER_ERROR_ENTITY_REFUSED;
+        default:
+            return XMLPARSER_ERROR_NOT_WELL_FORMED;
+    }
 }

@@ -1,0 +1,413 @@
+// policy_bench measures LoadLocalQuillnetPolicy against a bare expat parse of the same policy
+// documents, and the peak memory of a load.
+//
+//   policy_bench [benchmark flags]   timings, then a summary: load/expat ratio per document
+//                                    and growth from 1,000 to 10,000 to 100,000 servers
+//   policy_bench --memory            peak resident memory of one load per document, each in a
+//                                    fresh process
+//
+// The log sink is silenced for both sides. The bare parse is what any loader needs at least:
+// read the file, let expat parse it, keep the text of each leaf, append every ServerName's
+// text to a std::list<std::string>.
+
+#include <benchmark/benchmark.h>
+#include <expat.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "AppLog.h"
+#include "StoragePath.h"
+#include "XmlLocalQNPolMgr.h"
+
+extern char** environ;
+
+namespace {
+
+constexpr char kPolicyFileName[] = "QuillnetLocalPolicy.xml";
+
+// The document sizes measured: 0 stands for the typical policy (about 2 KB, five servers).
+constexpr int64_t kTypical = 0;
+const int64_t kServerCounts[] = {kTypical, 1000, 10000, 100000};
+
+// The largest document again, with this much white space after every server: a document
+// twenty times larger with the same record.
+constexpr size_t kPaddingPerServer = 1024;
+
+// The documents, one directory each, below a temporary directory removed at exit.
+class DocumentSet {
+  public:
+    DocumentSet() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qnbench-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            std::perror("mkdtemp");
+            std::exit(1);
+        }
+        m_root = pattern + "/";
+    }
+    ~DocumentSet() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_root, ignored);
+    }
+    DocumentSet(const DocumentSet&) = delete;
+    DocumentSet& operator=(const DocumentSet&) = delete;
+
+    // The directory holding the document with this many servers (written on first use).
+    const std::string& directory(int64_t servers, size_t padding = 0) {
+        const std::string key = std::to_string(servers) + "-" + std::to_string(padding);
+        auto found = m_dirs.find(key);
+        if (found == m_dirs.end()) {
+            const std::string dir = m_root + key + "/";
+            std::filesystem::create_directory(dir);
+            write(dir + kPolicyFileName, servers, padding);
+            found = m_dirs.emplace(key, dir).first;
+        }
+        return found->second;
+    }
+
+    static size_t serverCount(int64_t servers) {
+        return servers == kTypical ? 5 : static_cast<size_t>(servers);
+    }
+
+  private:
+    // A complete policy as generation writes it, streamed to disk without building it in
+    // memory.
+    static void write(const std::string& path, int64_t servers, size_t padding) {
+        std::ofstream out(path, std::ios::binary | std::ios::trunc);
+        out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+               "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/encoding/\" "
+               "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+               "xsi:schemaLocation=\"http://schemas.xmlsoap.org/encoding/ "
+               "QuillnetLocalPolicy.xsd\" qnversion=\"5.1.8.105\">\n";
+        const char* const settings[][2] = {
+            {"BypassDefaultLocalization", "false"},
+            {"BypassDownloader", "true"},
+            {"EnableCRLCheck", "true"},
+            {"ExcludeFirefoxNSSCertStore", "false"},
+            {"ExcludeMacNativeCertStore", "true"},
+            {"ExcludePemFileCertStore", "false"},
+            {"ExcludeWinNativeCertStore", "true"},
+            {"FipsMode", "true"},
+            {"OCSPRevocation", "true"},
+            {"RestrictHelpWebDeploy", "true"},
+            {"RestrictLocalizationWebDeploy", "true"},
+            {"RestrictPreferenceCaching", "Credentials,Thumbprints"},
+            {"RestrictResourceWebDeploy", "true"},
+            {"RestrictScriptWebDeploy", "true"},
+            {"RestrictServerCertStore", "false"},
+            {"RestrictTunnelProtocols", "false"},
+            {"RestrictWebLaunch", "true"},
+            {"StrictCertificateTrust", "true"},
+        };
+        for (const auto& setting : settings) {
+            out << "    <" << setting[0] << ">" << setting[1] << "</" << setting[0] << ">\n";
+        }
+        out << "    <UpdatePolicy>\n";
+        const char* const updates[] = {
+            "AllowComplianceModuleUpdatesFromAnyServer",
+            "AllowHelpUpdatesFromAnyServer",
+            "AllowLocalizationUpdatesFromAnyServer",
+            "AllowManagementVPNProfileUpdatesFromAnyServer",
+            "AllowPlexoProfileUpdatesFromAnyServer",
+            "AllowResourceUpdatesFromAnyServer",
+            "AllowScriptUpdatesFromAnyServer",
+            "AllowServiceProfileUpdatesFromAnyServer",
+            "AllowSoftwareUpdatesFromAnyServer",
+            "AllowVPNProfileUpdatesFromAnyServer",
+        };
+        for (const char* update : updates) {
+            out << "        <" << update << ">false</" << update << ">\n";
+        }
+        out << "        <AuthorizedServerList>\n";
+        const std::string pad(padding, ' ');
+        char name[64];
+        for (size_t i = 0; i < serverCount(servers); ++i) {
+            std::snprintf(name, sizeof name, "vpn-gateway-%06zu.example.com", i);
+            out << "            <ServerName>" << name << "</ServerName>\n" << pad;
+        }
+        out << "        </AuthorizedServerList>\n    </UpdatePolicy>\n</QuillnetLocalPolicy>\n";
+    }
+
+    std::string m_root;
+    std::map<std::string, std::string> m_dirs;
+};
+
+// The process's documents, written on first use and removed at exit.
+DocumentSet& documents() {
+    static DocumentSet set;
+    return set;
+}
+
+// The manager and the installation-path service registered on one document's directory.
+class LoaderScope {
+  public:
+    explicit LoaderScope(const std::string& dir) {
+        CStoragePath::createSingletonInstance(m_pStoragePath, dir);
+        XmlLocalQNPolMgr::createSingletonInstance(m_pMgr);
+    }
+    ~LoaderScope() {
+        if (m_pMgr != nullptr) {
+            m_pMgr->releaseInstance();
+        }
+        if (m_pStoragePath != nullptr) {
+            m_pStoragePath->releaseInstance();
+        }
+    }
+    LoaderScope(const LoaderScope&) = delete;
+    LoaderScope& operator=(const LoaderScope&) = delete;
+    XmlLocalQNPolMgr* manager() const { return m_pMgr; }
+
+  private:
+    CStoragePath* m_pStoragePath = nullptr;
+    XmlLocalQNPolMgr* m_pMgr = nullptr;
+};
+
+void BM_LoadLocalQuillnetPolicy(benchmark::State& state) {
+    LoaderScope scope(documents().directory(state.range(0)));
+    XmlLocalQNPolMgr* pMgr = scope.manager();
+    if (pMgr == nullptr) {
+        state.SkipWithError("manager could not be created");
+        return;
+    }
+    while (state.KeepRunning()) {
+        benchmark::DoNotOptimize(pMgr->LoadLocalQuillnetPolicy());
+    }
+    if (pMgr->GetLocalPolicyInfo().GetAuthorizedServerList().size() !=
+        DocumentSet::serverCount(state.range(0))) {
+        state.SkipWithError("the load did not read every server");
+    }
+}
+
+// The bare parse: a plain read loop feeding expat, leaf text kept, server names listed.
+struct BareState {
+    std::string text;
+    std::list<std::string> servers;
+};
+
+void XMLCALL bareStart(void* userData, const XML_Char* /*name*/, const XML_Char** /*atts*/) {
+    static_cast<BareState*>(userData)->text.clear();
+}
+
+void XMLCALL bareEnd(void* userData, const XML_Char* name) {
+    auto* s = static_cast<BareState*>(userData);
+    if (std::strcmp(name, "ServerName") == 0) {
+        s->servers.push_back(s->text);
+    }
+    s->text.clear();
+}
+
+void XMLCALL bareText(void* userData, const XML_Char* text, int length) {
+    static_cast<BareState*>(userData)->text.append(text, static_cast<size_t>(length));
+}
+
+size_t bareParse(const std::string& path) {
+    BareState state;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    XML_SetUserData(parser, &state);
+    XML_SetElementHandler(parser, bareStart, bareEnd);
+    XML_SetCharacterDataHandler(parser, bareText);
+    constexpr int kPiece = 64 * 1024;
+    bool ok = fd >= 0;
+    while (ok) {
+        void* buffer = XML_GetBuffer(parser, kPiece);
+        const ssize_t got = ::read(fd, buffer, kPiece);
+        ok = got >= 0 && XML_ParseBuffer(parser, static_cast<int>(got), got == 0) == XML_STATUS_OK;
+        if (got == 0) {
+            break;
+        }
+    }
+    XML_ParserFree(parser);
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return ok ? state.servers.size() : 0;
+}
+
+void BM_BareExpatParse(benchmark::State& state) {
+    const std::string path = documents().directory(state.range(0)) + kPolicyFileName;
+    size_t servers = 0;
+    while (state.KeepRunning()) {
+        servers = bareParse(path);
+        benchmark::DoNotOptimize(servers);
+    }
+    if (servers != DocumentSet::serverCount(state.range(0))) {
+        state.SkipWithError("the bare parse did not read every server");
+    }
+}
+
+// Each benchmark is repeated and judged by its fastest repetition: on a shared machine other
+// processes only ever add time, so the minimum is the most faithful figure.
+void configure(benchmark::internal::Benchmark* b) {
+    for (const int64_t servers : kServerCounts) {
+        b->Arg(servers);
+    }
+    b->Unit(benchmark::kMicrosecond)
+        ->Repetitions(10)
+        ->ReportAggregatesOnly(true)
+        ->ComputeStatistics("min", [](const std::vector<double>& values) {
+            return *std::min_element(values.begin(), values.end());
+        });
+}
+
+BENCHMARK(BM_LoadLocalQuillnetPolicy)->Apply(configure);
+BENCHMARK(BM_BareExpatParse)->Apply(configure);
+
+// Prints the usual console output and keeps each benchmark's fastest repetition for the
+// summary. The targets are judged on CPU time: on a shared machine the wall-clock time also
+// counts the time the benchmark waited for a core. Wall-clock ratios are printed beside them.
+class SummaryReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "min") {
+                m_fastest[run.run_name.function_name][std::atoll(run.run_name.args.c_str())] = {
+                    run.GetAdjustedCPUTime(), run.GetAdjustedRealTime()};
+            }
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    // The ratio of the loader to the bare parse per document, and the growth of each from
+    // one document size to the next; false when a target is missed.
+    bool printSummary() const {
+        const auto load = m_fastest.find("BM_LoadLocalQuillnetPolicy");
+        const auto bare = m_fastest.find("BM_BareExpatParse");
+        if (load == m_fastest.end() || bare == m_fastest.end() ||
+            load->second.size() != std::size(kServerCounts) ||
+            bare->second.size() != std::size(kServerCounts)) {
+            return true;  // a filtered run: nothing to compare
+        }
+        bool bOk = true;
+        std::printf(
+            "\nfastest repetition, CPU time (wall-clock ratio beside)\n%-10s %12s %12s %8s %8s\n",
+            "servers", "load (us)", "bare (us)", "ratio", "(wall)");
+        for (const int64_t servers : kServerCounts) {
+            const Times& l = load->second.at(servers);
+            const Times& b = bare->second.at(servers);
+            const double ratio = l.cpu / b.cpu;
+            bOk = bOk && ratio <= kMaxRatio;
+            std::printf("%-10s %12.1f %12.1f %8.3f %8.3f%s\n",
+                        servers == kTypical ? "typical" : std::to_string(servers).c_str(), l.cpu,
+                        b.cpu, ratio, l.real / b.real, ratio <= kMaxRatio ? "" : "  MISSED");
+        }
+        for (const int64_t servers : {int64_t{1000}, int64_t{10000}}) {
+            const double loadGrowth =
+                load->second.at(servers * 10).cpu / load->second.at(servers).cpu;
+            const double bareGrowth =
+                bare->second.at(servers * 10).cpu / bare->second.at(servers).cpu;
+            bOk = bOk && loadGrowth <= kMaxGrowth;
+            std::printf("growth %lld -> %lld servers: load x%.2f, bare x%.2f%s\n",
+                        static_cast<long long>(servers), static_cast<long long>(servers) * 10,
+                        loadGrowth, bareGrowth, loadGrowth <= kMaxGrowth ? "" : "  MISSED");
+        }
+        std::printf("%s\n", bOk ? "all targets met" : "TARGET MISSED");
+        return bOk;
+    }
+
+  private:
+    static constexpr double kMaxRatio = 1.3;    // load time / bare parse time
+    static constexpr double kMaxGrowth = 11.0;  // time for 10x the servers / time
+
+    struct Times {
+        double cpu = 0;
+        double real = 0;
+    };
+    std::map<std::string, std::map<int64_t, Times>> m_fastest;
+};
+
+long maxRssKiB() {
+    struct rusage usage {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// In a fresh process: the peak resident memory before and after one load of dir's policy.
+int memoryChild(const std::string& dir) {
+    LoaderScope scope(dir);
+    const long before = maxRssKiB();
+    const STATUSCODE status = scope.manager()->LoadLocalQuillnetPolicy();
+    const long after = maxRssKiB();
+    std::printf("%ld %ld %zu\n", before, after,
+                scope.manager()->GetLocalPolicyInfo().GetAuthorizedServerList().size());
+    return status == XMLLOCALQNPOLMGR_SUCCESS ? 0 : 1;
+}
+
+// Runs memoryChild for every document and prints one line per document.
+int memoryReport(const char* self) {
+    std::printf("%-22s %14s %9s %16s\n", "document", "bytes", "servers", "peak growth (KiB)");
+    struct Doc {
+        int64_t servers;
+        size_t padding;
+    };
+    const Doc docs[] = {
+        {kTypical, 0}, {1000, 0}, {10000, 0}, {100000, 0}, {100000, kPaddingPerServer}};
+    for (const Doc& doc : docs) {
+        const std::string& dir = documents().directory(doc.servers, doc.padding);
+        const std::string out = dir + "rss.txt";
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        std::vector<std::string> args = {self, "--memory-child", dir};
+        std::vector<char*> argv;
+        argv.reserve(args.size() + 1);
+        for (std::string& arg : args) {
+            argv.push_back(arg.data());
+        }
+        argv.push_back(nullptr);
+        pid_t pid = 0;
+        int status = 0;
+        if (posix_spawn(&pid, self, &actions, nullptr, argv.data(), environ) != 0 ||
+            ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            std::fprintf(stderr, "memory measurement failed for %s\n", dir.c_str());
+            return 1;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        long before = 0;
+        long after = 0;
+        size_t servers = 0;
+        std::ifstream(out) >> before >> after >> servers;
+        const std::string label = std::string(doc.servers == kTypical ? "typical" : "servers ") +
+                                  (doc.servers == kTypical ? "" : std::to_string(doc.servers)) +
+                                  (doc.padding != 0 ? " padded" : "");
+        std::printf("%-22s %14ju %9zu %16ld\n", label.c_str(),
+                    static_cast<uintmax_t>(std::filesystem::file_size(dir + kPolicyFileName)),
+                    servers, after - before);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CAppLog::SetSink([](const CAppLogRecord&) {});
+    if (argc == 3 && std::strcmp(argv[1], "--memory-child") == 0) {
+        return memoryChild(argv[2]);
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--memory") == 0) {
+        return memoryReport("/proc/self/exe");
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    SummaryReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return reporter.printSummary() ? 0 : 1;
+}
