@@ -6,9 +6,13 @@
 // CManualLock is a non-recursive mutual-exclusion lock with explicit Lock() and Unlock().
 // The constructor's argument (historically a spin count) is accepted and ignored: the lock
 // is a plain mutex. Prefer CAutoLockT to pairing Lock() and Unlock() by hand.
+//
+// The constructor is constexpr so that a lock with static storage duration is constant-
+// initialised: it is usable from any other static initialiser, whatever the order in which
+// translation units are initialised.
 class CManualLock {
-public:
-    explicit CManualLock(unsigned long /*ulSpinCount*/) {}
+  public:
+    constexpr explicit CManualLock(unsigned long /*ulSpinCount*/) {}
     virtual ~CManualLock() = default;
     CManualLock(const CManualLock&) = delete;
     CManualLock& operator=(const CManualLock&) = delete;
@@ -16,7 +20,7 @@ public:
     void Lock() { m_mutex.lock(); }
     void Unlock() { m_mutex.unlock(); }
 
-private:
+  private:
     std::mutex m_mutex;
 };
 
@@ -26,13 +30,13 @@ private:
 //   CAutoLockT<CManualLock> guard(sm_instanceLock);
 template <typename LockT>
 class CAutoLockT {
-public:
+  public:
     explicit CAutoLockT(LockT& rLock) : m_rLock(rLock) { m_rLock.Lock(); }
     ~CAutoLockT() { m_rLock.Unlock(); }
     CAutoLockT(const CAutoLockT&) = delete;
     CAutoLockT& operator=(const CAutoLockT&) = delete;
 
-private:
+  private:
     LockT& m_rLock;
 };
 

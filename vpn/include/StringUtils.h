@@ -10,7 +10,7 @@
 
 // String helpers shared by the client's modules.
 class CStringUtils {
-public:
+  public:
     // Cuts text at every occurrence of separator and returns the pieces in order. Empty
     // pieces are dropped, so "a,,b," gives {"a", "b"} and "" or "," give no piece at all:
     // a doubled or trailing separator never yields an empty token.
@@ -34,7 +34,7 @@ public:
 // value, making it reallocate) is outside these guarantees.
 template <typename StrT>
 class SecureString {
-public:
+  public:
     typedef typename StrT::value_type charT;
     typedef typename StrT::traits_type traitsT;
     typedef const charT* const_pointerT;
@@ -44,7 +44,7 @@ public:
     // Copies the NUL-terminated text at p. Throws std::logic_error when p is null.
     SecureString(const_pointerT p) {  // NOLINT(google-explicit-constructor)
         if (p == nullptr) {
-            throw std::logic_error("SecureString: construction from null is not valid");
+            throwNull();
         }
         m_strValue.assign(p, traitsT::length(p));
     }
@@ -56,7 +56,7 @@ public:
             return;
         }
         if (p == nullptr) {
-            throw std::logic_error("SecureString: construction from null is not valid");
+            throwNull();
         }
         m_strValue.assign(p, n);
     }
@@ -109,14 +109,25 @@ public:
     // zeros: p must point to writable storage despite its type. Throws std::logic_error,
     // before anything is written, when p is null.
     static SecureString GetAndClear(const_pointerT p) {
+        // Checked here as well as in the constructor so that the compiler sees p is not null
+        // where it is cleared (a caller passing a literal null would otherwise get a
+        // -Wnonnull diagnostic from this header).
+        if (p == nullptr) {
+            throwNull();
+        }
         SecureString result(p);
         // The text at p belongs to the caller, who handed it in to be cleared.
         explicit_bzero(const_cast<charT*>(p), result.length() * sizeof(charT));
         return result;
     }
 
-private:
+  private:
     static constexpr size_t kGrowthHeadroom = 256;
+
+    // The standard string's own error for construction from a null pointer.
+    [[noreturn]] static void throwNull() {
+        throw std::logic_error("SecureString: construction from null is not valid");
+    }
 
     // Zeroes the characters of str's own buffer up to its length, then empties it.
     static void wipe(StrT& str) {

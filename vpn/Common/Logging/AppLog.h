@@ -26,12 +26,12 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 // Records go to one process-wide sink; the default sink writes one readable line per record
 // to standard error:
 //
-//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned 0xFEA10004
-//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned
+//   0xFEA10004 I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
 //
 // Logging is thread-safe, and records reach the sink in the order they were logged.
 class CAppLog {
-public:
+  public:
     // Logs a printf-style message.
     static void LogDebugMessage(const char* function, const char* file, int line,
                                 Logging::DebugImportance importance, const char* format, ...)
@@ -45,7 +45,9 @@ public:
                               uint32_t code, const char* text1, const char* text2, ...);
 
     // Installs a process-wide sink and returns the previous one; an empty sink restores the
-    // default, which writes to standard error.
+    // default, which writes to standard error. While the default is in effect the previous
+    // sink is returned empty, so installing what SetSink returned always restores the state
+    // before the call.
     static CAppLogSink SetSink(CAppLogSink sink);
 
     // The readable one-line form of a record used by the default sink (no trailing newline).
