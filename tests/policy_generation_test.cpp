@@ -1,7 +1,5 @@
 // Policy generation from installer arguments and the policy document it writes.
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
