@@ -86,6 +86,7 @@ TEST(ManualLock, ExcludesOtherThreadsFromTheGuardedSection) {
     int counter = 0;  // deliberately not atomic: only the lock protects it
 
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < kRounds; ++i) {
@@ -319,6 +320,7 @@ TEST_F(StoragePath, ConcurrentAcquisitionsAndReleasesKeepTheCount) {
     std::atomic<unsigned int> ready{0};
     auto onAllThreads = [&](auto work) {
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (unsigned int t = 0; t < kThreads; ++t) {
             threads.emplace_back([&] {
                 ready.fetch_add(1);
@@ -529,6 +531,7 @@ TEST(AppLog, RecordsFromManyThreadsArriveOneAtATimeInOrderAndNoneIsLost) {
     });
 
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < kPerThread; ++i) {

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -18,6 +19,13 @@
 #include "StringUtils.h"
 
 namespace {
+
+// The address a buffer starts at, kept as a number: it is only ever compared, also after the
+// buffer it came from may have been released.
+template <typename CharT>
+std::uintptr_t address(const CharT* buffer) {
+    return reinterpret_cast<std::uintptr_t>(buffer);
+}
 
 template <typename StrT>
 class SecureStringTest : public ::testing::Test {
@@ -86,13 +94,13 @@ TYPED_TEST(SecureStringTest, DestructionZeroesTheValueBeforeReleasingIt) {
 TYPED_TEST(SecureStringTest, AssignmentZeroesTheOldCharactersFirst) {
     using SecureT = typename TestFixture::SecureT;
     SecureT secure(TestFixture::text("abcdef"));
-    const auto* before = TestFixture::held(secure).data();
+    const std::uintptr_t before = address(TestFixture::held(secure).data());
     ASSERT_GE(TestFixture::held(secure).capacity(), 6U);
 
     secure = SecureT(TestFixture::text("xy"));
 
     const TypeParam& value = TestFixture::held(secure);
-    ASSERT_EQ(value.data(), before) << "the assignment was expected to reuse the buffer";
+    ASSERT_EQ(address(value.data()), before) << "the assignment was expected to reuse the buffer";
     EXPECT_EQ(value, TestFixture::text("xy"));
     // Characters 2..5 held "cdef": the terminator covers 2, the wipe must have covered 3..5.
     EXPECT_TRUE(TestFixture::charactersZero(value.data(), 2, 4));
@@ -178,12 +186,12 @@ TYPED_TEST(SecureStringTest, GetAndClearCopiesThenZeroesTheCallersText) {
 TYPED_TEST(SecureStringTest, ResetZeroesAndEmptiesTheCallersString) {
     using SecureT = typename TestFixture::SecureT;
     TypeParam plain = TestFixture::text("hello");
-    const auto* before = plain.data();
+    const std::uintptr_t before = address(plain.data());
 
     SecureT::Reset(plain);
 
     EXPECT_TRUE(plain.empty());
-    ASSERT_EQ(plain.data(), before) << "the buffer stays with the string";
+    ASSERT_EQ(address(plain.data()), before) << "the buffer stays with the string";
     ASSERT_GE(plain.capacity(), 5U);
     EXPECT_TRUE(TestFixture::charactersZero(plain.data(), 0, 5));
 
@@ -201,18 +209,18 @@ TYPED_TEST(SecureStringTest, AppendReachingTheCapacityMovesToABufferWithHeadroom
         SecureT secure(TestFixture::text(start));
         TypeParam& value = TestFixture::roomToAppend(secure);
         const size_t length = value.length();
-        const auto* before = value.data();
+        const std::uintptr_t before = address(value.data());
         const TypeParam appended(value.capacity() - length, CharT('x'));  // reaches capacity
 
         secure += appended;
 
-        EXPECT_NE(value.data(), before) << "the growth path was not taken";
+        EXPECT_NE(address(value.data()), before) << "the growth path was not taken";
         EXPECT_GE(value.capacity(), length + appended.length() + 256);
         EXPECT_EQ(value, TestFixture::text(start) + appended);
         // The appends that use up the headroom stay in place.
-        const auto* grown = value.data();
+        const std::uintptr_t grown = address(value.data());
         secure += TypeParam(200, CharT('y'));
-        EXPECT_EQ(value.data(), grown);
+        EXPECT_EQ(address(value.data()), grown);
     }
 }
 
@@ -224,12 +232,12 @@ TYPED_TEST(SecureStringTest, AppendStayingBelowTheCapacityStaysInPlace) {
         SecureT secure(TestFixture::text(start));
         TypeParam& value = TestFixture::roomToAppend(secure);
         const size_t capacity = value.capacity();
-        const auto* before = value.data();
+        const std::uintptr_t before = address(value.data());
         const TypeParam appended(capacity - value.length() - 1, CharT('x'));  // one short
 
         secure += appended;
 
-        EXPECT_EQ(value.data(), before);
+        EXPECT_EQ(address(value.data()), before);
         EXPECT_EQ(value.capacity(), capacity);
         EXPECT_EQ(value, TestFixture::text(start) + appended);
     }
@@ -241,8 +249,8 @@ TEST(SecureStringGrowth, LeavesNoTraceOfTheTextInTheAbandonedInObjectBuffer) {
     alignas(SecureT) unsigned char storage[sizeof(SecureT)];
     auto* secure = new (storage) SecureT(kSecret);
     std::string& value = static_cast<std::string&>(*secure);
-    const auto* data = reinterpret_cast<const unsigned char*>(value.data());
-    if (data < storage || data >= storage + sizeof storage) {
+    const std::uintptr_t before = address(value.data());
+    if (before < address(storage) || before >= address(storage + sizeof storage)) {
         secure->~SecureT();
         GTEST_SKIP() << "the string library keeps twelve characters outside the object";
     }
@@ -250,7 +258,7 @@ TEST(SecureStringGrowth, LeavesNoTraceOfTheTextInTheAbandonedInObjectBuffer) {
 
     *secure += appended;  // exactly reaches the capacity: moves to the heap
 
-    ASSERT_NE(reinterpret_cast<const unsigned char*>(value.data()), data);
+    ASSERT_NE(address(value.data()), before);
     EXPECT_EQ(value, kSecret + appended);
     // The object's own bytes now hold the heap pointer, length and capacity; no four
     // consecutive characters of the old text may remain among them.
@@ -266,9 +274,10 @@ TEST(SecureStringGrowth, LeavesNoTraceOfTheTextInTheAbandonedInObjectBuffer) {
 TEST(SecureStringWide, WipingThreeCharactersZeroesTwelveBytes) {
     static_assert(sizeof(wchar_t) == 4, "wchar_t is four bytes on this platform");
     std::wstring plain = L"abc";
-    const auto* bytes = reinterpret_cast<const unsigned char*>(plain.data());
+    const std::uintptr_t before = address(plain.data());
     SecureString<std::wstring>::Reset(plain);
-    ASSERT_EQ(reinterpret_cast<const unsigned char*>(plain.data()), bytes);
+    ASSERT_EQ(address(plain.data()), before) << "the buffer stays with the string";
+    const auto* bytes = reinterpret_cast<const unsigned char*>(plain.data());
     EXPECT_EQ(std::vector<unsigned char>(bytes, bytes + 12), std::vector<unsigned char>(12, 0));
 }
 

@@ -12,7 +12,7 @@
 //   ispStoragePath->GetMainPath(0, false);
 template <typename T>
 class CInstanceSmartPtr {
-public:
+  public:
     explicit CInstanceSmartPtr(T* pInstance) : m_pInstance(pInstance) {}
     ~CInstanceSmartPtr() {
         if (m_pInstance != nullptr) {
@@ -28,7 +28,7 @@ public:
     bool operator==(std::nullptr_t) const { return m_pInstance == nullptr; }
     bool operator!=(std::nullptr_t) const { return m_pInstance != nullptr; }
 
-private:
+  private:
     T* m_pInstance;
 };
 

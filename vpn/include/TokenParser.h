@@ -12,7 +12,7 @@
 //   while (parser.NextToken(token, ",;")) { ... "gw1", "gw2", "", "gw3" ... }
 template <typename CharT>
 class TTokenParser {
-public:
+  public:
     typedef std::basic_string<CharT> StringT;
 
     explicit TTokenParser(const StringT& text) : m_text(text), m_CurPos(0) {}
@@ -48,7 +48,7 @@ public:
         return true;
     }
 
-private:
+  private:
     StringT m_text;
     typename StringT::size_type m_CurPos;
 };

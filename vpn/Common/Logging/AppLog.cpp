@@ -75,8 +75,8 @@ void CAppLog::LogDebugMessage(const char* function, const char* file, int line,
 }
 
 void CAppLog::LogReturnCode(const char* function, const char* file, int line,
-                            Logging::DebugImportance importance, const char* callee,
-                            uint32_t code, const char* text1, const char* text2, ...) {
+                            Logging::DebugImportance importance, const char* callee, uint32_t code,
+                            const char* text1, const char* text2, ...) {
     CAppLogRecord record = makeRecord(function, file, line, importance);
     record.callee = callee != nullptr ? callee : "";
     record.code = code;

@@ -13,7 +13,7 @@
 // unsigned int gives its maximum (never an exception). Versions compare component by
 // component, missing trailing components counting as 0, so "5.1" equals "5.1.0.0".
 class Version {
-public:
+  public:
     Version(const std::string& text, const std::string& separators);
 
     std::list<unsigned int> versionInfo;
@@ -25,7 +25,7 @@ public:
     bool operator>(const Version& other) const { return compare(other) > 0; }
     bool operator>=(const Version& other) const { return compare(other) >= 0; }
 
-private:
+  private:
     // Negative, zero or positive as this version is lower than, equal to or higher than other.
     int compare(const Version& other) const;
 };
