@@ -66,5 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkOrder(a, a);
     // Trailing zero components never change the order.
     check(Version(first + ".0", ".,") == a);
+    // The bounded comparison of a text agrees with the built versions, both ways.
+    check(IsVersionTextGreater(second, ".,", a) == (b > a));
+    check(IsVersionTextGreater(first, ".,", b) == (a > b));
     return 0;
 }

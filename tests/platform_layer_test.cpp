@@ -631,6 +631,45 @@ TEST(Version, AllSixOperatorsAgreeOnTheComponentOrder) {
     }
 }
 
+// The bounded comparison that the reader uses for a document's version must order every text
+// exactly as a Version built from it would.
+TEST(Version, TextComparisonAgreesWithTheBuiltVersion) {
+    const char* const texts[] = {"",
+                                 "0",
+                                 "5",
+                                 "5.1",
+                                 "5.1.8",
+                                 "5.1.8.105",
+                                 "5.1.8.106",
+                                 "5.1.8.104",
+                                 "5,1,8,105",
+                                 "5.1.8.105.",
+                                 "5.1.8.105.0",
+                                 "5.1.8.105.0.0.1",
+                                 "5.1.8.105..x.7",
+                                 "6",
+                                 "4.99",
+                                 "5.2",
+                                 "5.1.9",
+                                 "5.1.8.105a",
+                                 "99999999999",
+                                 "...",
+                                 "5;1;8;105",
+                                 ".5"};
+    const char* const separatorSets[] = {".,", "", ";"};
+    for (const char* separators : separatorSets) {
+        for (const char* reference : texts) {
+            const Version referenceVersion(reference, separators);
+            for (const char* text : texts) {
+                EXPECT_EQ(IsVersionTextGreater(text, separators, referenceVersion),
+                          Version(text, separators) > referenceVersion)
+                    << "\"" << text << "\" vs \"" << reference << "\" separators \"" << separators
+                    << "\"";
+            }
+        }
+    }
+}
+
 // ---------------------------------------------------------------------------------------
 // CStringUtils::tokenize
 
