@@ -92,6 +92,20 @@ TEST_F(PolicyLoading, EachLoadStartsFromTheDefaults) {
     EXPECT_EQ(summarize(second), summarize(expected));
 }
 
+// Resetting gives the defaults (FIPS flag included) but keeps what the manager has learnt:
+// the retained FIPS mode applies again at the next load.
+TEST_F(PolicyLoading, ResetGivesTheDefaultsAndKeepsTheRetention) {
+    loadAndExpect(true, XmlLocalQNPolMgr::ENABLED, true, false);
+    writePolicy(kRootOpen + std::string("<BypassDownloader>true</BypassDownloader>") + kRootClose);
+    ASSERT_TRUE(loadAsIs().BypassDownloader());
+    ASSERT_TRUE(m_mgr->FipsModeModifiedOnDisk());
+    m_mgr->ResetLocalPolicyInfo();
+    EXPECT_EQ(summarize(m_mgr->GetLocalPolicyInfo()), summarize(LocalQNPolicyInfo()));
+    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), XmlLocalQNPolMgr::ENABLED);
+    EXPECT_TRUE(m_mgr->FipsModeModifiedOnDisk());
+    loadAndExpect(false, XmlLocalQNPolMgr::ENABLED, true, true);
+}
+
 TEST_F(PolicyLoading, LoadingTwiceWithoutChangesGivesEqualRecords) {
     const std::string children =
         "<FipsMode>true</FipsMode><RestrictPreferenceCaching>Credentials</"

@@ -282,7 +282,10 @@ TEST_F(PolicyReader, UnknownElementsAndMisspelledNamesChangeNothing) {
     const std::string defaults = summarize(LocalQNPolicyInfo());
     const LocalQNPolicyInfo info =
         load(element("Unknown", "true") + element("bypassdownloader", "true") +
-             element("BypassDownloaderX", "true") + element("UpdatePolicy", "true"));
+             element("BypassDownloaderX", "true") + element("UpdatePolicy", "true") +
+             // Longer than every name the reader knows, and a prefix of none.
+             element("UpdatePolicy",
+                     element("AllowManagementVPNProfileUpdatesFromAnyServerX", "false")));
     EXPECT_EQ(summarize(info), defaults);
     EXPECT_TRUE(m_log.records().size() == 1U) << "only the loader's FIPS line";
 }

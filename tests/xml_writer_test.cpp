@@ -325,6 +325,8 @@ TEST_F(XmlWriterTest, RefusesCallsOutOfDocumentOrderAndMismatchedEnds) {
          QNCSAXWRITER_ERROR_CALL_ORDER},
         {"document never ended", [](QNCSaxWriter& w) { w.startDocument(nullptr); },
          QNCSAXWRITER_ERROR_CALL_ORDER},
+        {"document ended without being started", [](QNCSaxWriter& w) { w.endDocument(); },
+         QNCSAXWRITER_ERROR_CALL_ORDER},
         {"element after the end",
          [](QNCSaxWriter& w) {
              w.startDocument(nullptr);
