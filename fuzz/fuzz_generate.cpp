@@ -247,6 +247,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     XmlLocalQNPolMgr generator;
     const std::map<std::string, LocalPolicySetting> vocabulary = generator.GetPolicyTransTable();
     std::vector<std::string> abbreviations;
+    abbreviations.reserve(vocabulary.size());
     for (const auto& row : vocabulary) {
         abbreviations.push_back(row.first);
     }
@@ -282,7 +283,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 }
                 value = flipped;
             }
-            argument = abbreviation + "=" + value;
+            argument = abbreviation;
+            argument.append("=").append(value);
         }
         arguments.push_back(argument);
         bNull.push_back(false);

@@ -139,6 +139,16 @@ class HostileInput : public qntest::PolicyDocumentFixture {
         });
     }
 
+    // Writes the policy file from installer arguments, replacing any file.
+    bool generate(std::vector<std::string> args) {
+        std::vector<char*> argv;
+        argv.reserve(args.size());
+        for (std::string& arg : args) {
+            argv.push_back(arg.data());
+        }
+        return m_mgr->GenerateLocalPolicy(argv.data(), static_cast<int>(argv.size()), true);
+    }
+
     std::ofstream openPolicy() {
         return std::ofstream(policyPath(), std::ios::binary | std::ios::trunc);
     }
@@ -169,8 +179,8 @@ TEST_F(HostileInput, EntityDeclarationsNeverReadOutsideTheDocumentNorExplode) {
     }
     laughs += "]>";
     // One 64 KiB entity referenced 16,384 times: 1 GiB of text without any nesting.
-    std::string quadratic =
-        "<!DOCTYPE QuillnetLocalPolicy [<!ENTITY big \"" + std::string(64 * 1024, 'q') + "\">]>";
+    std::string quadratic = "<!DOCTYPE QuillnetLocalPolicy [<!ENTITY big \"" +
+                            std::string(size_t{64} * 1024, 'q') + "\">]>";
     std::string references;
     for (int i = 0; i < 16 * 1024; ++i) {
         references += "&big;";
@@ -390,8 +400,9 @@ TEST_F(HostileInput, NulBytesAndInvalidUtf8FailTheLoadWhereverTheyStand) {
     for (const BadBytesCase& bad : badByteSequences()) {
         for (const Place& place : places) {
             SCOPED_TRACE(bad.name + " in " + place.name);
-            writePolicy(kRootOpen + before + place.head + bad.bytes + place.tail + after +
-                        kRootClose);
+            std::string content = kRootOpen;
+            content.append(before).append(place.head).append(bad.bytes).append(place.tail);
+            writePolicy(content.append(after).append(kRootClose));
             EXPECT_NE(m_mgr->LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
             const LocalQNPolicyInfo info = m_mgr->GetLocalPolicyInfo();
             EXPECT_TRUE(info.BypassDownloader());
@@ -453,14 +464,10 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 }
 
 TEST_F(HostileInput, Utf16WithBomAndLatin1DocumentsLoadWithTheirValues) {
-    std::vector<std::string> args = {
+    const std::vector<std::string> args = {
         "fm=true",  "bd=true",    "rpc=Credentials,All",
         "efn=true", "upsu=false", "upal=gw-\xC3\xBC.example,caf\xC3\xA9-\xC3\x9F"};
-    std::vector<char*> argv;
-    for (std::string& arg : args) {
-        argv.push_back(arg.data());
-    }
-    ASSERT_TRUE(m_mgr->GenerateLocalPolicy(argv.data(), static_cast<int>(argv.size()), true));
+    ASSERT_TRUE(generate(args));
     const std::string utf8 = qntest::readFile(policyPath());
     const LocalQNPolicyInfo reference = loadAsIs();
     ASSERT_EQ(reference.GetAuthorizedServerList(),
@@ -518,40 +525,36 @@ std::string intactPart(const std::string& prefix) {
 }
 
 TEST_F(HostileInput, TruncatedPolicyLoadsOnlyItsIntactPrefix) {
-    std::vector<std::string> args = {"fm=true",
-                                     "bd=true",
-                                     "bdl=true",
-                                     "rswd=true",
-                                     "rhwd=true",
-                                     "rrwd=true",
-                                     "rlwd=true",
-                                     "rwl=true",
-                                     "sct=true",
-                                     "ecc=true",
-                                     "orc=true",
-                                     "rtp=false",
-                                     "efn=true",
-                                     "epf=true",
-                                     "emn=true",
-                                     "ewn=true",
-                                     "rsc=true",
-                                     "upsu=false",
-                                     "upcu=false",
-                                     "upvp=false",
-                                     "upmv=false",
-                                     "uppp=false",
-                                     "upsp=false",
-                                     "upscr=false",
-                                     "uphlp=false",
-                                     "upres=false",
-                                     "uploc=false",
-                                     "rpc=Credentials,Thumbprints,All",
-                                     "upal=gw1.example.com,gw2.example.com;gw3"};
-    std::vector<char*> argv;
-    for (std::string& arg : args) {
-        argv.push_back(arg.data());
-    }
-    ASSERT_TRUE(m_mgr->GenerateLocalPolicy(argv.data(), static_cast<int>(argv.size()), true));
+    const std::vector<std::string> args = {"fm=true",
+                                           "bd=true",
+                                           "bdl=true",
+                                           "rswd=true",
+                                           "rhwd=true",
+                                           "rrwd=true",
+                                           "rlwd=true",
+                                           "rwl=true",
+                                           "sct=true",
+                                           "ecc=true",
+                                           "orc=true",
+                                           "rtp=false",
+                                           "efn=true",
+                                           "epf=true",
+                                           "emn=true",
+                                           "ewn=true",
+                                           "rsc=true",
+                                           "upsu=false",
+                                           "upcu=false",
+                                           "upvp=false",
+                                           "upmv=false",
+                                           "uppp=false",
+                                           "upsp=false",
+                                           "upscr=false",
+                                           "uphlp=false",
+                                           "upres=false",
+                                           "uploc=false",
+                                           "rpc=Credentials,Thumbprints,All",
+                                           "upal=gw1.example.com,gw2.example.com;gw3"};
+    ASSERT_TRUE(generate(args));
     const std::string full = qntest::readFile(policyPath());
     const std::string complete = summarize(loadAsIs());
 
