@@ -1,5 +1,6 @@
 // Version against a reference reading of dotted versions: the same components, and an order
-// that is total, antisymmetric and consistent across all six operators.
+// that is total, antisymmetric and consistent across all six operators; and the bounded
+// comparison of a version text (IsVersionTextGreater) agreeing with the built versions.
 
 #include <cstdint>
 #include <cstdlib>
