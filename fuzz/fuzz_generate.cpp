@@ -59,6 +59,13 @@ const std::string& policyDir() {
     return dir;
 }
 
+// Leaves nothing behind when the fuzzer exits normally (time or run limit reached). Registered
+// after policyDir() has been created, so it runs before the directory's name is destroyed.
+void removePolicyDir() {
+    ::unlink((policyDir() + kPolicyFileName).c_str());
+    ::rmdir(policyDir().c_str());
+}
+
 // The file's bytes, and whether it exists.
 struct FileState {
     bool bExists = false;
@@ -234,6 +241,7 @@ LocalQNPolicyInfo expectedRecord(const std::map<std::string, std::string>& setti
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     CAppLog::SetSink([](const CAppLogRecord&) {});
     policyDir();
+    std::atexit(removePolicyDir);
     return 0;
 }
 
