@@ -1,5 +1,6 @@
 // Version against a reference reading of dotted versions: the same components, and an order
-// that is total, antisymmetric and consistent across all six operators.
+// that is total, antisymmetric and consistent across all six operators; and the bounded
+// comparison of a version text (IsVersionTextGreater) agreeing with the built versions.
 
 #include <cstdint>
 #include <cstdlib>
@@ -66,5 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     checkOrder(a, a);
     // Trailing zero components never change the order.
     check(Version(first + ".0", ".,") == a);
+    // The bounded comparison of a text agrees with the built versions, both ways.
+    check(IsVersionTextGreater(second, ".,", a) == (b > a));
+    check(IsVersionTextGreater(first, ".,", b) == (a > b));
     return 0;
 }

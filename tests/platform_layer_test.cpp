@@ -168,6 +168,37 @@ TEST(Version, ComponentsAreTheLeadingDigitsOfEachPieceAndOrderIsNumeric) {
     }
 }
 
+// The bounded comparison the reader applies to a document's version orders every text exactly
+// as a Version built from it would.
+TEST(Version, TextComparisonAgreesWithTheBuiltVersion) {
+    const char* const texts[] = {"",
+                                 "0",
+                                 "5.1",
+                                 "5.1.8.105",
+                                 "5.1.8.106",
+                                 "5,1,8,104",
+                                 "5.1.8.105.",
+                                 "5.1.8.105.0.0.1",
+                                 "5.1.8.105..x.7",
+                                 "6",
+                                 "5.1.9",
+                                 "5.1.8.105a",
+                                 "99999999999",
+                                 "...",
+                                 "5;1;8;105",
+                                 ".5"};
+    for (const char* separators : {".,", "", ";"}) {
+        for (const char* reference : texts) {
+            const Version referenceVersion(reference, separators);
+            for (const char* text : texts) {
+                EXPECT_EQ(IsVersionTextGreater(text, separators, referenceVersion),
+                          Version(text, separators) > referenceVersion)
+                    << text << " vs " << reference << " with \"" << separators << "\"";
+            }
+        }
+    }
+}
+
 TEST(Tokenize, CutsAtTheSeparatorAndDropsEmptyPieces) {
     using Tokens = std::vector<std::string>;
     EXPECT_EQ(CStringUtils::tokenize(",Credentials,,Thumbprints,", ','),

@@ -93,6 +93,14 @@ TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
     EXPECT_EQ(qntest::summarize(loadAsIs()), qntest::summarize(LocalQNPolicyInfo()));
     expectFips(*m_mgr, Mgr::DISABLED, false, true);
     EXPECT_TRUE(logged().empty());
+
+    // Resetting the record gives the defaults but keeps what the manager has learnt.
+    load("<BypassDownloader>true</BypassDownloader><FipsMode>true</FipsMode>");
+    m_mgr->ResetLocalPolicyInfo();
+    EXPECT_EQ(qntest::summarize(m_mgr->GetLocalPolicyInfo()),
+              qntest::summarize(LocalQNPolicyInfo()));
+    EXPECT_EQ(Peer::retainedFipsMode(*m_mgr), Mgr::DISABLED);
+    EXPECT_TRUE(m_mgr->FipsModeModifiedOnDisk());
 }
 
 TEST_F(PolicyLoading, EachLoadStartsFromDefaultsAndFromOutsideEverySection) {

@@ -193,8 +193,11 @@ TEST_F(PolicyReader, VersionIsTheRootsQnversionAndANewerOneDrawsOneWarning) {
 
 TEST_F(PolicyReader, DocumentsTheReaderDoesNotRecogniseChangeNothing) {
     for (const std::string& document :
-         {el(kRoot, el("Unknown", "true") + el("bypassdownloader", "true") +
-                        el("BypassDownloaderX", "true") + el("UpdatePolicy", "true")),
+         {el(kRoot,
+             el("Unknown", "true") + el("bypassdownloader", "true") +
+                 el("BypassDownloaderX", "true") + el("UpdatePolicy", "true") +
+                 // longer than every known name, and a prefix of none
+                 el("UpdatePolicy", el("AllowManagementVPNProfileUpdatesFromAnyServerX", "false"))),
           el(kRoot, "<BypassDownloader>true<Child/></BypassDownloader>"),
           "<QuillnetLocalPolicy version=\"9\"><BypassDownloader qnversion=\"9\"/></" +
               std::string(kRoot) + ">",

@@ -118,27 +118,4 @@ TEST(XmlParser, PathThatIsNotARegularFileIsRefusedWithoutReading) {
     }
 }
 
-// A single 64 MiB token, as an attribute value and as leaf text, with references at offsets
-// that straddle any power-of-two read size: each arrives whole and exact, and a buffering that
-// is quadratic in the token's length would take minutes.
-TEST(XmlParser, HugeTokensParseInLinearTime) {
-    const std::string chunk = "&amp;" + std::string(4088, 'x');
-    const std::string decoded = "&" + std::string(4088, 'x');
-    for (const auto& [head, tail, event] :
-         {std::tuple("<r a=\"", "\"/>", "@a="), std::tuple("<r>", "</r>", "=")}) {
-        SCOPED_TRACE(head);
-        std::string xml = head;
-        std::string events = "<r|"s + event;
-        for (size_t size = 0; size < (size_t{64} << 20); size += chunk.size()) {
-            xml += chunk;
-            events += decoded;
-        }
-        qntest::TempDir dir;
-        const std::string path = dir.write("huge.xml", xml + tail);
-        const auto start = std::chrono::steady_clock::now();
-        expectParse(path, true, XMLPARSER_SUCCESS, events + "|>r|");
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    }
-}
-
 }  // namespace

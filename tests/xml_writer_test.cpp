@@ -163,6 +163,7 @@ TEST_F(XmlWriter, RefusesCallsOutOfDocumentOrderKeepingTheFirstFailure) {
         {{"S", ">r", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
         {{"S", "<a", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
         {{"S"}, QNCSAXWRITER_ERROR_CALL_ORDER},
+        {{"E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
         {{"S", "E", "<late"}, QNCSAXWRITER_ERROR_CALL_ORDER},
         {{"S", "<a", ">a", "=mixed", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
         {{"S", "<a", "=text", "<b", ">b", ">a", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},

@@ -284,8 +284,10 @@ void CPolicyLinter::addAttribute(const std::string& attributeName,
     const OpenElement& element = m_openElements.back();
     if (element.eKind == ElementKind::ROOT) {
         // The reader compares the version of every element so named, like this.
-        if (attributeName == kVersionAttribute && Version(attributeValue, kVersionSeparators) >
-                                                      Version(kClientVersion, kVersionSeparators)) {
+        // Compared like the reader does, without a list node per component of the text.
+        if (attributeName == kVersionAttribute &&
+            IsVersionTextGreater(attributeValue, kVersionSeparators,
+                                 Version(kClientVersion, kVersionSeparators))) {
             report(element, findingkind::kNewerVersion,
                    "The file's version " + quoted(attributeValue) +
                        " is newer than this client's " + quoted(kClientVersion) +

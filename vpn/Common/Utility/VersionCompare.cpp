@@ -51,3 +51,37 @@ int Version::compare(const Version& other) const {
     }
     return 0;
 }
+
+bool IsVersionTextGreater(const std::string& text, const std::string& separators,
+                          const Version& reference) {
+    // headEnd: the end of the first components of text, as many as reference has.
+    std::string::size_type headEnd = text.size();
+    std::string::size_type begin = 0;
+    for (size_t count = 0; count < reference.versionInfo.size(); ++count) {
+        const std::string::size_type separator =
+            separators.empty() ? std::string::npos : text.find_first_of(separators, begin);
+        if (separator == std::string::npos) {
+            break;
+        }
+        if (count + 1 == reference.versionInfo.size()) {
+            headEnd = separator;
+            break;
+        }
+        begin = separator + 1;
+    }
+    const Version head(text.substr(0, headEnd), separators);
+    if (head != reference) {
+        return head > reference;
+    }
+    // Equal so far: reference's missing components count as 0.
+    for (begin = headEnd; begin < text.size();) {
+        ++begin;  // past the separator that ended the previous component
+        std::string::size_type end = text.find_first_of(separators, begin);
+        end = end == std::string::npos ? text.size() : end;
+        if (leadingNumber(text, begin, end) != 0) {
+            return true;
+        }
+        begin = end;
+    }
+    return false;
+}

@@ -30,4 +30,12 @@ class Version {
     int compare(const Version& other) const;
 };
 
+// Whether Version(text, separators) > reference, with memory bounded by reference rather than
+// by text: only as many components of text as reference has are read into a list; the rest
+// can only make text greater, as soon as one of them is non-zero, and are merely scanned. For
+// version texts that come from outside (a policy file's attribute may hold millions of
+// separators, each of which would otherwise become a list node).
+bool IsVersionTextGreater(const std::string& text, const std::string& separators,
+                          const Version& reference);
+
 #endif  // VERSIONCOMPARE_H

@@ -259,8 +259,10 @@ void XmlLocalQNPolMgr::addAttribute(const std::string& attributeName,
     }
     // Stored whatever the comparison finds; a newer document is read like any other.
     m_LocalQNPolicyInfo.QNVersion(attributeValue);
-    if (Version(attributeValue, kVersionSeparators) >
-        Version(qnpolicy::kClientVersion, kVersionSeparators)) {
+    // The document's text is compared without being turned into a list of all its components:
+    // a hostile attribute of millions of separators must not cost a list node each.
+    static const Version clientVersion(qnpolicy::kClientVersion, kVersionSeparators);
+    if (IsVersionTextGreater(attributeValue, kVersionSeparators, clientVersion)) {
         CAppLog::LogDebugMessage("addAttribute", qnpolicy::kSourceFile, __LINE__,
                                  Logging::DBG_Warning, "%s", kNewerVersionMessage);
     }
