@@ -110,7 +110,7 @@ std::vector<std::string> nonEmptyPieces(const std::string& text, const char* sep
 // The installer argument a piece of input stands for (see the header comment).
 std::string argumentFrom(const std::string& piece, const Vocabulary& vocabulary) {
     const uint8_t mode = piece.empty() ? 0 : static_cast<uint8_t>(piece[0]);
-    const std::string rest = piece.empty() ? piece : piece.substr(1);
+    std::string rest = piece.empty() ? piece : piece.substr(1);
     if ((mode & 0x1U) == 0 || rest.empty()) {
         return rest;
     }
