@@ -1,7 +1,9 @@
 #ifndef QN_FUZZ_POLICYSUMMARY_H
 #define QN_FUZZ_POLICYSUMMARY_H
 
-// One comparable text holding every getter of a policy record, for the fuzz targets' oracles.
+// The fuzz targets' view of a policy record: its on/off settings by element name, with the
+// record's getter and setter, and one comparable text of every getter. (The test suites'
+// summary lives in a header that needs GoogleTest, which the fuzz targets do not link.)
 
 #include <cstdlib>
 #include <sstream>
@@ -18,21 +20,55 @@ inline void check(bool condition) {
     }
 }
 
+// An on/off setting: the element that states it, and how the record reads and sets it.
+struct Flag {
+    const char* element;
+    bool (LocalQNPolicyInfo::*get)() const;
+    void (LocalQNPolicyInfo::*set)(bool);
+};
+
+using I = LocalQNPolicyInfo;
+inline const Flag kFlags[] = {
+    {"FipsMode", &I::UseFIPSMode, &I::UseFIPSMode},
+    {"BypassDownloader", &I::BypassDownloader, &I::BypassDownloader},
+    {"BypassDefaultLocalization", &I::BypassDefaultLocalization, &I::BypassDefaultLocalization},
+    {"RestrictScriptWebDeploy", &I::RestrictScriptWebDeploy, &I::RestrictScriptWebDeploy},
+    {"RestrictHelpWebDeploy", &I::RestrictHelpWebDeploy, &I::RestrictHelpWebDeploy},
+    {"RestrictResourceWebDeploy", &I::RestrictResourceWebDeploy, &I::RestrictResourceWebDeploy},
+    {"RestrictLocalizationWebDeploy", &I::RestrictLocalizationWebDeploy,
+     &I::RestrictLocalizationWebDeploy},
+    {"RestrictWebLaunch", &I::RestrictWebLaunchMode, &I::RestrictWebLaunchMode},
+    {"StrictCertificateTrust", &I::StrictCertTrustMode, &I::StrictCertTrustMode},
+    {"EnableCRLCheck", &I::IsCRLCheckEnabled, &I::EnableCRLCheck},
+    {"OCSPRevocation", &I::IsOCSPRevocationEnabled, &I::EnableOCSPRevocation},
+    {"RestrictServerCertStore", &I::IsRestrictServerCertStore, &I::SetRestrictServerCertStore},
+    {"AllowSoftwareUpdatesFromAnyServer", &I::IsSoftwareUpdateAllowed, &I::SetSoftwareUpdateLock},
+    {"AllowComplianceModuleUpdatesFromAnyServer", &I::IsComplianceModuleSoftwareUpdateAllowed,
+     &I::SetComplianceModuleSoftwareUpdateLock},
+    {"AllowVPNProfileUpdatesFromAnyServer", &I::IsVPNProfileUpdateAllowed,
+     &I::SetVPNProfileUpdateLock},
+    {"AllowManagementVPNProfileUpdatesFromAnyServer", &I::IsMgmtVPNProfileUpdateAllowed,
+     &I::SetMgmtVPNProfileUpdateLock},
+    {"AllowPlexoProfileUpdatesFromAnyServer", &I::IsPlexoProfileUpdateAllowed,
+     &I::SetPlexoProfileUpdateLock},
+    {"AllowServiceProfileUpdatesFromAnyServer", &I::IsServiceProfileUpdateAllowed,
+     &I::SetServiceProfileUpdateLock},
+    {"AllowScriptUpdatesFromAnyServer", &I::IsScriptUpdateAllowed, &I::SetScriptUpdateLock},
+    {"AllowHelpUpdatesFromAnyServer", &I::IsHelpUpdateAllowed, &I::SetHelpUpdateLock},
+    {"AllowResourceUpdatesFromAnyServer", &I::IsResourceUpdateAllowed, &I::SetResourceUpdateLock},
+    {"AllowLocalizationUpdatesFromAnyServer", &I::IsLocalizationUpdateAllowed,
+     &I::SetLocalizationUpdateLock},
+};
+
 // Two records are equal for the client exactly when their summaries are.
 inline std::string summarize(const LocalQNPolicyInfo& info) {
     std::ostringstream out;
-    out << info.GetQNVersion() << '|' << info.UseFIPSMode() << info.BypassDownloader()
-        << info.BypassDefaultLocalization() << info.RestrictScriptWebDeploy()
-        << info.RestrictHelpWebDeploy() << info.RestrictResourceWebDeploy()
-        << info.RestrictLocalizationWebDeploy() << info.RestrictWebLaunchMode()
-        << info.StrictCertTrustMode() << info.IsCRLCheckEnabled() << info.IsOCSPRevocationEnabled()
-        << '|' << info.RestrictPrefCachingStr() << '|' << info.RestrictTunnelProtocols() << '|'
-        << info.ExcludeCertStores() << '|' << info.IsRestrictServerCertStore()
-        << info.IsSoftwareUpdateAllowed() << info.IsComplianceModuleSoftwareUpdateAllowed()
-        << info.IsVPNProfileUpdateAllowed() << info.IsMgmtVPNProfileUpdateAllowed()
-        << info.IsPlexoProfileUpdateAllowed() << info.IsServiceProfileUpdateAllowed()
-        << info.IsScriptUpdateAllowed() << info.IsHelpUpdateAllowed()
-        << info.IsResourceUpdateAllowed() << info.IsLocalizationUpdateAllowed();
+    out << info.GetQNVersion().size() << ':' << info.GetQNVersion() << '|';
+    for (const Flag& flag : kFlags) {
+        out << (info.*flag.get)();
+    }
+    out << '|' << info.RestrictPrefCachingStr() << '|' << info.RestrictTunnelProtocols() << '|'
+        << info.ExcludeCertStores();
     for (const std::string& server : info.GetAuthorizedServerList()) {
         out << '|' << server.size() << ':' << server;
     }

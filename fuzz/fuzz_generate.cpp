@@ -15,30 +15,35 @@
 // at "," and ";" without empty names. A value that XML 1.0 cannot carry makes the write fail,
 // and then the previous file must be there byte for byte with no temporary file beside it.
 
-#include <dirent.h>
-#include <sys/stat.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "AppLog.h"
 #include "LocalQNPolicyInfo.h"
+#include "LocalQNPolicyOptionTexts.h"
 #include "PolicySummary.h"
+#include "QnBuildConfig.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgr.h"
+#include "XmlParser.h"
 
 namespace {
 
 using qnfuzz::check;
+using Vocabulary = std::map<std::string, LocalPolicySetting>;
 
 constexpr size_t kMaxArguments = 40;
 constexpr uint8_t kNullEntry = 0xFF;
@@ -59,169 +64,126 @@ const std::string& policyDir() {
     return dir;
 }
 
-// Leaves nothing behind when the fuzzer exits normally (time or run limit reached). Registered
-// after policyDir() has been created, so it runs before the directory's name is destroyed.
-void removePolicyDir() {
-    ::unlink((policyDir() + kPolicyFileName).c_str());
-    ::rmdir(policyDir().c_str());
-}
-
-// The file's bytes, and whether it exists.
-struct FileState {
-    bool bExists = false;
-    std::string bytes;
-    bool operator==(const FileState& other) const {
-        return bExists == other.bExists && bytes == other.bytes;
-    }
-};
-
-FileState readPolicy() {
-    FileState state;
+// The policy file's bytes, if it exists.
+std::optional<std::string> readPolicy() {
     std::ifstream in(policyDir() + kPolicyFileName, std::ios::binary);
-    if (in) {
-        state.bExists = true;
-        state.bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (!in) {
+        return std::nullopt;
     }
-    return state;
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// The names in the policy directory other than the policy file: always none.
-size_t strayEntries() {
-    size_t count = 0;
-    DIR* dir = ::opendir(policyDir().c_str());
-    check(dir != nullptr);
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string name = entry->d_name;
-        count += name != "." && name != ".." && name != kPolicyFileName ? 1 : 0;
-    }
-    ::closedir(dir);
-    return count;
+// Whether the policy directory holds nothing but the policy file.
+bool nothingBesidePolicy() {
+    return std::all_of(std::filesystem::directory_iterator(policyDir()), {}, [](const auto& entry) {
+        return entry.path().filename() == kPolicyFileName;
+    });
 }
 
-// Strict UTF-8 made only of characters of XML 1.0's Char production.
+// Whether XML 1.0 can carry text: an XML parser accepts it, escaped, as an element's content.
 bool xmlCanCarry(const std::string& text) {
-    size_t i = 0;
-    while (i < text.size()) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        size_t length = 1;
-        uint32_t cp = lead;
-        uint32_t least = 0;
-        if (lead >= 0xF0 && lead <= 0xF4) {
-            length = 4, cp = lead & 0x07U, least = 0x10000;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            length = 3, cp = lead & 0x0FU, least = 0x800;
-        } else if (lead >= 0xC2 && lead <= 0xDF) {
-            length = 2, cp = lead & 0x1FU, least = 0x80;
-        } else if (lead >= 0x80) {
-            return false;
-        }
-        if (i + length > text.size()) {
-            return false;
-        }
-        for (size_t k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0U) != 0x80U) {
-                return false;
-            }
-            cp = (cp << 6U) | (next & 0x3FU);
-        }
-        const bool bChar = cp == 0x9 || cp == 0xA || cp == 0xD || (cp >= 0x20 && cp <= 0xD7FF) ||
-                           (cp >= 0xE000 && cp <= 0xFFFD) || (cp >= 0x10000 && cp <= 0x10FFFF);
-        if (cp < least || !bChar) {
-            return false;
-        }
-        i += length;
-    }
-    return true;
-}
-
-bool equalsIgnoringAsciiCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) ==
-                      std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
-std::vector<std::string> nonEmptyPieces(const std::string& text, const std::string& separators) {
-    std::vector<std::string> pieces;
-    std::string current;
+    std::string document = "<a>";
     for (const char ch : text) {
-        if (separators.find(ch) != std::string::npos) {
-            if (!current.empty()) {
-                pieces.push_back(current);
-            }
-            current.clear();
-        } else {
-            current.push_back(ch);
-        }
+        document += ch == '<'   ? "&lt;"
+                    : ch == '>' ? "&gt;"
+                    : ch == '&' ? "&amp;"
+                                : std::string(1, ch);
     }
-    if (!current.empty()) {
-        pieces.push_back(current);
+    document += "</a>";
+    XmlLocalQNPolMgr probe;
+    return XmlParser(&probe).parseBuffer(document.data(), document.size(), true) ==
+           XMLPARSER_SUCCESS;
+}
+
+// The pieces of text between separators, empty ones dropped.
+std::vector<std::string> nonEmptyPieces(const std::string& text, const char* separators) {
+    std::vector<std::string> pieces;
+    for (size_t begin = 0, end = 0; begin <= text.size(); begin = end + 1) {
+        end = std::min(text.find_first_of(separators, begin), text.size());
+        if (end > begin) {
+            pieces.push_back(text.substr(begin, end - begin));
+        }
     }
     return pieces;
 }
 
-using FlagSetter = void (LocalQNPolicyInfo::*)(bool);
+// The installer argument a piece of input stands for (see the header comment).
+std::string argumentFrom(const std::string& piece, const Vocabulary& vocabulary) {
+    const uint8_t mode = piece.empty() ? 0 : static_cast<uint8_t>(piece[0]);
+    std::string rest = piece.empty() ? piece : piece.substr(1);
+    if ((mode & 0x1U) == 0 || rest.empty()) {
+        return rest;
+    }
+    const auto& [abbreviation, row] =
+        *std::next(vocabulary.begin(), static_cast<uint8_t>(rest[0]) % vocabulary.size());
+    std::string value = rest.substr(1);
+    const std::list<std::string>& allowed = row.listAllowedValues;
+    if ((mode & 0x2U) != 0 && !allowed.empty() && !value.empty()) {
+        std::string picked =
+            *std::next(allowed.begin(), static_cast<uint8_t>(value[0]) % allowed.size());
+        for (size_t k = 0; k < picked.size() && k + 1 < value.size(); ++k) {
+            if ((value[k + 1] & 0x1) != 0) {
+                picked[k] = static_cast<char>(std::toupper(static_cast<unsigned char>(picked[k])));
+            }
+        }
+        value = picked;
+    }
+    return abbreviation + "=" + value;
+}
 
-// The record a fresh manager loads from a document holding these settings (full name to value
-// as written).
+// Adds to accepted (full name to value) what the generator takes from argument: a known
+// abbreviation with a non-empty value, an allowed one if the row lists any (matched ignoring
+// ASCII case, written in the row's spelling); the first value per row wins.
+void accept(const std::string& argument, const Vocabulary& vocabulary,
+            std::map<std::string, std::string>& accepted) {
+    const size_t equal = argument.find('=');
+    const auto row = vocabulary.find(argument.substr(0, equal));
+    if (equal == std::string::npos || equal + 1 == argument.size() || row == vocabulary.end()) {
+        return;
+    }
+    const std::string value = argument.substr(equal + 1);
+    const std::list<std::string>& allowed = row->second.listAllowedValues;
+    const auto match = std::find_if(allowed.begin(), allowed.end(), [&value](const auto& text) {
+        return text.size() == value.size() && ::strcasecmp(text.c_str(), value.c_str()) == 0;
+    });
+    if (allowed.empty() || match != allowed.end()) {
+        accepted.emplace(row->second.tstrFullName, allowed.empty() ? value : *match);
+    }
+}
+
+// The record a fresh manager loads from a document holding these settings.
 LocalQNPolicyInfo expectedRecord(const std::map<std::string, std::string>& settings) {
-    static const std::map<std::string, FlagSetter> flags = {
-        {"FipsMode", &LocalQNPolicyInfo::UseFIPSMode},
-        {"BypassDownloader", &LocalQNPolicyInfo::BypassDownloader},
-        {"BypassDefaultLocalization", &LocalQNPolicyInfo::BypassDefaultLocalization},
-        {"RestrictScriptWebDeploy", &LocalQNPolicyInfo::RestrictScriptWebDeploy},
-        {"RestrictHelpWebDeploy", &LocalQNPolicyInfo::RestrictHelpWebDeploy},
-        {"RestrictResourceWebDeploy", &LocalQNPolicyInfo::RestrictResourceWebDeploy},
-        {"RestrictLocalizationWebDeploy", &LocalQNPolicyInfo::RestrictLocalizationWebDeploy},
-        {"RestrictWebLaunch", &LocalQNPolicyInfo::RestrictWebLaunchMode},
-        {"StrictCertificateTrust", &LocalQNPolicyInfo::StrictCertTrustMode},
-        {"EnableCRLCheck", &LocalQNPolicyInfo::EnableCRLCheck},
-        {"OCSPRevocation", &LocalQNPolicyInfo::EnableOCSPRevocation},
-        {"RestrictServerCertStore", &LocalQNPolicyInfo::SetRestrictServerCertStore},
-        {"AllowSoftwareUpdatesFromAnyServer", &LocalQNPolicyInfo::SetSoftwareUpdateLock},
-        {"AllowComplianceModuleUpdatesFromAnyServer",
-         &LocalQNPolicyInfo::SetComplianceModuleSoftwareUpdateLock},
-        {"AllowVPNProfileUpdatesFromAnyServer", &LocalQNPolicyInfo::SetVPNProfileUpdateLock},
-        {"AllowManagementVPNProfileUpdatesFromAnyServer",
-         &LocalQNPolicyInfo::SetMgmtVPNProfileUpdateLock},
-        {"AllowPlexoProfileUpdatesFromAnyServer", &LocalQNPolicyInfo::SetPlexoProfileUpdateLock},
-        {"AllowServiceProfileUpdatesFromAnyServer",
-         &LocalQNPolicyInfo::SetServiceProfileUpdateLock},
-        {"AllowScriptUpdatesFromAnyServer", &LocalQNPolicyInfo::SetScriptUpdateLock},
-        {"AllowHelpUpdatesFromAnyServer", &LocalQNPolicyInfo::SetHelpUpdateLock},
-        {"AllowResourceUpdatesFromAnyServer", &LocalQNPolicyInfo::SetResourceUpdateLock},
-        {"AllowLocalizationUpdatesFromAnyServer", &LocalQNPolicyInfo::SetLocalizationUpdateLock},
-    };
-    static const std::map<std::string, uint32_t> excludeMasks = {
+    static const std::map<std::string, uint32_t> kExcludeMasks = {
         {"ExcludeFirefoxNSSCertStore", LocalQNPolicyInfo::kFirefoxNSSCertStoreMask},
         {"ExcludePemFileCertStore", LocalQNPolicyInfo::kPemFileCertStoreMask},
         {"ExcludeMacNativeCertStore", LocalQNPolicyInfo::kMacNativeCertStoreMask},
         {"ExcludeWinNativeCertStore", LocalQNPolicyInfo::kWinNativeCertStoreMask},
     };
-    static const std::map<std::string, RestrictPrefCachingOption> cachingTexts = {
-        {"false", RESTRICT_PREF_CACHING_FALSE},
-        {"Credentials", RESTRICT_PREF_CACHING_CREDENTIALS},
-        {"Thumbprints", RESTRICT_PREF_CACHING_THUMBPRINTS},
-        {"CredentialsAndThumbprints", RESTRICT_PREF_CACHING_CREDENTIALS_AND_THUMBPRINTS},
-        {"AutomaticServerSelection", RESTRICT_PREF_CACHING_AHS},
-        {"All", RESTRICT_PREF_CACHING_ALL},
-    };
-
+    static const std::map<std::string, RestrictPrefCachingOption> kCachingTexts = [] {
+        std::map<std::string, RestrictPrefCachingOption> texts;
+        for (const auto& [option, text] : sg_restrictPrefCachingOptionToStrMap) {
+            texts.emplace(text, option);
+        }
+        return texts;
+    }();
     LocalQNPolicyInfo info;
-    info.QNVersion("5.1.8.105");
-    for (const auto& [name, value] : settings) {
-        if (const auto flag = flags.find(name); flag != flags.end()) {
-            (info.*(flag->second))(value == "true");
-        } else if (const auto mask = excludeMasks.find(name); mask != excludeMasks.end()) {
-            info.ExcludeCertStores(value == "true" ? mask->second : 0);
+    info.QNVersion(QN_CLIENT_VERSION);
+    for (const auto& setting : settings) {
+        const std::string& name = setting.first;
+        const std::string& value = setting.second;
+        const auto flag = std::find_if(std::begin(qnfuzz::kFlags), std::end(qnfuzz::kFlags),
+                                       [&name](const auto& f) { return name == f.element; });
+        if (flag != std::end(qnfuzz::kFlags)) {
+            (info.*(flag->set))(value == "true");
+        } else if (kExcludeMasks.count(name) != 0 && value == "true") {
+            info.ExcludeCertStores(kExcludeMasks.at(name));
         } else if (name == "RestrictPreferenceCaching") {
+            // An unknown token counts as "false", which clears the list and ends it.
             for (const std::string& token : nonEmptyPieces(value, ",")) {
-                const auto found = cachingTexts.find(token);
-                const RestrictPrefCachingOption option =
-                    found != cachingTexts.end() ? found->second : RESTRICT_PREF_CACHING_FALSE;
-                info.RestrictPrefCaching(option);
-                if (option == RESTRICT_PREF_CACHING_FALSE) {
+                const auto found = kCachingTexts.find(token);
+                info.RestrictPrefCaching(
+                    found != kCachingTexts.end() ? found->second : RESTRICT_PREF_CACHING_FALSE);
+                if (found == kCachingTexts.end() || found->second == RESTRICT_PREF_CACHING_FALSE) {
                     break;
                 }
             }
@@ -241,7 +203,11 @@ LocalQNPolicyInfo expectedRecord(const std::map<std::string, std::string>& setti
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     CAppLog::SetSink([](const CAppLogRecord&) {});
     policyDir();
-    std::atexit(removePolicyDir);
+    // Leaves nothing behind when the fuzzer exits normally (time or run limit reached).
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(policyDir(), ignored);
+    });
     return 0;
 }
 
@@ -250,100 +216,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     const bool bOverwrite = (data[0] & 0x7U) != 0;
-    const std::string input(reinterpret_cast<const char*>(data + 1), size - 1);
-
     XmlLocalQNPolMgr generator;
-    const std::map<std::string, LocalPolicySetting> vocabulary = generator.GetPolicyTransTable();
-    std::vector<std::string> abbreviations;
-    abbreviations.reserve(vocabulary.size());
-    for (const auto& row : vocabulary) {
-        abbreviations.push_back(row.first);
-    }
-
-    // The arguments, and the settings the oracle expects to be accepted.
+    const Vocabulary vocabulary = generator.GetPolicyTransTable();
     std::vector<std::string> arguments;
-    std::vector<bool> bNull;
-    std::map<std::string, std::string> accepted;
-    std::istringstream pieces(input);
-    std::string piece;
-    while (arguments.size() < kMaxArguments && std::getline(pieces, piece, '\0')) {
-        const uint8_t mode = piece.empty() ? 0 : static_cast<uint8_t>(piece[0]);
-        std::string argument = piece.empty() ? piece : piece.substr(1);
-        if (mode == kNullEntry) {
-            arguments.emplace_back();
-            bNull.push_back(true);
-            continue;
-        }
-        if ((mode & 0x1U) != 0 && !argument.empty()) {
-            const auto& [abbreviation, row] = *vocabulary.find(
-                abbreviations[static_cast<uint8_t>(argument[0]) % abbreviations.size()]);
-            std::string value = argument.substr(1);
-            if ((mode & 0x2U) != 0 && !row.listAllowedValues.empty() && !value.empty()) {
-                auto allowed = row.listAllowedValues.begin();
-                std::advance(allowed,
-                             static_cast<uint8_t>(value[0]) % row.listAllowedValues.size());
-                std::string flipped = *allowed;
-                for (size_t k = 0; k < flipped.size(); ++k) {
-                    if (k + 1 < value.size() && (value[k + 1] & 0x1) != 0) {
-                        flipped[k] =
-                            static_cast<char>(std::toupper(static_cast<unsigned char>(flipped[k])));
-                    }
-                }
-                value = flipped;
-            }
-            argument = abbreviation;
-            argument.append("=").append(value);
-        }
-        arguments.push_back(argument);
-        bNull.push_back(false);
-
-        const size_t equal = argument.find('=');
-        if (equal == std::string::npos || equal + 1 == argument.size()) {
-            continue;
-        }
-        const auto row = vocabulary.find(argument.substr(0, equal));
-        if (row == vocabulary.end()) {
-            continue;
-        }
-        std::string value = argument.substr(equal + 1);
-        const std::list<std::string>& allowed = row->second.listAllowedValues;
-        if (!allowed.empty()) {
-            const auto match = std::find_if(allowed.begin(), allowed.end(),
-                                            [&value](const std::string& candidate) {
-                                                return equalsIgnoringAsciiCase(candidate, value);
-                                            });
-            if (match == allowed.end()) {
-                continue;
-            }
-            value = *match;
-        }
-        accepted.emplace(row->second.tstrFullName, value);
-    }
-
+    arguments.reserve(kMaxArguments);  // argv points into these strings
     std::vector<char*> argv;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        argv.push_back(bNull[i] ? nullptr : arguments[i].data());
+    std::map<std::string, std::string> accepted;
+    std::istringstream pieces(std::string(reinterpret_cast<const char*>(data + 1), size - 1));
+    for (std::string piece; argv.size() < kMaxArguments && std::getline(pieces, piece, '\0');) {
+        if (!piece.empty() && static_cast<uint8_t>(piece[0]) == kNullEntry) {
+            argv.push_back(nullptr);
+            continue;
+        }
+        arguments.push_back(argumentFrom(piece, vocabulary));
+        argv.push_back(arguments.back().data());
+        accept(arguments.back(), vocabulary, accepted);
     }
+    const int count = static_cast<int>(argv.size());
     argv.push_back(nullptr);  // as in main's argv; keeps the array non-null when it is empty
-    const FileState before = readPolicy();
-    const bool bResult =
-        generator.GenerateLocalPolicy(argv.data(), static_cast<int>(arguments.size()), bOverwrite);
-    const FileState after = readPolicy();
-    check(strayEntries() == 0);
 
-    if (!bOverwrite && before.bExists) {
-        check(bResult && after == before);
+    const std::optional<std::string> before = readPolicy();
+    const bool bResult = generator.GenerateLocalPolicy(argv.data(), count, bOverwrite);
+    check(nothingBesidePolicy());
+    if (!bOverwrite && before) {
+        check(bResult && readPolicy() == before);
         return 0;
     }
-    const bool bCarriable = std::all_of(accepted.begin(), accepted.end(), [](const auto& setting) {
-        return xmlCanCarry(setting.second);
-    });
-    check(bResult == bCarriable);
+    check(bResult == std::all_of(accepted.begin(), accepted.end(),
+                                 [](const auto& setting) { return xmlCanCarry(setting.second); }));
     if (!bResult) {
-        check(after == before);
+        check(readPolicy() == before);
         return 0;
     }
-
     XmlLocalQNPolMgr loader;  // fresh: no FIPS mode retained from an earlier input
     check(loader.LoadLocalQuillnetPolicy() == XMLLOCALQNPOLMGR_SUCCESS);
     check(qnfuzz::summarize(loader.GetLocalPolicyInfo()) ==
