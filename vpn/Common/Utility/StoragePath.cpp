@@ -1,5 +1,7 @@
 #include "StoragePath.h"
 
+#include "ProcessWideInstance.h"
+
 CStoragePath* CStoragePath::sm_pInstance = nullptr;
 unsigned int CStoragePath::sm_uiAcquisitionCount = 0;
 CManualLock CStoragePath::sm_instanceLock(500);
@@ -8,39 +10,22 @@ CStoragePath::CStoragePath(const std::string& tstrMainPath) : m_tstrMainPath(tst
 
 STATUSCODE CStoragePath::createSingletonInstance(CStoragePath*& rpStoragePath,
                                                  const std::string& tstrMainPath) {
-    rpStoragePath = nullptr;
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (sm_pInstance != nullptr || sm_uiAcquisitionCount != 0) {
-        return CSTORAGEPATH_ERROR_ALREADY_INITIALIZED;
-    }
-    sm_pInstance = new CStoragePath(tstrMainPath);
-    sm_uiAcquisitionCount = 1;
-    rpStoragePath = sm_pInstance;
-    return CSTORAGEPATH_SUCCESS;
+    return qnprocesswide::create(rpStoragePath, sm_pInstance, sm_uiAcquisitionCount,
+                                 sm_instanceLock, CSTORAGEPATH_ERROR_ALREADY_INITIALIZED,
+                                 [&tstrMainPath] { return new CStoragePath(tstrMainPath); });
 }
 
 CStoragePath* CStoragePath::acquireInstance() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (sm_pInstance != nullptr) {
-        ++sm_uiAcquisitionCount;
-    }
-    return sm_pInstance;
+    return qnprocesswide::acquire(sm_pInstance, sm_uiAcquisitionCount, sm_instanceLock);
 }
 
 void CStoragePath::releaseInstance() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (this == sm_pInstance) {
-        if (--sm_uiAcquisitionCount > 0) {
-            return;
-        }
-        sm_pInstance = nullptr;
-    }
-    delete this;
+    qnprocesswide::release(this, sm_pInstance, sm_uiAcquisitionCount, sm_instanceLock,
+                           [this] { delete this; });
 }
 
 unsigned int CStoragePath::GetAcquisitionCount() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    return sm_uiAcquisitionCount;
+    return qnprocesswide::count(sm_uiAcquisitionCount, sm_instanceLock);
 }
 
 std::string CStoragePath::GetMainPath(long /*lPathType*/, bool /*bCreate*/) const {

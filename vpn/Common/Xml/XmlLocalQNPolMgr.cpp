@@ -4,6 +4,7 @@
 
 #include "AppLog.h"
 #include "InstanceSmartPtr.h"
+#include "ProcessWideInstance.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlParser.h"
@@ -27,46 +28,33 @@ XmlLocalQNPolMgr::XmlLocalQNPolMgr()
 XmlLocalQNPolMgr::~XmlLocalQNPolMgr() = default;
 
 STATUSCODE XmlLocalQNPolMgr::createSingletonInstance(XmlLocalQNPolMgr*& rpXmlLocalQNPolMgr) {
-    rpXmlLocalQNPolMgr = nullptr;
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (sm_pInstance != nullptr || sm_uiAcquisitionCount != 0) {
-        return XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED;
-    }
     // The registration owns the manager until the last releaseInstance deletes it.
-    sm_pInstance = new XmlLocalQNPolMgr();
-    sm_uiAcquisitionCount = 1;
-    rpXmlLocalQNPolMgr = sm_pInstance;
-    return XMLLOCALQNPOLMGR_SUCCESS;
+    return qnprocesswide::create(rpXmlLocalQNPolMgr, sm_pInstance, sm_uiAcquisitionCount,
+                                 sm_instanceLock, XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED,
+                                 [] { return new XmlLocalQNPolMgr(); });
 }
 
 XmlLocalQNPolMgr* XmlLocalQNPolMgr::acquireInstance() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (sm_pInstance != nullptr) {
-        ++sm_uiAcquisitionCount;
-    }
-    return sm_pInstance;
+    return qnprocesswide::acquire(sm_pInstance, sm_uiAcquisitionCount, sm_instanceLock);
 }
 
 void XmlLocalQNPolMgr::releaseInstance() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    if (this == sm_pInstance) {
-        if (--sm_uiAcquisitionCount > 0) {
-            return;
-        }
-        sm_pInstance = nullptr;
-    }
     // The destructor runs under the lock; it calls none of the instance operations.
-    delete this;
+    qnprocesswide::release(this, sm_pInstance, sm_uiAcquisitionCount, sm_instanceLock,
+                           [this] { delete this; });
 }
 
 unsigned int XmlLocalQNPolMgr::GetAcquisitionCount() {
-    CAutoLockT<CManualLock> guard(sm_instanceLock);
-    return sm_uiAcquisitionCount;
+    return qnprocesswide::count(sm_uiAcquisitionCount, sm_instanceLock);
 }
 
-LocalQNPolicyInfo XmlLocalQNPolMgr::GetLocalPolicyInfo() { return m_LocalQNPolicyInfo; }
+LocalQNPolicyInfo XmlLocalQNPolMgr::GetLocalPolicyInfo() {
+    return m_LocalQNPolicyInfo;
+}
 
-void XmlLocalQNPolMgr::ResetLocalPolicyInfo() { m_LocalQNPolicyInfo.Reset(); }
+void XmlLocalQNPolMgr::ResetLocalPolicyInfo() {
+    m_LocalQNPolicyInfo.Reset();
+}
 
 std::map<std::string, LocalPolicySetting> XmlLocalQNPolMgr::GetPolicyTransTable() {
     return m_policyTransTable;
