@@ -5,9 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 namespace qnfuzz {
+
+// Stops the fuzzer with a crash report when an invariant does not hold.
+inline void check(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
 
 // FuzzInput hands out the fuzzer's bytes front to back; once they run out every getter
 // returns zero or empty values, so a target never reads past the input.

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "AppLog.h"
+#include "FuzzInput.h"
 #include "LocalQNPolicyInfo.h"
 #include "LocalQNPolicyOptionTexts.h"
 #include "PolicySummary.h"
@@ -171,9 +172,10 @@ LocalQNPolicyInfo expectedRecord(const std::map<std::string, std::string>& setti
     for (const auto& setting : settings) {
         const std::string& name = setting.first;
         const std::string& value = setting.second;
-        const auto flag = std::find_if(std::begin(qnfuzz::kFlags), std::end(qnfuzz::kFlags),
-                                       [&name](const auto& f) { return name == f.element; });
-        if (flag != std::end(qnfuzz::kFlags)) {
+        const auto flag =
+            std::find_if(std::begin(qntest::kPolicyFlags), std::end(qntest::kPolicyFlags),
+                         [&name](const auto& f) { return name == f.element; });
+        if (flag != std::end(qntest::kPolicyFlags)) {
             (info.*(flag->set))(value == "true");
         } else if (kExcludeMasks.count(name) != 0 && value == "true") {
             info.ExcludeCertStores(kExcludeMasks.at(name));
@@ -250,7 +252,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     XmlLocalQNPolMgr loader;  // fresh: no FIPS mode retained from an earlier input
     check(loader.LoadLocalQuillnetPolicy() == XMLLOCALQNPOLMGR_SUCCESS);
-    check(qnfuzz::summarize(loader.GetLocalPolicyInfo()) ==
-          qnfuzz::summarize(expectedRecord(accepted)));
+    check(qntest::summarize(loader.GetLocalPolicyInfo()) ==
+          qntest::summarize(expectedRecord(accepted)));
     return 0;
 }

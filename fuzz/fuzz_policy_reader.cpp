@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "AppLog.h"
+#include "FuzzInput.h"
 #include "LocalQNPolicyInfo.h"
 #include "PolicySummary.h"
 #include "XmlLocalQNPolMgr.h"
@@ -25,7 +26,7 @@
 namespace {
 
 using qnfuzz::check;
-using qnfuzz::summarize;
+using qntest::summarize;
 
 // The manager with every callback forwarded to the real reader and checked afterwards.
 class CheckingPolMgr : public XmlLocalQNPolMgr {

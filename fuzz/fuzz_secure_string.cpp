@@ -11,15 +11,11 @@
 
 namespace {
 
+using qnfuzz::check;
+
 // The copying rule: sources given as strings are taken up to their first NUL.
 std::string upToNul(const std::string& s) {
     return std::string(s.c_str());
-}
-
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
 }
 
 }  // namespace

@@ -11,11 +11,7 @@
 
 namespace {
 
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using qnfuzz::check;
 
 // Every piece between delimiters, empty ones included, and no piece after a final delimiter.
 std::vector<std::string> referenceTokens(const std::string& text, const std::string& delimiters) {

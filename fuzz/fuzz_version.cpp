@@ -13,11 +13,7 @@
 
 namespace {
 
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using qnfuzz::check;
 
 std::list<unsigned int> referenceComponents(const std::string& text) {
     std::list<unsigned int> components;

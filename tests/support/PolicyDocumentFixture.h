@@ -12,47 +12,11 @@
 #include <vector>
 
 #include "LocalQNPolicyInfo.h"
+#include "PolicySummary.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgr.h"
 
 namespace qntest {
-
-// Every getter of a record in one text: version|caching|tunnel|exclude|flags|servers.
-inline std::string summarize(const LocalQNPolicyInfo& info) {
-    using I = LocalQNPolicyInfo;
-    constexpr bool (I::*kFlags[])() const = {&I::UseFIPSMode,
-                                             &I::BypassDownloader,
-                                             &I::BypassDefaultLocalization,
-                                             &I::RestrictScriptWebDeploy,
-                                             &I::RestrictHelpWebDeploy,
-                                             &I::RestrictResourceWebDeploy,
-                                             &I::RestrictLocalizationWebDeploy,
-                                             &I::RestrictWebLaunchMode,
-                                             &I::StrictCertTrustMode,
-                                             &I::IsCRLCheckEnabled,
-                                             &I::IsOCSPRevocationEnabled,
-                                             &I::IsRestrictServerCertStore,
-                                             &I::IsSoftwareUpdateAllowed,
-                                             &I::IsComplianceModuleSoftwareUpdateAllowed,
-                                             &I::IsVPNProfileUpdateAllowed,
-                                             &I::IsMgmtVPNProfileUpdateAllowed,
-                                             &I::IsPlexoProfileUpdateAllowed,
-                                             &I::IsServiceProfileUpdateAllowed,
-                                             &I::IsScriptUpdateAllowed,
-                                             &I::IsHelpUpdateAllowed,
-                                             &I::IsResourceUpdateAllowed,
-                                             &I::IsLocalizationUpdateAllowed};
-    std::ostringstream out;
-    out << info.GetQNVersion() << '|' << info.RestrictPrefCachingStr() << '|'
-        << info.RestrictTunnelProtocols() << '|' << std::hex << info.ExcludeCertStores() << '|';
-    for (const auto flag : kFlags) {
-        out << (info.*flag)();
-    }
-    for (const std::string& server : info.GetAuthorizedServerList()) {
-        out << "|'" << server << "'";
-    }
-    return out.str();
-}
 
 // A log record as one text: function, importance, source file, message, callee and code.
 inline std::string describe(const CAppLogRecord& r) {

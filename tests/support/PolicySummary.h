@@ -1,34 +1,25 @@
-#ifndef QN_FUZZ_POLICYSUMMARY_H
-#define QN_FUZZ_POLICYSUMMARY_H
+#ifndef QN_TESTS_POLICYSUMMARY_H
+#define QN_TESTS_POLICYSUMMARY_H
 
-// The fuzz targets' view of a policy record: its on/off settings by element name, with the
-// record's getter and setter, and one comparable text of every getter. (The test suites'
-// summary lives in a header that needs GoogleTest, which the fuzz targets do not link.)
+// A policy record's on/off settings by element name, with the record's getter and setter, and
+// one comparable text of every getter. Free of GoogleTest, so that the fuzz targets share it.
 
-#include <cstdlib>
 #include <sstream>
 #include <string>
 
 #include "LocalQNPolicyInfo.h"
 
-namespace qnfuzz {
-
-// Stops the fuzzer with a crash report when an invariant does not hold.
-inline void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+namespace qntest {
 
 // An on/off setting: the element that states it, and how the record reads and sets it.
-struct Flag {
+struct PolicyFlag {
     const char* element;
     bool (LocalQNPolicyInfo::*get)() const;
     void (LocalQNPolicyInfo::*set)(bool);
 };
 
 using I = LocalQNPolicyInfo;
-inline const Flag kFlags[] = {
+inline const PolicyFlag kPolicyFlags[] = {
     {"FipsMode", &I::UseFIPSMode, &I::UseFIPSMode},
     {"BypassDownloader", &I::BypassDownloader, &I::BypassDownloader},
     {"BypassDefaultLocalization", &I::BypassDefaultLocalization, &I::BypassDefaultLocalization},
@@ -64,7 +55,7 @@ inline const Flag kFlags[] = {
 inline std::string summarize(const LocalQNPolicyInfo& info) {
     std::ostringstream out;
     out << info.GetQNVersion().size() << ':' << info.GetQNVersion() << '|';
-    for (const Flag& flag : kFlags) {
+    for (const PolicyFlag& flag : kPolicyFlags) {
         out << (info.*flag.get)();
     }
     out << '|' << info.RestrictPrefCachingStr() << '|' << info.RestrictTunnelProtocols() << '|'
@@ -75,6 +66,6 @@ inline std::string summarize(const LocalQNPolicyInfo& info) {
     return out.str();
 }
 
-}  // namespace qnfuzz
+}  // namespace qntest
 
-#endif  // QN_FUZZ_POLICYSUMMARY_H
+#endif  // QN_TESTS_POLICYSUMMARY_H
