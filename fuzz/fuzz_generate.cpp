@@ -35,7 +35,7 @@
 #include "FuzzInput.h"
 #include "LocalQNPolicyInfo.h"
 #include "LocalQNPolicyOptionTexts.h"
-#include "PolicySummary.h"
+#include "PolicyModel.h"
 #include "QnBuildConfig.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgr.h"

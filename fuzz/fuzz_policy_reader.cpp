@@ -19,7 +19,7 @@
 #include "AppLog.h"
 #include "FuzzInput.h"
 #include "LocalQNPolicyInfo.h"
-#include "PolicySummary.h"
+#include "PolicyModel.h"
 #include "XmlLocalQNPolMgr.h"
 #include "XmlParser.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "LocalQNPolicyInfo.h"
-#include "PolicySummary.h"
+#include "PolicyModel.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgr.h"
 

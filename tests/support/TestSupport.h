@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AppLog.h"
@@ -85,50 +87,59 @@ class LogCapture {
     CAppLogSink m_previous;
 };
 
-// Registers the installation-path service on a directory for its lifetime.
-class StoragePathScope {
+// Registers a process-wide service (the installation path, the policy manager) for its
+// lifetime: creation is the first acquisition, destruction releases it.
+template <typename Service>
+class Registered {
   public:
-    explicit StoragePathScope(const std::string& mainPath) {
-        if (CStoragePath::createSingletonInstance(m_pStoragePath, mainPath) !=
-            CSTORAGEPATH_SUCCESS) {
-            ADD_FAILURE() << "installation-path service already registered";
+    template <typename... Args>
+    explicit Registered(const Args&... args) {
+        if (Service::createSingletonInstance(m_pService, args...) != 0) {
+            ADD_FAILURE() << "service already registered";
         }
     }
-    ~StoragePathScope() {
-        if (m_pStoragePath != nullptr) {
-            m_pStoragePath->releaseInstance();
+    ~Registered() {
+        if (m_pService != nullptr) {
+            m_pService->releaseInstance();
         }
     }
-    StoragePathScope(const StoragePathScope&) = delete;
-    StoragePathScope& operator=(const StoragePathScope&) = delete;
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+
+    Service* operator->() const { return m_pService; }
+    Service& operator*() const { return *m_pService; }
 
   private:
-    CStoragePath* m_pStoragePath = nullptr;
+    Service* m_pService = nullptr;
 };
+using StoragePathScope = Registered<CStoragePath>;
+using ManagerScope = Registered<XmlLocalQNPolMgr>;
 
-// Registers the process-wide manager for its lifetime (creation is the first acquisition).
-class ManagerScope {
-  public:
-    ManagerScope() {
-        if (XmlLocalQNPolMgr::createSingletonInstance(m_pMgr) != XMLLOCALQNPOLMGR_SUCCESS) {
-            ADD_FAILURE() << "policy manager already registered";
-        }
+// Runs work on this many threads at once and waits for all of them.
+inline void onThreads(int threads, const std::function<void()>& work) {
+    std::vector<std::thread> running;
+    running.reserve(static_cast<size_t>(threads));
+    for (int t = 0; t < threads; ++t) {
+        running.emplace_back(work);
     }
-    ~ManagerScope() {
-        if (m_pMgr != nullptr) {
-            m_pMgr->releaseInstance();
-        }
+    for (std::thread& thread : running) {
+        thread.join();
     }
-    ManagerScope(const ManagerScope&) = delete;
-    ManagerScope& operator=(const ManagerScope&) = delete;
+}
 
-    XmlLocalQNPolMgr* operator->() const { return m_pMgr; }
-    XmlLocalQNPolMgr& operator*() const { return *m_pMgr; }
-    XmlLocalQNPolMgr* get() const { return m_pMgr; }
-
-  private:
-    XmlLocalQNPolMgr* m_pMgr = nullptr;
-};
+// Generates the policy from these installer arguments, passed as an installer passes them:
+// a null entry stays null, and the array itself is never null.
+inline bool generate(XmlLocalQNPolMgr& mgr, const std::vector<const char*>& args,
+                     bool bOverwrite = true) {
+    std::vector<std::string> copies(args.size());
+    std::vector<char*> argv;
+    for (size_t i = 0; i < args.size(); ++i) {
+        copies[i] = args[i] != nullptr ? args[i] : "";
+        argv.push_back(args[i] != nullptr ? copies[i].data() : nullptr);
+    }
+    argv.push_back(nullptr);
+    return mgr.GenerateLocalPolicy(argv.data(), static_cast<int>(args.size()), bOverwrite);
+}
 
 }  // namespace qntest
 
