@@ -1,13 +1,16 @@
-// Policy generation from installer arguments: the warnings, in order, and the exact document.
+// Policy generation from installer arguments: the warnings, in order, the exact document, and
+// what loading then reads back.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <list>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "PolicyModel.h"
 #include "QNCSaxWriter.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -17,8 +20,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 using Record = std::pair<Logging::DebugImportance, std::string>;
-
-const std::string kInvalid = ". Arguments in the form policy_abbreviation=value expected";
 
 // The whole policy file with these children of the root, one a line, written compactly:
 // "Name=text" a leaf, "+Name" and "-Name" a start and an end tag, "Name/" an empty element.
@@ -48,33 +49,20 @@ std::string policyDocument(const Lines& children) {
     return doc.str();
 }
 
-class PolicyGenerationTest : public ::testing::Test {
+class PolicyGeneration : public ::testing::Test {
   protected:
     std::string policyPath() const { return m_dir.path() + qnpolicy::kPolicyFileName; }
 
-    // Passes args as the installer does: a null entry stays null.
-    bool generate(const std::vector<const char*>& args, bool overwrite = true) {
-        std::vector<std::string> copies;
-        copies.reserve(args.size());
-        std::vector<char*> argv;
-        for (const char* arg : args) {
-            copies.emplace_back(arg != nullptr ? arg : "");
-            argv.push_back(arg != nullptr ? copies.back().data() : nullptr);
-        }
-        argv.push_back(nullptr);  // a non-null array even without arguments
-        return m_mgr->GenerateLocalPolicy(argv.data(), static_cast<int>(args.size()), overwrite);
-    }
-
-    // Every record since the last check came from GenerateLocalPolicy; they are exactly these.
-    void expectRecords(const std::vector<Record>& expected) {
+    // The records since the last check, each expected from GenerateLocalPolicy in this file.
+    std::vector<Record> records() {
         std::vector<Record> got;
         for (const CAppLogRecord& record : m_log.records()) {
-            EXPECT_EQ(record.function, "GenerateLocalPolicy");
-            EXPECT_EQ(record.file, qnpolicy::kSourceFile);
+            EXPECT_EQ(record.function + " " + record.file,
+                      "GenerateLocalPolicy " + std::string(qnpolicy::kSourceFile));
             got.emplace_back(record.importance, record.message);
         }
-        EXPECT_EQ(got, expected);
         m_log.clear();
+        return got;
     }
 
     qntest::TempDir m_dir;
@@ -83,20 +71,18 @@ class PolicyGenerationTest : public ::testing::Test {
     qntest::LogCapture m_log;
 };
 
-struct GenerationCase {
-    std::vector<const char*> args;
-    std::vector<Record> warnings;
-    Lines children;
-};
+Record warn(const std::string& text) {
+    return {Logging::DBG_Warning, text};
+}
 
-TEST_F(PolicyGenerationTest, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSorted) {
-    const auto warn = [](const std::string& text) { return Record{Logging::DBG_Warning, text}; };
-    const std::vector<GenerationCase> cases = {
-        {{"bd=true", "fm=true", "rtp=false", "upsu=false", "upal=gw1,gw2"},
-         {},
-         {"BypassDownloader=true", "FipsMode=true", "RestrictTunnelProtocols=false",
-          "+UpdatePolicy", "AllowSoftwareUpdatesFromAnyServer=false", "+AuthorizedServerList",
-          "ServerName=gw1", "ServerName=gw2", "-AuthorizedServerList", "-UpdatePolicy"}},
+TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSorted) {
+    const std::string kInvalid = ". Arguments in the form policy_abbreviation=value expected";
+    const std::string kDuplicate = ". The first value will be used";
+    const struct {
+        std::vector<const char*> args;
+        std::vector<Record> warnings;
+        Lines children;
+    } cases[] = {
         // Each check in turn: "=", empty value (silent), abbreviation, value, duplicate.
         {{"nosuch", "nosuch=", "nosuch=maybe", "=true", "FM=true", "%s%n=1", "fm=true", "fm=maybe",
           "fm=false", "upal=gw1", nullptr, "upal=gw2", "fm=a=b"},
@@ -104,79 +90,93 @@ TEST_F(PolicyGenerationTest, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRe
           warn("ignoring undefined abbreviation nosuch"), warn("ignoring undefined abbreviation "),
           warn("ignoring undefined abbreviation FM"), warn("ignoring undefined abbreviation %s%n"),
           warn("maybe is not an allowed value for policy FipsMode"),
-          warn("ignoring duplicate policy arg FipsMode. The first value will be used"),
-          warn("ignoring duplicate policy arg AuthorizedServerList. The first value will be used"),
+          warn("ignoring duplicate policy arg FipsMode" + kDuplicate),
+          warn("ignoring duplicate policy arg AuthorizedServerList" + kDuplicate),
           warn("a=b is not an allowed value for policy FipsMode")},
          {"FipsMode=true", "+UpdatePolicy", "+AuthorizedServerList", "ServerName=gw1",
           "-AuthorizedServerList", "-UpdatePolicy"}},
         // Refused values block nothing; accepted ones take the table's spelling; the elements
         // come in byte order, the update section last and the server list last in it.
-        {{"upal=gw", "upvp=true", "upcu=FALSE", "rtp=ipsec", "fm=no", "fm=TRUE", "rpc=a=b"},
+        {{"upal=,,gw1;;gw2,", "upvp=true", "upcu=FALSE", "rtp=ipsec", "fm=no", "fm=TRUE",
+          "rpc=a<b>&c\r\n d "},
          {warn("no is not an allowed value for policy FipsMode")},
-         {"FipsMode=true", "RestrictPreferenceCaching=a=b", "RestrictTunnelProtocols=IPSec",
-          "+UpdatePolicy", "AllowComplianceModuleUpdatesFromAnyServer=false",
-          "AllowVPNProfileUpdatesFromAnyServer=true", "+AuthorizedServerList", "ServerName=gw",
-          "-AuthorizedServerList", "-UpdatePolicy"}},
-        {{"upal=,,gw1;;gw2,"},
-         {},
-         {"+UpdatePolicy", "+AuthorizedServerList", "ServerName=gw1", "ServerName=gw2",
-          "-AuthorizedServerList", "-UpdatePolicy"}},
+         {"FipsMode=true", "RestrictPreferenceCaching=a&lt;b&gt;&amp;c&#13;\n d ",
+          "RestrictTunnelProtocols=IPSec", "+UpdatePolicy",
+          "AllowComplianceModuleUpdatesFromAnyServer=false",
+          "AllowVPNProfileUpdatesFromAnyServer=true", "+AuthorizedServerList", "ServerName=gw1",
+          "ServerName=gw2", "-AuthorizedServerList", "-UpdatePolicy"}},
         {{"upal=;,"}, {}, {"+UpdatePolicy", "AuthorizedServerList/", "-UpdatePolicy"}},
-        {{"upal= gw1 , gw2"},
-         {},
-         {"+UpdatePolicy", "+AuthorizedServerList", "ServerName= gw1 ", "ServerName= gw2",
-          "-AuthorizedServerList", "-UpdatePolicy"}},
-        {{"rpc=a<b>&c\r\n d "}, {}, {"RestrictPreferenceCaching=a&lt;b&gt;&amp;c&#13;\n d "}},
         {{}, {}, {}},
     };
-    for (const GenerationCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.args.empty() || c.args[0] == nullptr ? "" : c.args[0]);
-        EXPECT_TRUE(generate(c.args));
-        expectRecords(c.warnings);
+        EXPECT_TRUE(qntest::generate(*m_mgr, c.args));
+        EXPECT_EQ(records(), c.warnings);
         EXPECT_EQ(qntest::readFile(policyPath()), policyDocument(c.children));
     }
     // Generation writes a file; it does not change the loaded record.
-    EXPECT_FALSE(m_mgr->GetLocalPolicyInfo().UseFIPSMode());
     EXPECT_TRUE(m_mgr->GetLocalPolicyInfo().GetAuthorizedServerList().empty());
-}
-
-TEST_F(PolicyGenerationTest, SettingNamesAreOrderedByBytesNotIgnoringCase) {
+    // Names are ordered by bytes, not ignoring case.
     ASSERT_TRUE(XmlLocalQNPolMgrTestPeer::writeLocalPolicy(
         *m_mgr, {{"alpha", "1"}, {"FipsMode", "2"}, {"Fips", "3"}}, {}));
     EXPECT_EQ(qntest::readFile(policyPath()), policyDocument({"Fips=3", "FipsMode=2", "alpha=1"}));
 }
 
-TEST_F(PolicyGenerationTest, RefusesANullArrayOrNegativeCountAndKeepsAnExistingFile) {
+TEST_F(PolicyGeneration, RefusesBadArgumentsKeepsAnExistingFileAndReportsAFailedWrite) {
     char* none[] = {nullptr};
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(nullptr, 0, true));
-    expectRecords({{Logging::DBG_Error, "Invalid Arguments"}});
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(none, -1, true));
-    expectRecords({{Logging::DBG_Error, "Invalid Arguments"}});
+    EXPECT_EQ(records(), std::vector<Record>(2, {Logging::DBG_Error, "Invalid Arguments"}));
     EXPECT_FALSE(std::filesystem::exists(policyPath()));
 
     m_dir.write(qnpolicy::kPolicyFileName, "not even XML");
-    EXPECT_TRUE(generate({"fm=true", "bogus"}, false));
-    expectRecords({{Logging::DBG_Warning,
-                    "Local Security Policy file already exists and therefore will not be "
-                    "generated"}});
+    EXPECT_TRUE(qntest::generate(*m_mgr, {"fm=true", "bogus"}, false));
+    EXPECT_EQ(records(), std::vector<Record>{warn("Local Security Policy file already exists and "
+                                                  "therefore will not be generated")});
+    EXPECT_EQ(qntest::readFile(policyPath()), "not even XML");
+
+    // The writer logs its own cause; this layer adds exactly one record with its status.
+    EXPECT_FALSE(qntest::generate(*m_mgr, {"rpc=bad\x01text"}));
+    const std::vector<CAppLogRecord> logged = m_log.records();
+    ASSERT_EQ(logged.size(), 2U);
+    EXPECT_EQ(logged[1].function + " " + logged[1].callee,
+              "writeLocalPolicy QNCSaxWriter::writeDocument");
+    EXPECT_EQ(logged[1].importance, Logging::DBG_Error);
+    EXPECT_EQ(logged[1].code, static_cast<uint32_t>(QNCSAXWRITER_ERROR_INVALID_TEXT));
     EXPECT_EQ(qntest::readFile(policyPath()), "not even XML");
 }
 
-TEST_F(PolicyGenerationTest, FailedWriteLogsTheWritersStatusOnceAndKeepsTheOldFile) {
-    m_dir.write(qnpolicy::kPolicyFileName, "old\r\n");
-    EXPECT_FALSE(generate({"rpc=bad\x01text"}));
-    // The writer logs its own cause; this layer adds exactly one record with its status.
-    std::vector<CAppLogRecord> records;
-    for (const CAppLogRecord& record : m_log.records()) {
-        if (record.function == "writeLocalPolicy") {
-            records.push_back(record);
+// Generates from one argument with a fresh manager (no FIPS mode retained from an earlier
+// load) and loads the file back.
+LocalQNPolicyInfo generateAndLoad(const std::string& argument) {
+    XmlLocalQNPolMgr mgr;
+    EXPECT_TRUE(qntest::generate(mgr, {argument.c_str()}));
+    EXPECT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
+    return mgr.GetLocalPolicyInfo();
+}
+
+// Every abbreviation with each of its allowed values (realistic samples for free text) loads
+// back as the record the argument asks for.
+TEST_F(PolicyGeneration, EveryAbbreviationAndEachOfItsValuesLoadsBack) {
+    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
+        std::list<std::string> values = row.listAllowedValues;
+        if (values.empty()) {
+            values = abbreviation == "upal"
+                         ? std::list<std::string>{"gw1", "vpn.example.com"}
+                         : std::list<std::string>{"All", "false", "Credentials,Thumbprints"};
+        }
+        for (const std::string& value : values) {
+            const std::string argument = std::string(abbreviation).append("=").append(value);
+            EXPECT_EQ(qntest::summarize(generateAndLoad(argument)),
+                      qntest::summarize(qntest::expectedRecord({{row.tstrFullName, value}},
+                                                               qnpolicy::kClientVersion)))
+                << argument;
         }
     }
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].importance, Logging::DBG_Error);
-    EXPECT_EQ(records[0].callee, "QNCSaxWriter::writeDocument");
-    EXPECT_EQ(records[0].code, static_cast<uint32_t>(QNCSAXWRITER_ERROR_INVALID_TEXT));
-    EXPECT_EQ(qntest::readFile(policyPath()), "old\r\n");
+    EXPECT_EQ(generateAndLoad("upal= gw1 ,a<b>&c\"d'e;line1\r\nline2\r,\ttab\t;]]>;caf\xC3\xA9")
+                  .GetAuthorizedServerList(),
+              (std::list<std::string>{" gw1 ", "a<b>&c\"d'e", "line1\r\nline2\r", "\ttab\t", "]]>",
+                                      "caf\xC3\xA9"}));
 }
 
 }  // namespace

@@ -15,16 +15,6 @@ class XmlLocalQNPolMgrTestPeer {
     static XmlLocalQNPolMgr::RETAINED_FIPS_MODE retainedFipsMode(const XmlLocalQNPolMgr& m) {
         return m.m_retainedFipsMode;
     }
-    static bool fileUseFipsMode(const XmlLocalQNPolMgr& m) { return m.m_bFileUseFIPSMode; }
-    static const std::string& currentElement(const XmlLocalQNPolMgr& m) {
-        return m.m_currentElement;
-    }
-    static bool inAuthorizedServerList(const XmlLocalQNPolMgr& m) {
-        return m.m_bAuthorizedServerList;
-    }
-    static bool inUpdatePolicySection(const XmlLocalQNPolMgr& m) {
-        return m.m_bUpdatePolicySection;
-    }
     static bool valueIsAllowed(const XmlLocalQNPolMgr& m, const LocalPolicySetting& row,
                                std::string& value) {
         return m.valueIsAllowed(row, value);
