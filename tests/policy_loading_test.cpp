@@ -25,18 +25,20 @@ std::string fipsState(Mgr& mgr) {
 
 using PolicyLoading = qntest::PolicyDocumentFixture;
 
-// Each step: the file's FIPS text, then the retained mode (0 none, 1 enabled, 2 disabled),
-// the record's mode and the modified-on-disk flag.
+// Each step: the file's FIPS element, then the retained mode (0 none, 1 enabled, 2 disabled),
+// the record's mode and the modified-on-disk flag. A file without the element states false.
 TEST_F(PolicyLoading, FirstSuccessfulLoadFixesFipsModeAndLaterFilesOnlyMarkADifference) {
     static_assert(Mgr::NONE == 0 && Mgr::ENABLED == 1 && Mgr::DISABLED == 2);
     const std::vector<std::pair<const char*, const char*>> sequences[] = {
-        {{"true", "110"}, {"true", "110"}, {"false", "111"}},
+        {{"true", "110"}, {"true", "110"}, {"", "111"}, {"false", "111"}},
         {{"TRUE", "200"}, {"true", "201"}, {"false", "200"}}};  // only "true" is true
     for (const auto& sequence : sequences) {
         Mgr mgr;  // a fresh retention for each sequence
         for (const auto& [fileText, state] : sequence) {
-            writePolicy("<QuillnetLocalPolicy><FipsMode>" + std::string(fileText) +
-                        "</FipsMode></QuillnetLocalPolicy>");
+            const std::string text = fileText;
+            writePolicy("<QuillnetLocalPolicy>" +
+                        (text.empty() ? "" : "<FipsMode>" + text + "</FipsMode>") +
+                        "</QuillnetLocalPolicy>");
             m_log.clear();
             ASSERT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
             EXPECT_EQ(fipsState(mgr), state) << fileText;
