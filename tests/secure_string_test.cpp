@@ -40,8 +40,9 @@ TYPED_TEST(SecureStringTest, DestructionAndGrowthLeaveNoCharactersInTheObject) {
         alignas(SecureT) unsigned char storage[sizeof(SecureT)];
         auto* secure = new (storage) SecureT(TypeParam(12 / sizeof(CharT), CharT('A')));
         TypeParam& value = *secure;
-        const auto* data = reinterpret_cast<const unsigned char*>(value.data());
-        if (data < storage || data + 12 > storage + sizeof storage) {
+        // Where the characters sit in the object, if they do.
+        const auto at = reinterpret_cast<unsigned char*>(value.data()) - storage;
+        if (at < 0 || at + 12 > std::ptrdiff_t{sizeof storage}) {
             secure->~SecureT();
             GTEST_SKIP() << "the string library keeps twelve bytes outside the object";
         }
@@ -49,7 +50,7 @@ TYPED_TEST(SecureStringTest, DestructionAndGrowthLeaveNoCharactersInTheObject) {
             *secure += TypeParam(value.capacity() - value.length(), CharT('z'));
         }
         secure->~SecureT();
-        EXPECT_TRUE(TestFixture::zero(data + (grow ? 8 : 0), grow ? 4 : 12))
+        EXPECT_TRUE(TestFixture::zero(storage + at + (grow ? 8 : 0), grow ? 4 : 12))
             << (grow ? "growth" : "destruction") << " left characters";
     }
 }
