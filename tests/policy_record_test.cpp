@@ -1,149 +1,147 @@
-// The policy record: defaults, each setter reaching exactly its own getter, the exclude
-// group masks, the caching options and their text, reset and copies.
+// The policy record and the installer vocabulary: defaults, each setter reaching exactly its
+// own getter, the exclude group masks, the caching options and their text, reset and copies;
+// the 29 vocabulary rows and the value check that generation relies on.
+//
+// Records are compared whole through qntest::summarize: "version length:version|a digit per
+// flag of kPolicyFlags|caching text|tunnel option|exclude mask|servers".
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <map>
 #include <string>
 #include <vector>
 
-#include "LocalQNPolicyInfo.h"
+#include "PolicyModel.h"
+#include "XmlLocalQNPolMgrTestPeer.h"
 
 namespace {
 
-using Record = LocalQNPolicyInfo;
+using qntest::I;
+using qntest::kPolicyFlags;
 
-// Every flag's getter and setter; a setter wired to another field shows in describe().
-struct Flag {
-    bool (Record::*get)() const;
-    void (Record::*set)(bool);
-};
-const std::vector<Flag> kFlags = {
-    {&Record::UseFIPSMode, &Record::UseFIPSMode},
-    {&Record::BypassDownloader, &Record::BypassDownloader},
-    {&Record::BypassDefaultLocalization, &Record::BypassDefaultLocalization},
-    {&Record::RestrictScriptWebDeploy, &Record::RestrictScriptWebDeploy},
-    {&Record::RestrictHelpWebDeploy, &Record::RestrictHelpWebDeploy},
-    {&Record::RestrictResourceWebDeploy, &Record::RestrictResourceWebDeploy},
-    {&Record::RestrictLocalizationWebDeploy, &Record::RestrictLocalizationWebDeploy},
-    {&Record::RestrictWebLaunchMode, &Record::RestrictWebLaunchMode},
-    {&Record::StrictCertTrustMode, &Record::StrictCertTrustMode},
-    {&Record::IsCRLCheckEnabled, &Record::EnableCRLCheck},
-    {&Record::IsOCSPRevocationEnabled, &Record::EnableOCSPRevocation},
-    {&Record::IsRestrictServerCertStore, &Record::SetRestrictServerCertStore},
-    {&Record::IsSoftwareUpdateAllowed, &Record::SetSoftwareUpdateLock},
-    {&Record::IsComplianceModuleSoftwareUpdateAllowed,
-     &Record::SetComplianceModuleSoftwareUpdateLock},
-    {&Record::IsVPNProfileUpdateAllowed, &Record::SetVPNProfileUpdateLock},
-    {&Record::IsMgmtVPNProfileUpdateAllowed, &Record::SetMgmtVPNProfileUpdateLock},
-    {&Record::IsPlexoProfileUpdateAllowed, &Record::SetPlexoProfileUpdateLock},
-    {&Record::IsServiceProfileUpdateAllowed, &Record::SetServiceProfileUpdateLock},
-    {&Record::IsScriptUpdateAllowed, &Record::SetScriptUpdateLock},
-    {&Record::IsHelpUpdateAllowed, &Record::SetHelpUpdateLock},
-    {&Record::IsResourceUpdateAllowed, &Record::SetResourceUpdateLock},
-    {&Record::IsLocalizationUpdateAllowed, &Record::SetLocalizationUpdateLock}};
-const std::string kDefaults = "0000000000001111111111 c=100000 false v= t=0 x=0 s=";
-constexpr size_t kStrictTrust = 8;
-constexpr size_t kRestrictServerStore = 11;
-
-// Every observable value in one line: a digit per flag, then the caching bits and text,
-// version, tunnel option, exclude mask and servers.
-std::string describe(const Record& r) {
-    std::string text;
-    for (const Flag& flag : kFlags) {
-        text += (r.*flag.get)() ? '1' : '0';
-    }
-    text += " c=";
-    for (bool bit : r.RestrictPrefCaching()) {
-        text += bit ? '1' : '0';
-    }
-    text += " " + r.RestrictPrefCachingStr() + " v=" + r.GetQNVersion() +
-            " t=" + std::to_string(r.RestrictTunnelProtocols()) +
-            " x=" + std::to_string(r.ExcludeCertStores()) + " s=";
-    for (const std::string& server : r.GetAuthorizedServerList()) {
-        text += "[" + server + "]";
-    }
-    return text;
-}
+// Nothing restricted, every kind of update allowed from any server.
+const std::string kDefaults = "0:|0000000000001111111111|false|0|0";
 
 TEST(PolicyRecord, DefaultsRestrictNothingAndEachSetterReachesOnlyItsOwnGetter) {
-    EXPECT_EQ(describe(Record()), kDefaults);
-    for (size_t i = 0; i < kFlags.size(); ++i) {
-        Record record;
-        (record.*kFlags[i].set)(kDefaults[i] == '0');
+    EXPECT_EQ(qntest::summarize(I()), kDefaults);
+    for (size_t i = 0; i < std::size(kPolicyFlags); ++i) {
+        I record;
+        (record.*kPolicyFlags[i].set)(kDefaults[3 + i] == '0');
         std::string expected = kDefaults;
-        expected[i] = kDefaults[i] == '0' ? '1' : '0';
-        if (i == kRestrictServerStore) {
-            expected[kStrictTrust] = '1';  // a restricted server store implies strict trust
-        }
-        EXPECT_EQ(describe(record), expected) << "setter " << i;
+        expected[3 + i] = kDefaults[3 + i] == '0' ? '1' : '0';
+        // A restricted server store reads as strict trust (flag 8): its '0' becomes '1'.
+        expected[3 + 8] |= kPolicyFlags[i].get == &I::IsRestrictServerCertStore;
+        EXPECT_EQ(qntest::summarize(record), expected) << kPolicyFlags[i].element;
     }
 }
 
-TEST(PolicyRecord, ExcludeGroupsTestAnyBitOfTheirMaskAndMasksAccumulate) {
-    const uint32_t groupMasks[] = {0xC3, 0x2104, 0x8, 0xC00};  // Windows, macOS, Firefox, PEM
+// Every single bit against every group getter, in kExcludedStores' order.
+TEST(PolicyRecord, ExcludeGroupsTestAnyBitOfTheirMask) {
+    using Group = bool (I::*)() const;
+    const Group groups[] = {&I::ExcludeFirefoxNSSCertStores, &I::ExcludePemFileCertStores,
+                            &I::ExcludeMacNativeCertStores, &I::ExcludeWinNativeCertStores};
     for (uint32_t bit = 1; bit != 0; bit <<= 1) {
-        Record record;
+        I record;
         record.ExcludeCertStores(bit);
-        const bool excluded[] = {
-            record.ExcludeWinNativeCertStores(), record.ExcludeMacNativeCertStores(),
-            record.ExcludeFirefoxNSSCertStores(), record.ExcludePemFileCertStores()};
-        for (size_t group = 0; group < 4; ++group) {
-            EXPECT_EQ(excluded[group], (groupMasks[group] & bit) != 0)
-                << "bit 0x" << std::hex << bit << " group " << group;
+        for (size_t g = 0; g < std::size(groups); ++g) {
+            EXPECT_EQ((record.*groups[g])(), (qntest::kExcludedStores[g].mask & bit) != 0)
+                << qntest::kExcludedStores[g].element << " bit 0x" << std::hex << bit;
         }
     }
-    Record record;
-    record.ExcludeCertStores(0x8);
-    record.ExcludeCertStores(0xC00);
-    EXPECT_EQ(record.ExcludeCertStores(), 0xC08U);
 }
 
-TEST(PolicyRecord, CachingOptionsAccumulateFalseClearsAndTheTextFollowsTheBits) {
-    using O = RestrictPrefCachingOption;
-    const std::vector<std::pair<std::vector<O>, std::string>> cases = {
-        {{RESTRICT_PREF_CACHING_THUMBPRINTS, RESTRICT_PREF_CACHING_CREDENTIALS},
-         "111000 false,Credentials,Thumbprints"},
-        {{RESTRICT_PREF_CACHING_ALL, RESTRICT_PREF_CACHING_AHS,
-          RESTRICT_PREF_CACHING_CREDENTIALS_AND_THUMBPRINTS},
-         "100111 false,CredentialsAndThumbprints,AutomaticServerSelection,All"},
-        {{RESTRICT_PREF_CACHING_ALL, RESTRICT_PREF_CACHING_FALSE}, "100000 false"},
-        {{RESTRICT_PREF_CACHING_OPTION_COUNT, O(-1), O(100)}, "100000 false"}};
+// Options by value: each sets only its own entry ("All" none of the others), "false" clears
+// them all, values outside the options change nothing; the text lists the set entries.
+TEST(PolicyRecord, CachingOptionsAccumulateFalseClearsAndTheTextFollowsTheEntries) {
+    const std::vector<std::pair<std::vector<int>, std::string>> cases = {
+        {{5, 4, 3}, "false,CredentialsAndThumbprints,AutomaticServerSelection,All"},
+        {{2, 1}, "false,Credentials,Thumbprints"},
+        {{5, 0}, "false"},
+        {{6, -1, 100}, "false"}};
     for (const auto& [options, expected] : cases) {
-        Record record;
-        for (O option : options) {
-            record.RestrictPrefCaching(option);
+        I record;
+        for (int option : options) {
+            record.RestrictPrefCaching(static_cast<RestrictPrefCachingOption>(option));
         }
-        EXPECT_EQ(describe(record).substr(23, expected.size() + 3), "c=" + expected + " ");
+        EXPECT_EQ(record.RestrictPrefCachingStr(), expected);
     }
 }
 
+// Copies and assignment (also to itself) take every field and share nothing with their
+// source; Reset restores every default.
 TEST(PolicyRecord, CopiesTakeEveryFieldAndStayIndependentAndResetRestoresTheDefaults) {
-    Record source;
-    for (size_t i = 0; i < kFlags.size(); ++i) {
-        (source.*kFlags[i].set)(kDefaults[i] == '0');
+    I source;
+    for (const qntest::PolicyFlag& flag : kPolicyFlags) {
+        (source.*flag.set)(!(source.*flag.get)());
     }
     source.QNVersion("9.9");
     source.RestrictPrefCaching(RESTRICT_PREF_CACHING_ALL);
     source.RestrictTunnelProtocols(RESTRICT_TUNNEL_PROTOCOL_IPSEC);
     source.ExcludeCertStores(0x8);
+    source.ExcludeCertStores(0xC00);  // masks accumulate
     source.AddToAuthorizedServerList("a-server-name-long-enough-for-the-heap");
-    const std::string changed = describe(source);
-    ASSERT_EQ(changed,
-              "1111111111110000000000 c=100001 false,All v=9.9 t=2 x=8 "
-              "s=[a-server-name-long-enough-for-the-heap]");
-    Record copy(source);
-    Record assigned;
+    const std::string changed = qntest::summarize(source);
+    ASSERT_EQ(
+        changed,
+        "3:9.9|1111111111110000000000|false,All|2|3080|38:a-server-name-long-enough-for-the-heap");
+    I copy(source);
+    I assigned;
     assigned.AddToAuthorizedServerList("old");
     assigned = source;
-    Record& alias = assigned;
+    I& alias = assigned;
     assigned = alias;
-    EXPECT_EQ(describe(copy), changed);
-    EXPECT_EQ(describe(assigned), changed);
-    EXPECT_NE(copy.GetAuthorizedServerList().front().data(),
-              source.GetAuthorizedServerList().front().data());
+    EXPECT_EQ(qntest::summarize(copy), changed);
+    EXPECT_EQ(qntest::summarize(assigned), changed);
     copy.Reset();
-    EXPECT_EQ(describe(copy), kDefaults);
-    EXPECT_EQ(describe(source), changed);
+    EXPECT_EQ(qntest::summarize(copy), kDefaults);
+    EXPECT_EQ(qntest::summarize(source), changed);
+}
+
+// Each row as "element update-row allowed-values,". The on/off settings are the shared model's,
+// listing "false,true," except that update permissions and the CRL check list "true" first.
+TEST(PolicyVocabulary, HoldsExactlyTheTwentyNineRows) {
+    std::map<std::string, std::string> expected = {
+        {"rpc", "RestrictPreferenceCaching 0 "},
+        {"rtp", "RestrictTunnelProtocols 0 false,TLS,IPSec,"},
+        {"upal", "AuthorizedServerList 1 "}};
+    for (const qntest::PolicyFlag& flag : kPolicyFlags) {
+        const bool bTrueFirst = flag.bUpdate || std::string(flag.abbreviation) == "ecc";
+        expected[flag.abbreviation] = std::string(flag.element) + (flag.bUpdate ? " 1 " : " 0 ") +
+                                      (bTrueFirst ? "true,false," : "false,true,");
+    }
+    for (const qntest::ExcludedStore& store : qntest::kExcludedStores) {
+        expected[store.abbreviation] = std::string(store.element) + " 0 false,true,";
+    }
+    std::map<std::string, std::string> actual;
+    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
+        actual[abbreviation] = row.tstrFullName + (row.bIsUpdatePolicy ? " 1 " : " 0 ");
+        for (const std::string& value : row.listAllowedValues) {
+            actual[abbreviation] += value + ",";
+        }
+    }
+    EXPECT_EQ(actual, expected);
+}
+
+// Each row: abbreviation, value, the value afterwards (after "refused " when refused). A
+// value matching an allowed one ignoring case takes the table's spelling; anything else (an
+// embedded NUL too) is refused unchanged; rows without a list accept every value as it is.
+TEST(PolicyVocabulary, ValueCheckIgnoresCaseAndRewritesToTheTableSpelling) {
+    const std::string nul("true\0x", 6);
+    const std::vector<std::array<std::string, 3>> cases = {
+        {"fm", "tRuE", "true"},
+        {"rtp", "ipsec", "IPSec"},
+        {"fm", "true ", "refused true "},
+        {"fm", nul, "refused " + nul},
+        {"upal", "gw1, gw2;gw3", "gw1, gw2;gw3"}};
+    XmlLocalQNPolMgr mgr;
+    const auto table = mgr.GetPolicyTransTable();
+    for (const auto& [abbreviation, given, expected] : cases) {
+        std::string value = given;
+        const bool allowed =
+            XmlLocalQNPolMgrTestPeer::valueIsAllowed(mgr, table.at(abbreviation), value);
+        EXPECT_EQ(allowed ? value : "refused " + value, expected) << abbreviation << "=" << given;
+    }
 }
 
 }  // namespace
