@@ -10,70 +10,52 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
-#include <iterator>
-#include <string>
-#include <vector>
 
+#include "PolicyModel.h"
 #include "QNCSaxWriter.h"
 #include "TestSupport.h"
 
 namespace {
 
 using namespace std::literals;
-using Calls = std::vector<std::string>;
-namespace fs = std::filesystem;
 
 constexpr char kName[] = "doc.xml";
-constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+const std::string kOld = "old\0policy\r\n"s;
 
-// Makes writer calls given as texts, "S" startDocument (with the root attributes), "<n"
-// startElement, ">n" endElement, "=t" characters, "E" endDocument, on a writer of
-// dir + kName; returns what writeDocument then returns.
-STATUSCODE run(const std::string& dir, const std::string& root, const Calls& calls,
+// Makes the writer calls given as texts joined by '|', "S" startDocument (with the root
+// attributes), "<n" startElement, ">n" endElement, "=t" characters, "E" endDocument, on a
+// writer of dir + kName; returns what writeDocument then returns.
+STATUSCODE run(const std::string& dir, const std::string& root, const std::string& calls,
                TStrPairList attributes = {}) {
     QNCSaxWriter writer(dir, kName, root);
-    for (const std::string& call : calls) {
-        const std::string arg = call.substr(1);
+    for (const std::string& call : qntest::pieces(calls, "|")) {
         (void)(call[0] == 'S'   ? writer.startDocument(&attributes)
-               : call[0] == '<' ? writer.startElement(arg, nullptr)
-               : call[0] == '>' ? writer.endElement(arg)
-               : call[0] == '=' ? writer.characters(arg)
+               : call[0] == '<' ? writer.startElement(call.substr(1), nullptr)
+               : call[0] == '>' ? writer.endElement(call.substr(1))
+               : call[0] == '=' ? writer.characters(call.substr(1))
                                 : writer.endDocument());
     }
     return writer.writeDocument();
 }
 
-// A document of many server names; generation tells two such documents apart.
-Calls serverList(int generation, int servers) {
-    Calls calls = {"S"};
-    for (int i = 0; i < servers; ++i) {
-        calls.insert(calls.end(), {"<n", "=gw-" + std::to_string(generation * i), ">n"});
-    }
-    calls.emplace_back("E");
-    return calls;
-}
-
 class XmlWriter : public ::testing::Test {
   protected:
-    static Calls leaf(const std::string& text) { return {"S", "<e", "=" + text, ">e", "E"}; }
     std::string path() const { return m_dir.path() + kName; }
-    long entries() const {
-        return std::distance(fs::directory_iterator(m_dir.path()), fs::directory_iterator());
-    }
+    // A document of one 300 kB leaf text of c, so that storing takes a while.
+    static std::string big(char c) { return "S|<n|=" + std::string(300000, c) + "|>n|E"; }
     // Writes over an old file; a refused document must leave it byte for byte, no temporary
     // file, and one error record naming the file.
-    STATUSCODE overOldFile(const std::string& root, const Calls& calls, TStrPairList attributes) {
-        m_dir.write(kName, "old\0policy\r\n"s);
+    STATUSCODE overOldFile(const std::string& calls, TStrPairList attributes = {},
+                           const std::string& root = "r") {
+        m_dir.write(kName, kOld);
         m_log.clear();
         const STATUSCODE status = run(m_dir.path(), root, calls, std::move(attributes));
         if (status != QNCSAXWRITER_SUCCESS) {
-            EXPECT_EQ(qntest::readFile(path()), "old\0policy\r\n"s);
-            EXPECT_EQ(entries(), 1);
-            EXPECT_EQ(m_log.records().size(), 1U);
-            for (const CAppLogRecord& record : m_log.records()) {
-                EXPECT_NE(record.message.find(path()), std::string::npos) << record.message;
-            }
+            EXPECT_EQ(qntest::readFile(path()), kOld);
+            EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_dir.path()), {}), 1);
+            const std::vector<CAppLogRecord> records = m_log.records();
+            EXPECT_TRUE(records.size() == 1 && records[0].message.find(path()) != std::string::npos)
+                << records.size() << " records";
         }
         return status;
     }
@@ -82,172 +64,103 @@ class XmlWriter : public ::testing::Test {
     qntest::LogCapture m_log;
 };
 
-TEST_F(XmlWriter, ReplacesTheFileWithIndentedElementsAndMode0644WhateverTheUmask) {
+// The whole form: declaration, attribute order, indentation, empty-element tags, text that
+// comes in pieces, the escapes of text and of attribute values, and names of every kind.
+TEST_F(XmlWriter, ReplacesTheFileWithTheIndentedEscapedDocumentInMode0644WhateverTheUmask) {
+    const std::string hard = "&amp;<>\"'\t\n\r]]>";
     const mode_t previous = ::umask(077);
-    EXPECT_EQ(overOldFile("Root",
-                          {"S", "<Leaf", "=value", ">Leaf", "<Section", "<Item", "=a", "=b",
-                           ">Item", "<Empty", "=", ">Empty", ">Section", "E"},
-                          {{"xmlns", "urn:x"}, {"version", "1.2"}}),
+    EXPECT_EQ(overOldFile("S|<ns:a-b.c9|=" + hard +
+                              "|>ns:a-b.c9|<_S|<x\xC2\xB7y|=a \xC3\xA9|"
+                              "=\xF0\x9F\x98\x80|>x\xC2\xB7y|<\xC3\xA9t\xF0\x90\x80\x80|=|"
+                              ">\xC3\xA9t\xF0\x90\x80\x80|>_S|E",
+                          {{"xmlns", "urn:x"}, {"v", hard}, {"\xC3\xA9", ""}}, "Root"),
               QNCSAXWRITER_SUCCESS);
     ::umask(previous);
-    EXPECT_EQ(qntest::readFile(path()), kDeclaration +
-                                            "<Root xmlns=\"urn:x\" version=\"1.2\">\n"
-                                            "    <Leaf>value</Leaf>\n"
-                                            "    <Section>\n"
-                                            "        <Item>ab</Item>\n"
-                                            "        <Empty/>\n"
-                                            "    </Section>\n"
-                                            "</Root>\n"s);
-    EXPECT_EQ(entries(), 1);
-    EXPECT_TRUE(m_log.records().empty());
+    EXPECT_EQ(qntest::readFile(path()),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<Root xmlns=\"urn:x\" v=\"&amp;amp;&lt;>&quot;'&#9;&#10;&#13;]]>\" \xC3\xA9=\"\">\n"
+              "    <ns:a-b.c9>&amp;amp;&lt;&gt;\"'\t\n&#13;]]&gt;</ns:a-b.c9>\n"
+              "    <_S>\n"
+              "        <x\xC2\xB7y>a \xC3\xA9\xF0\x9F\x98\x80</x\xC2\xB7y>\n"
+              "        <\xC3\xA9t\xF0\x90\x80\x80/>\n"
+              "    </_S>\n"
+              "</Root>\n");
     struct stat info {};
     ASSERT_EQ(::stat(path().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0644U);
 }
 
-// Each text as leaf text and as an attribute value: given, written as text, as attribute.
-TEST_F(XmlWriter, EscapesTextAndAttributeValues) {
-    const std::string cases[][3] = {{"a&b<c>d", "a&amp;b&lt;c&gt;d", "a&amp;b&lt;c>d"},
-                                    {"]]>&amp;", "]]&gt;&amp;amp;", "]]>&amp;amp;"},
-                                    {"\"q\" 's'", "\"q\" 's'", "&quot;q&quot; 's'"},
-                                    {"\tx\ny\r\n", "\tx\ny&#13;\n", "&#9;x&#10;y&#13;&#10;"},
-                                    {" \xC3\xA9 \xF0\x9F\x98\x80 ", " \xC3\xA9 \xF0\x9F\x98\x80 ",
-                                     " \xC3\xA9 \xF0\x9F\x98\x80 "},
-                                    {"", "", ""}};
-    for (const auto& [given, text, attribute] : cases) {
-        SCOPED_TRACE(given);
-        ASSERT_EQ(run(m_dir.path(), "r", leaf(given), {{"a", given}}), QNCSAXWRITER_SUCCESS);
-        EXPECT_EQ(qntest::readFile(path()), kDeclaration + "<r a=\""s + attribute + "\">\n    <e" +
-                                                (text.empty() ? "/>" : ">" + text + "</e>") +
-                                                "\n</r>\n");
+// One member per distinct rule of the name and character checks and of the UTF-8 decoder
+// (every other character is accepted, see the round-trip suite), then calls out of order.
+TEST_F(XmlWriter, RefusesBadNamesTextsAndCallOrderKeepingTheFirstFailureAndTheOldFile) {
+    for (const std::string& name :
+         {""s, "1abc"s, "a b"s, "a&b"s, "\xC2\xB7x"s, "x\xC0\xAE"s, "x\xEF\xBF\xBE"s, "x\0y"s}) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        EXPECT_EQ(overOldFile("S|<" + name + "|E"), QNCSAXWRITER_ERROR_INVALID_NAME);
+        EXPECT_EQ(overOldFile("S|E", {{name, "v"}}), QNCSAXWRITER_ERROR_INVALID_NAME);
     }
-}
-
-TEST_F(XmlWriter, RefusesWhatIsNotAnXmlNameOrNotStrictUtf8OfXmlCharactersWritingNothing) {
-    const std::pair<std::vector<std::string>, STATUSCODE> names[] = {
-        {{"_x", "ns:a-b.c9", "x\xC2\xB7y", "\xC3\xA9t\xF0\x90\x80\x80"}, QNCSAXWRITER_SUCCESS},
-        {{"", "1abc", "-x", ".x", "a b", "a>b", "a&b", "a\"b", "a=b", "x\xC3", "\x80x", "x\xC0\xAE",
-          "\xC2\xB7x", "x\xEF\xBF\xBE", "x\xED\xA0\x80", "x\0y"s},
-         QNCSAXWRITER_ERROR_INVALID_NAME}};
-    for (const auto& [list, status] : names) {
-        for (const std::string& name : list) {
-            SCOPED_TRACE(testing::PrintToString(name));
-            EXPECT_EQ(overOldFile(name, {"S", "E"}, {}), status);
-            EXPECT_EQ(overOldFile("r", {"S", "<" + name, ">" + name, "E"}, {}), status);
-            EXPECT_EQ(overOldFile("r", {"S", "E"}, {{name, "v"}}), status);
-        }
+    // Controls, overlong forms, a surrogate, U+FFFE, beyond U+10FFFF, broken sequences.
+    for (const std::string& text :
+         {"a\0b"s, "\xC0\x80"s, "\xE0\x9F\xBF"s, "\xF0\x8F\xBF\xBF"s, "\xED\xA0\x80"s,
+          "\xEF\xBF\xBE"s, "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "ok\xC3"s, "\xE2\x82z"s}) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        EXPECT_EQ(overOldFile("S|<e|=" + text + "|>e|E"), QNCSAXWRITER_ERROR_INVALID_TEXT);
+        EXPECT_EQ(overOldFile("S|E", {{"a", text}}), QNCSAXWRITER_ERROR_INVALID_TEXT);
     }
-    // Every other character is accepted (see the round-trip suite).
-    const std::vector<std::string> badTexts[] = {
-        {"a\0b"s, "\x01", "\x0B", "\x1F"},  // controls
-        {"\xC0\x80", "\xC1\xBF", "\xE0\x80\xAF", "\xE0\x9F\xBF", "\xF0\x80\x80\xAF",
-         "\xF0\x8F\xBF\xBF"},                                              // overlong
-        {"\xED\xA0\x80", "\xED\xBF\xBF", "\xEF\xBF\xBE", "\xEF\xBF\xBF"},  // surrogates, U+FFFE/F
-        {"\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80"},  // beyond U+10FFFF
-        {"\x80", "ok\xC3", "\xE2\x82z", "\xFF"}};                          // broken sequences
-    for (const std::vector<std::string>& group : badTexts) {
-        for (const std::string& text : group) {
-            SCOPED_TRACE(testing::PrintToString(text));
-            EXPECT_EQ(overOldFile("r", leaf(text), {}), QNCSAXWRITER_ERROR_INVALID_TEXT);
-            EXPECT_EQ(overOldFile("r", {"S", "E"}, {{"a", text}}), QNCSAXWRITER_ERROR_INVALID_TEXT);
-        }
+    for (const char* calls : {"=x|S|E", "<e|S|E", "S|S|E", "S|>r|E", "S|<a|E", "S", "E",
+                              "S|<a|>a|=mixed|E", "S|<a|=text|<b|>b|>a|E"}) {
+        EXPECT_EQ(overOldFile(calls), QNCSAXWRITER_ERROR_CALL_ORDER) << calls;
     }
-}
-
-TEST_F(XmlWriter, RefusesCallsOutOfDocumentOrderKeepingTheFirstFailure) {
-    const std::pair<Calls, STATUSCODE> cases[] = {
-        {{"=x", "S", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"<e", "S", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "S", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "<a", ">b", ">a", "E"}, QNCSAXWRITER_ERROR_MISMATCHED_END},
-        {{"S", ">r", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "<a", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "E", "<late"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "<a", ">a", "=mixed", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "<a", "=text", "<b", ">b", ">a", "E"}, QNCSAXWRITER_ERROR_CALL_ORDER},
-        {{"S", "<bad name", "=\x01", ">other", "E"}, QNCSAXWRITER_ERROR_INVALID_NAME}};
-    for (const auto& [calls, status] : cases) {
-        SCOPED_TRACE(testing::PrintToString(calls));
-        EXPECT_EQ(overOldFile("r", calls, {}), status);
-    }
-    EXPECT_EQ(overOldFile("r", {"S", "E"}, {{"a", "1"}, {"b", "2"}, {"a", "3"}}),
+    EXPECT_EQ(overOldFile("S|<a|>b|>a|E"), QNCSAXWRITER_ERROR_MISMATCHED_END);
+    EXPECT_EQ(overOldFile("S|<bad name|=\x01|>other|E"), QNCSAXWRITER_ERROR_INVALID_NAME);
+    EXPECT_EQ(overOldFile("S|E", {{"a", "1"}, {"b", "2"}, {"a", "3"}}),
               QNCSAXWRITER_ERROR_DUPLICATE_ATTRIBUTE);
 }
 
-TEST_F(XmlWriter, StoringFailureKeepsTheOldFileAndLogsOneRecord) {
+// Storing is all or nothing: a failure keeps the old file and logs one record, and a writer
+// killed at any moment leaves the old or the new document whole.
+TEST_F(XmlWriter, StoringFailsWithOneRecordAndNeverLeavesAPartialFile) {
     const std::string missing = m_dir.path() + "missing/";
-    QNCSaxWriter writer(missing, kName, "r");
-    writer.startDocument(nullptr);
-    writer.endDocument();
-    EXPECT_EQ(writer.writeDocument(), QNCSAXWRITER_ERROR_FILE_WRITE);
+    EXPECT_EQ(run(missing, "r", "S|E"), QNCSAXWRITER_ERROR_FILE_WRITE);
     ASSERT_EQ(m_log.records().size(), 1U);
-    const std::string message = m_log.records()[0].message;
-    EXPECT_NE(message.find(missing + kName), std::string::npos) << message;
-    EXPECT_NE(message.find("No such file or directory"), std::string::npos) << message;
-    EXPECT_FALSE(fs::exists(missing));
-    fs::create_directory(missing);  // a storing failure is not kept: the writer may try again
-    EXPECT_EQ(writer.writeDocument(), QNCSAXWRITER_SUCCESS);
-    EXPECT_EQ(run("", "r", {"S", "E"}), QNCSAXWRITER_ERROR_BAD_PARAMETER);
-    EXPECT_FALSE(fs::exists(kName)) << "written to the working directory";
+    EXPECT_NE(m_log.records()[0].message.find(missing + kName +
+                                              ": mkostemp failed: No such file or directory"),
+              std::string::npos);
+    EXPECT_EQ(run("", "r", "S|E"), QNCSAXWRITER_ERROR_BAD_PARAMETER);
+    EXPECT_FALSE(std::filesystem::exists(kName)) << "written to the working directory";
+    // A write error part-way (the file-size limit) must not replace the old file.
+    rlimit previous{};
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    const rlimit limit{1000, previous.rlim_max};
+    ::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(overOldFile(big('a')), QNCSAXWRITER_ERROR_FILE_WRITE);
+    ::setrlimit(RLIMIT_FSIZE, &previous);
 
-    // A write error part-way (the file-size limit, in a child so that the limit does not
-    // outlive the test) must not replace the old file.
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{1000, RLIM_INFINITY};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        ::_exit(overOldFile("r", serverList(1, 200), {}) == QNCSAXWRITER_ERROR_FILE_WRITE ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
-    EXPECT_EQ(qntest::readFile(path()), "old\0policy\r\n"s);
-    EXPECT_EQ(entries(), 2);  // the file and the directory made above
-}
-
-// A child rewrites the file over and over, alternating two documents, and is killed at
-// moments spread over about three of its writes, so that some kills hit a write in progress
-// and some come after completed ones: the file is always exactly one of the two documents.
-TEST_F(XmlWriter, KilledWriterNeverLeavesAPartialFile) {
+    // A child rewrites the file over and over, alternating two documents, and is killed at
+    // moments spread over about three of its writes, so that some kills hit a write in
+    // progress and some come after completed ones: the file is always exactly one of the two.
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(run(m_dir.path(), "r", serverList(1, 3000)), QNCSAXWRITER_SUCCESS);
-    const auto writeTime = std::chrono::steady_clock::now() - start;
+    ASSERT_EQ(run(m_dir.path(), "r", big('a')), QNCSAXWRITER_SUCCESS);
+    long spread = std::max(2000L, 3L * (std::chrono::steady_clock::now() - start) / 1us);
     const std::string documentA = qntest::readFile(path());
-    ASSERT_EQ(run(m_dir.path(), "r", serverList(0, 3000)), QNCSAXWRITER_SUCCESS);
+    ASSERT_EQ(run(m_dir.path(), "r", big('b')), QNCSAXWRITER_SUCCESS);
     const std::string documentB = qntest::readFile(path());
-    const long spread = std::max(2000L, 3L * static_cast<long>(writeTime / 1us));
-    int kills = 0;
     bool bSawA = false;  // the file holds B at first: finding A proves a completed write
-    while (std::chrono::steady_clock::now() - start < std::chrono::seconds(2)) {
+    for (long kills = 0; std::chrono::steady_clock::now() - start < 2s; ++kills) {
         const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            for (int i = 1;; ++i) {
-                run(m_dir.path(), "r", serverList(i % 2, 3000));
-            }
+        ASSERT_GE(child, 0);                // never kill(-1)
+        for (int i = 1; child == 0; ++i) {  // NOLINT(bugprone-infinite-loop): until killed
+            run(m_dir.path(), "r", big("ab"[i % 2]));
         }
         ::usleep(static_cast<useconds_t>(kills * 7919L % spread));
         ::kill(child, SIGKILL);
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-        ++kills;
         const std::string content = qntest::readFile(path());
-        ASSERT_TRUE(content == documentA || content == documentB)
-            << "partial content after kill " << kills << ", " << content.size() << " bytes";
+        ASSERT_TRUE(content == documentA || content == documentB) << "partial after kill " << kills;
         bSawA = bSawA || content == documentA;
-        // A kill between creating and renaming may leave the temporary file, a hidden sibling.
-        for (const auto& entry : fs::directory_iterator(m_dir.path())) {
-            const std::string name = entry.path().filename().string();
-            if (name != kName) {
-                EXPECT_EQ(name.rfind("."s + kName + ".", 0), 0U) << name;
-                fs::remove(entry.path());
-            }
-        }
+        spread += bSawA ? 0 : spread / 16;  // writes may slow down under load
     }
-    EXPECT_GE(kills, 3);
     EXPECT_TRUE(bSawA) << "the child never completed a write";
 }
 
