@@ -177,6 +177,9 @@ TEST_F(HostileInput, EntitiesDeepAndHugeDocumentsEndInBoundedTimeAndMemory) {
              "</QuillnetLocalPolicy>",
          (160 << 10) / static_cast<long>(kScale), "1 0 0", kOk},
         {kList, "gw-", kHuge, kEnd, 4 * kHuge / 1024, "0 1 " + std::to_string(kHuge), kOk},
+        // The document's version is compared without a list node per component.
+        {"<QuillnetLocalPolicy qnversion=\"", "....", kHuge, "\"/>", 6 * kHuge / 1024, "0 0 0",
+         kOk},
         {"<QuillnetLocalPolicy>", "<e>0123456789abcdefghijklmn</e>\n", kHuge,
          "</QuillnetLocalPolicy>", 8 << 10, "0 0 0", kOk}};
     for (const auto& [head, piece, size, tail, limitKiB, expected, tolerant] : cases) {
