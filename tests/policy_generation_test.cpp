@@ -10,16 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "PolicyModel.h"
+#include "PolicyDocumentFixture.h"
 #include "QNCSaxWriter.h"
-#include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlLocalQNPolMgrTestPeer.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
-using Record = std::pair<Logging::DebugImportance, std::string>;
 
 // The whole policy file with these children of the root, one a line, written compactly:
 // "Name=text" a leaf, "+Name" and "-Name" a start and an end tag, "Name/" an empty element.
@@ -49,30 +47,10 @@ std::string policyDocument(const Lines& children) {
     return doc.str();
 }
 
-class PolicyGeneration : public ::testing::Test {
-  protected:
-    std::string policyPath() const { return m_dir.path() + qnpolicy::kPolicyFileName; }
+using PolicyGeneration = qntest::PolicyDocumentFixture;
 
-    // The records since the last check, each expected from GenerateLocalPolicy in this file.
-    std::vector<Record> records() {
-        std::vector<Record> got;
-        for (const CAppLogRecord& record : m_log.records()) {
-            EXPECT_EQ(record.function + " " + record.file,
-                      "GenerateLocalPolicy " + std::string(qnpolicy::kSourceFile));
-            got.emplace_back(record.importance, record.message);
-        }
-        m_log.clear();
-        return got;
-    }
-
-    qntest::TempDir m_dir;
-    qntest::StoragePathScope m_paths{m_dir.path()};
-    qntest::ManagerScope m_mgr;
-    qntest::LogCapture m_log;
-};
-
-Record warn(const std::string& text) {
-    return {Logging::DBG_Warning, text};
+std::string warn(const std::string& text) {
+    return qntest::managerRecord("GenerateLocalPolicy", Logging::DBG_Warning, text);
 }
 
 TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSorted) {
@@ -80,7 +58,7 @@ TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSo
     const std::string kDuplicate = ". The first value will be used";
     const struct {
         std::vector<const char*> args;
-        std::vector<Record> warnings;
+        Lines warnings;
         Lines children;
     } cases[] = {
         // Each check in turn: "=", empty value (silent), abbreviation, value, duplicate.
@@ -110,8 +88,9 @@ TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSo
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args.empty() || c.args[0] == nullptr ? "" : c.args[0]);
+        m_log.clear();
         EXPECT_TRUE(qntest::generate(*m_mgr, c.args));
-        EXPECT_EQ(records(), c.warnings);
+        EXPECT_EQ(logged(), c.warnings);
         EXPECT_EQ(qntest::readFile(policyPath()), policyDocument(c.children));
     }
     // Generation writes a file; it does not change the loaded record.
@@ -126,23 +105,23 @@ TEST_F(PolicyGeneration, RefusesBadArgumentsKeepsAnExistingFileAndReportsAFailed
     char* none[] = {nullptr};
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(nullptr, 0, true));
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(none, -1, true));
-    EXPECT_EQ(records(), std::vector<Record>(2, {Logging::DBG_Error, "Invalid Arguments"}));
+    EXPECT_EQ(logged(), Lines(2, qntest::managerRecord("GenerateLocalPolicy", Logging::DBG_Error,
+                                                       "Invalid Arguments")));
     EXPECT_FALSE(std::filesystem::exists(policyPath()));
 
-    m_dir.write(qnpolicy::kPolicyFileName, "not even XML");
+    writePolicy("not even XML");
+    m_log.clear();
     EXPECT_TRUE(qntest::generate(*m_mgr, {"fm=true", "bogus"}, false));
-    EXPECT_EQ(records(), std::vector<Record>{warn("Local Security Policy file already exists and "
-                                                  "therefore will not be generated")});
-    EXPECT_EQ(qntest::readFile(policyPath()), "not even XML");
+    EXPECT_EQ(logged(), Lines{warn("Local Security Policy file already exists and therefore "
+                                   "will not be generated")});
 
     // The writer logs its own cause; this layer adds exactly one record with its status.
+    m_log.clear();
     EXPECT_FALSE(qntest::generate(*m_mgr, {"rpc=bad\x01text"}));
-    const std::vector<CAppLogRecord> logged = m_log.records();
-    ASSERT_EQ(logged.size(), 2U);
-    EXPECT_EQ(logged[1].function + " " + logged[1].callee,
-              "writeLocalPolicy QNCSaxWriter::writeDocument");
-    EXPECT_EQ(logged[1].importance, Logging::DBG_Error);
-    EXPECT_EQ(logged[1].code, static_cast<uint32_t>(QNCSAXWRITER_ERROR_INVALID_TEXT));
+    ASSERT_EQ(logged().size(), 2U);
+    EXPECT_EQ(logged()[1], qntest::managerRecord("writeLocalPolicy", Logging::DBG_Error, "",
+                                                 "QNCSaxWriter::writeDocument",
+                                                 QNCSAXWRITER_ERROR_INVALID_TEXT));
     EXPECT_EQ(qntest::readFile(policyPath()), "not even XML");
 }
 
