@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "AppLog.h"
+#include "FuzzCheck.h"
 #include "PolicyModel.h"
 #include "QnBuildConfig.h"
 #include "StoragePath.h"
@@ -33,12 +34,7 @@ using Vocabulary = std::map<std::string, LocalPolicySetting>;
 
 std::string g_dir;  // the per-process installation directory, ending in '/'
 
-// Stops the fuzzer with a crash report when an invariant does not hold.
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using qnfuzz::check;
 
 // The argument a piece stands for; what generation must take from it goes into accepted
 // (element to text, the first per element). The piece's first byte steers: bit 0 clear, the

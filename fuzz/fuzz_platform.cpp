@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "PolicyModel.h"
 #include "StringUtils.h"
 #include "TokenParser.h"
@@ -20,12 +21,7 @@
 
 namespace {
 
-// Stops the fuzzer with a crash report when an invariant does not hold.
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using qnfuzz::check;
 
 // Takes a piece off the front of rest: as many bytes as rest's first byte says, up to
 // maxLength (fewer when rest runs out).

@@ -13,17 +13,13 @@
 #include <string>
 
 #include "AppLog.h"
+#include "FuzzCheck.h"
 #include "XmlLocalQNPolMgr.h"
 #include "XmlParser.h"
 
 namespace {
 
-// Stops the fuzzer with a crash report when an invariant does not hold.
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using qnfuzz::check;
 
 // The manager with each element's text forwarded to the real reader; then the record is
 // compared with the one seen after the previous text.

@@ -1,8 +1,7 @@
 // The platform layer that the policy module stands on: the locks, the two process-wide
 // services (installation path, policy manager) alone and under threads, where the policy file
-// lives on the installation path, logging and version ordering. Suite names of the threaded
-// tests match the tsan preset's filter. (The two tokenizers are checked through what they cut:
-// authorized servers in policy_generation_test, caching options in policy_reader_test.)
+// lives on the installation path, logging, version ordering and the two tokenizers. Suite
+// names of the threaded tests match the tsan preset's filter.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -17,6 +16,8 @@
 
 #include "InstanceSmartPtr.h"
 #include "PolicyDocumentFixture.h"
+#include "StringUtils.h"
+#include "TokenParser.h"
 #include "VersionCompare.h"
 
 namespace {
@@ -168,6 +169,24 @@ TEST(Version, OperatorsAndTheBoundedTextComparisonFollowTheNumericOrder) {
             }
         }
     }
+}
+
+// The parser hands out every piece between delimiters untrimmed, empty ones too, and clears
+// the token when nothing is left; tokenize drops the empty pieces.
+TEST(Tokenizers, ParserKeepsEveryPieceBetweenDelimitersTokenizeDropsTheEmptyOnes) {
+    using Tokens = std::vector<std::string>;
+    TTokenParser<char> parser(",,gw1;; gw2 ,");
+    Tokens tokens;
+    for (std::string token; parser.NextToken(token, ",;");) {
+        tokens.push_back(token);
+    }
+    EXPECT_EQ(tokens, (Tokens{"", "", "gw1", "", " gw2 "}));
+    TTokenParser<wchar_t> wide(L"a,b;c");
+    std::wstring token = L"stale";
+    EXPECT_TRUE(wide.NextToken(token, L";") && token == L"a,b");
+    EXPECT_TRUE(wide.RestOfStr(token) && token == L"c");
+    EXPECT_FALSE(wide.NextToken(token, L",") || !token.empty());
+    EXPECT_EQ(CStringUtils::tokenize(",Credentials,, All,", ','), (Tokens{"Credentials", " All"}));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // SecureString, narrow and wide: its characters are zeroed before their storage is given up,
 // and null pointers are rejected. (That every operation keeps the right text is checked
-// against a plain string by fuzz_secure_string.)
+// against a plain string by fuzz_platform.)
 //
 // The wipes are observed without reading freed memory: a short value lives in the string's
 // in-object buffer, so placing the object in storage of the test's own shows what

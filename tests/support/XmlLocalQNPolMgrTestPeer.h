@@ -15,10 +15,6 @@ class XmlLocalQNPolMgrTestPeer {
     static XmlLocalQNPolMgr::RETAINED_FIPS_MODE retainedFipsMode(const XmlLocalQNPolMgr& m) {
         return m.m_retainedFipsMode;
     }
-    static bool valueIsAllowed(const XmlLocalQNPolMgr& m, const LocalPolicySetting& row,
-                               std::string& value) {
-        return m.valueIsAllowed(row, value);
-    }
     static bool writeLocalPolicy(const XmlLocalQNPolMgr& m, const StringMap& policyMap,
                                  const StringMap& updatePolicyMap) {
         return m.writeLocalPolicy(policyMap, updatePolicyMap);
