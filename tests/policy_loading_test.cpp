@@ -48,7 +48,7 @@ TEST_F(PolicyLoading, FirstSuccessfulLoadFixesFipsModeAndLaterFilesOnlyMarkADiff
 }
 
 TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
-    // A failed first load fixes nothing, though the record keeps what was read before the error.
+    // A failed first load fixes nothing.
     writePolicy("<QuillnetLocalPolicy><FipsMode>true</FipsMode><BypassDownloader>true<");
     EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLPARSER_ERROR_NOT_WELL_FORMED);
     EXPECT_EQ(fipsState(*m_mgr), "000");

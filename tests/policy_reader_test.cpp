@@ -1,5 +1,7 @@
 // The policy document reader: every rule that turns a policy file's elements into settings,
 // driven through real files and the real parser, each outcome compared as a whole record.
+// (Certificate-store exclusions are loaded back from generated files in
+// policy_generation_test.)
 
 #include <gtest/gtest.h>
 
@@ -69,20 +71,6 @@ TEST_F(PolicyReader, FlagIsTrueOnlyForTheTextTrueLastOccurrenceWinsUpdatesOnlyIn
             }
         }
     }
-}
-
-TEST_F(PolicyReader, CertStoreExclusionIsAddedByTrueAndNeverTakenBack) {
-    Info all;
-    std::string allTrue;
-    for (const qntest::ExcludedStore& store : qntest::kExcludedStores) {
-        Info excluded;
-        excluded.ExcludeCertStores(store.mask);
-        expectLoad(el(store.element, "true") + el(store.element, "false"), excluded);
-        expectLoad(el(store.element, "True"), Info());
-        all.ExcludeCertStores(store.mask);
-        allTrue += el(store.element, "true");
-    }
-    expectLoad(allTrue, all);
 }
 
 // Each case: the caching elements' texts, the record's caching text and tunnel option.

@@ -21,18 +21,15 @@
 
 namespace qntest {
 
-// A fresh directory under $TMPDIR (or /tmp), removed with its content on destruction.
-// path() ends with '/'.
+// A fresh directory in the temporary directory ($TMPDIR, else /tmp), removed with its
+// content on destruction. path() ends with '/'.
 class TempDir {
   public:
-    TempDir() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern =
-            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/qnpolicy-test-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            ADD_FAILURE() << "mkdtemp failed for " << pattern;
+    TempDir() : m_path(std::filesystem::temp_directory_path() / "qnpolicy-test-XXXXXX") {
+        if (::mkdtemp(m_path.data()) == nullptr) {
+            ADD_FAILURE() << "mkdtemp failed for " << m_path;
         }
-        m_path = pattern + "/";
+        m_path += '/';
     }
     ~TempDir() {
         std::error_code ignored;
