@@ -119,6 +119,8 @@ TEST(XmlParser, DeliversEventsInDocumentOrderOrFailsWithOneRecordNamingFileLineA
          XMLPARSER_ERROR_DOCTYPE_REFUSED, "", "line 2, column 1"},
         {"<!DOCTYPE r SYSTEM \"/none.dtd\">\n<r>&e;</r>", false, kEntity, "<r|",
          "line 2, column 4"},
+        {"<!DOCTYPE r [<!ENTITY e SYSTEM \"/etc/hostname\">]><r>&e;</r>", false, kEntity, "<r|",
+         "line 1, column 53"},
         // NUL bytes and invalid UTF-8 (overlong, a surrogate).
         {"<r><a>t</a><b>t\0</b><c/></r>"s, true, kMalformed, "<r|<a|=t|>a|<b|", "column 16"},
         {"<r><a>t</a><b x='\xC0\xAF'/><c/></r>", true, kMalformed, "<r|<a|=t|>a|", "column 18"},
