@@ -132,10 +132,11 @@ TEST_F(XmlWriter, StoringFailsWithOneRecordAndNeverLeavesAPartialFile) {
     rlimit previous{};
     ::getrlimit(RLIMIT_FSIZE, &previous);
     const rlimit limit{1000, previous.rlim_max};
-    ::signal(SIGXFSZ, SIG_IGN);
+    const auto previousHandler = ::signal(SIGXFSZ, SIG_IGN);
     ::setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_EQ(overOldFile(big('a')), QNCSAXWRITER_ERROR_FILE_WRITE);
     ::setrlimit(RLIMIT_FSIZE, &previous);
+    ::signal(SIGXFSZ, previousHandler);
 
     // A child rewrites the file over and over, alternating two documents, and is killed at
     // moments spread over about three of its writes, so that some kills hit a write in
