@@ -4,7 +4,7 @@
 #              installed package
 #   make bench build the Release benchmark and run it (timings, then peak memory)
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage bench clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench clean
 
 all: build
 
@@ -41,6 +41,10 @@ fuzz: deps
 # Line and branch coverage of vpn/ (gcovr).
 coverage: deps
 	bash scripts/coverage.sh
+
+# Plants each fault of scripts/mutants.py in turn and reports which tests catch it.
+mutation: deps
+	bash scripts/mutation-check.sh
 
 bench: deps
 	cmake --preset bench
