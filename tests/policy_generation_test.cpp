@@ -108,6 +108,8 @@ TEST_F(PolicyGeneration, RefusesBadArgumentsKeepsAnExistingFileAndReportsAFailed
     EXPECT_EQ(logged(), Lines(2, qntest::managerRecord("GenerateLocalPolicy", Logging::DBG_Error,
                                                        "Invalid Arguments")));
     EXPECT_FALSE(std::filesystem::exists(policyPath()));
+    EXPECT_TRUE(qntest::generate(*m_mgr, {}, false));  // nothing to keep: written
+    EXPECT_TRUE(std::filesystem::exists(policyPath()));
 
     writePolicy("not even XML");
     m_log.clear();
