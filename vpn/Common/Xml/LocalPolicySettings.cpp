@@ -1,0 +1,414 @@
+// The settings catalogue's table and its lookups.
+
+#include "LocalPolicySettings.h"
+
+#include <unordered_map>
+
+#include "LocalQNPolicyOptionTexts.h"
+
+namespace {
+
+// One row per element, the 29 installer settings in vocabulary order, then "ServerName".
+// Descriptions say what the client does when the setting is given; the defaults are the
+// record's own.
+std::vector<LocalPolicySettingInfo> buildCatalogue() {
+    return {
+        {"FipsMode",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FIPS_MODE,
+         0,
+         &LocalQNPolicyInfo::UseFIPSMode,
+         nullptr,
+         "UseFIPSMode",
+         "false",
+         "fm",
+         {"false", "true"},
+         "Runs the client in FIPS mode; the mode of the first successful load stays in force until "
+         "the client restarts."},
+        {"BypassDownloader",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::BypassDownloader,
+         &LocalQNPolicyInfo::BypassDownloader,
+         "BypassDownloader",
+         "false",
+         "bd",
+         {"false", "true"},
+         "Keeps the client from running its downloader."},
+        {"BypassDefaultLocalization",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::BypassDefaultLocalization,
+         &LocalQNPolicyInfo::BypassDefaultLocalization,
+         "BypassDefaultLocalization",
+         "false",
+         "bdl",
+         {"false", "true"},
+         "Keeps the client from loading its default localization."},
+        {"RestrictScriptWebDeploy",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::RestrictScriptWebDeploy,
+         &LocalQNPolicyInfo::RestrictScriptWebDeploy,
+         "RestrictScriptWebDeploy",
+         "false",
+         "rswd",
+         {"false", "true"},
+         "Refuses scripts deployed from the web."},
+        {"RestrictHelpWebDeploy",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::RestrictHelpWebDeploy,
+         &LocalQNPolicyInfo::RestrictHelpWebDeploy,
+         "RestrictHelpWebDeploy",
+         "false",
+         "rhwd",
+         {"false", "true"},
+         "Refuses help files deployed from the web."},
+        {"RestrictResourceWebDeploy",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::RestrictResourceWebDeploy,
+         &LocalQNPolicyInfo::RestrictResourceWebDeploy,
+         "RestrictResourceWebDeploy",
+         "false",
+         "rrwd",
+         {"false", "true"},
+         "Refuses resource files deployed from the web."},
+        {"RestrictLocalizationWebDeploy",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::RestrictLocalizationWebDeploy,
+         &LocalQNPolicyInfo::RestrictLocalizationWebDeploy,
+         "RestrictLocalizationWebDeploy",
+         "false",
+         "rlwd",
+         {"false", "true"},
+         "Refuses localization files deployed from the web."},
+        {"RestrictWebLaunch",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::RestrictWebLaunchMode,
+         &LocalQNPolicyInfo::RestrictWebLaunchMode,
+         "RestrictWebLaunchMode",
+         "false",
+         "rwl",
+         {"false", "true"},
+         "Refuses to start the client through a web launch."},
+        {"StrictCertificateTrust",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::StrictCertTrustMode,
+         &LocalQNPolicyInfo::StrictCertTrustMode,
+         "StrictCertTrustMode",
+         "false",
+         "sct",
+         {"false", "true"},
+         "Refuses a server certificate that cannot be verified instead of asking the user whether "
+         "to trust it."},
+        {"EnableCRLCheck",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::IsCRLCheckEnabled,
+         &LocalQNPolicyInfo::EnableCRLCheck,
+         "IsCRLCheckEnabled",
+         "false",
+         "ecc",
+         {"true", "false"},
+         "Checks every server certificate against its certificate revocation list."},
+        {"OCSPRevocation",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::IsOCSPRevocationEnabled,
+         &LocalQNPolicyInfo::EnableOCSPRevocation,
+         "IsOCSPRevocationEnabled",
+         "false",
+         "orc",
+         {"false", "true"},
+         "Checks the revocation of every server certificate with OCSP."},
+        {"RestrictPreferenceCaching",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::CACHING_LIST,
+         0,
+         nullptr,
+         nullptr,
+         "RestrictPrefCaching",
+         "false",
+         "rpc",
+         {},
+         "Lists the preference values the client must not cache, separated by commas: Credentials, "
+         "Thumbprints, CredentialsAndThumbprints, AutomaticServerSelection, All, or false for "
+         "none."},
+        {"RestrictTunnelProtocols",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::TUNNEL_PROTOCOL,
+         0,
+         nullptr,
+         nullptr,
+         "RestrictTunnelProtocols",
+         "false",
+         "rtp",
+         {"false", "TLS", "IPSec"},
+         "Restricts the client to one tunnel protocol; the client applies only the texts false, "
+         "tls and ipsec."},
+        {"ExcludeFirefoxNSSCertStore",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
+         LocalQNPolicyInfo::kFirefoxNSSCertStoreMask,
+         &LocalQNPolicyInfo::ExcludeFirefoxNSSCertStores,
+         nullptr,
+         "ExcludeFirefoxNSSCertStores",
+         "false",
+         "efn",
+         {"false", "true"},
+         "Excludes the Firefox NSS certificate stores from certificate lookups."},
+        {"ExcludePemFileCertStore",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
+         LocalQNPolicyInfo::kPemFileCertStoreMask,
+         &LocalQNPolicyInfo::ExcludePemFileCertStores,
+         nullptr,
+         "ExcludePemFileCertStores",
+         "false",
+         "epf",
+         {"false", "true"},
+         "Excludes the PEM-file certificate stores from certificate lookups."},
+        {"ExcludeMacNativeCertStore",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
+         LocalQNPolicyInfo::kMacNativeCertStoreMask,
+         &LocalQNPolicyInfo::ExcludeMacNativeCertStores,
+         nullptr,
+         "ExcludeMacNativeCertStores",
+         "false",
+         "emn",
+         {"false", "true"},
+         "Excludes the Mac native certificate stores from certificate lookups."},
+        {"ExcludeWinNativeCertStore",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
+         LocalQNPolicyInfo::kWinNativeCertStoreMask,
+         &LocalQNPolicyInfo::ExcludeWinNativeCertStores,
+         nullptr,
+         "ExcludeWinNativeCertStores",
+         "false",
+         "ewn",
+         {"false", "true"},
+         "Excludes the Windows native certificate stores from certificate lookups."},
+        {"RestrictServerCertStore",
+         LocalPolicySection::ROOT,
+         LocalPolicySettingKind::FLAG,
+         0,
+         &LocalQNPolicyInfo::IsRestrictServerCertStore,
+         &LocalQNPolicyInfo::SetRestrictServerCertStore,
+         "IsRestrictServerCertStore",
+         "false",
+         "rsc",
+         {"false", "true"},
+         "Refuses server certificates that are not in the server certificate store, which also "
+         "makes certificate trust strict."},
+        {"AllowSoftwareUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsSoftwareUpdateAllowed,
+         &LocalQNPolicyInfo::SetSoftwareUpdateLock,
+         "IsSoftwareUpdateAllowed",
+         "true",
+         "upsu",
+         {"true", "false"},
+         "Accepts client software updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AllowComplianceModuleUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsComplianceModuleSoftwareUpdateAllowed,
+         &LocalQNPolicyInfo::SetComplianceModuleSoftwareUpdateLock,
+         "IsComplianceModuleSoftwareUpdateAllowed",
+         "true",
+         "upcu",
+         {"true", "false"},
+         "Accepts compliance module updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AllowVPNProfileUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsVPNProfileUpdateAllowed,
+         &LocalQNPolicyInfo::SetVPNProfileUpdateLock,
+         "IsVPNProfileUpdateAllowed",
+         "true",
+         "upvp",
+         {"true", "false"},
+         "Accepts VPN profile updates from any server; false accepts them only from the authorized "
+         "servers."},
+        {"AllowManagementVPNProfileUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsMgmtVPNProfileUpdateAllowed,
+         &LocalQNPolicyInfo::SetMgmtVPNProfileUpdateLock,
+         "IsMgmtVPNProfileUpdateAllowed",
+         "true",
+         "upmv",
+         {"true", "false"},
+         "Accepts management VPN profile updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AllowPlexoProfileUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsPlexoProfileUpdateAllowed,
+         &LocalQNPolicyInfo::SetPlexoProfileUpdateLock,
+         "IsPlexoProfileUpdateAllowed",
+         "true",
+         "uppp",
+         {"true", "false"},
+         "Accepts Plexo profile updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AllowServiceProfileUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsServiceProfileUpdateAllowed,
+         &LocalQNPolicyInfo::SetServiceProfileUpdateLock,
+         "IsServiceProfileUpdateAllowed",
+         "true",
+         "upsp",
+         {"true", "false"},
+         "Accepts service profile updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AllowScriptUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsScriptUpdateAllowed,
+         &LocalQNPolicyInfo::SetScriptUpdateLock,
+         "IsScriptUpdateAllowed",
+         "true",
+         "upscr",
+         {"true", "false"},
+         "Accepts script updates from any server; false accepts them only from the authorized "
+         "servers."},
+        {"AllowHelpUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsHelpUpdateAllowed,
+         &LocalQNPolicyInfo::SetHelpUpdateLock,
+         "IsHelpUpdateAllowed",
+         "true",
+         "uphlp",
+         {"true", "false"},
+         "Accepts help updates from any server; false accepts them only from the authorized "
+         "servers."},
+        {"AllowResourceUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsResourceUpdateAllowed,
+         &LocalQNPolicyInfo::SetResourceUpdateLock,
+         "IsResourceUpdateAllowed",
+         "true",
+         "upres",
+         {"true", "false"},
+         "Accepts resource updates from any server; false accepts them only from the authorized "
+         "servers."},
+        {"AllowLocalizationUpdatesFromAnyServer",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::UPDATE_PERMISSION,
+         0,
+         &LocalQNPolicyInfo::IsLocalizationUpdateAllowed,
+         &LocalQNPolicyInfo::SetLocalizationUpdateLock,
+         "IsLocalizationUpdateAllowed",
+         "true",
+         "uploc",
+         {"true", "false"},
+         "Accepts localization updates from any server; false accepts them only from the "
+         "authorized servers."},
+        {"AuthorizedServerList",
+         LocalPolicySection::UPDATE_POLICY,
+         LocalPolicySettingKind::SERVER_LIST,
+         0,
+         nullptr,
+         nullptr,
+         "GetAuthorizedServerList",
+         "",
+         "upal",
+         {},
+         "Lists the servers updates may come from when an update kind is not allowed from any "
+         "server; the installer value separates names with commas or semicolons."},
+        {"ServerName",
+         LocalPolicySection::AUTHORIZED_SERVER_LIST,
+         LocalPolicySettingKind::SERVER_NAME,
+         0,
+         nullptr,
+         nullptr,
+         "GetAuthorizedServerList",
+         "",
+         "",
+         {},
+         "Names one authorized server, exactly as written, blanks included."},
+    };
+}
+
+// Element name to row: the names are distinct, so an exact lookup finds the one row the
+// reader acts on. Keys view the catalogue's own strings, which live as long as the process.
+std::unordered_map<std::string_view, const LocalPolicySettingInfo*> buildIndex(
+    const std::vector<LocalPolicySettingInfo>& catalogue) {
+    std::unordered_map<std::string_view, const LocalPolicySettingInfo*> index;
+    index.reserve(catalogue.size());
+    for (const LocalPolicySettingInfo& row : catalogue) {
+        index.emplace(row.element, &row);
+    }
+    return index;
+}
+
+}  // namespace
+
+const std::vector<LocalPolicySettingInfo>& LocalPolicySettings() {
+    static const std::vector<LocalPolicySettingInfo> catalogue = buildCatalogue();
+    return catalogue;
+}
+
+const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element) {
+    static const std::unordered_map<std::string_view, const LocalPolicySettingInfo*> index =
+        buildIndex(LocalPolicySettings());
+    const auto found = index.find(element);
+    return found == index.end() ? nullptr : found->second;
+}
+
+const std::vector<std::string>& LocalPolicyCachingOptionTexts() {
+    static const std::vector<std::string> texts = [] {
+        std::vector<std::string> ordered;
+        for (const auto& optionText : sg_restrictPrefCachingOptionToStrMap) {
+            ordered.push_back(optionText.second);
+        }
+        return ordered;
+    }();
+    return texts;
+}
+
+const std::vector<std::string>& LocalPolicyAppliedTunnelTexts() {
+    // Indexed by RestrictTunnelProtocolOption.
+    static const std::vector<std::string> texts = {"false", "tls", "ipsec"};
+    return texts;
+}
+
+const std::string& LocalPolicyTunnelOptionText(RestrictTunnelProtocolOption option) {
+    static const std::string unknown;
+    const std::vector<std::string>& texts = LocalPolicyAppliedTunnelTexts();
+    const auto index = static_cast<size_t>(option);
+    return index < texts.size() ? texts[index] : unknown;
+}

@@ -1,0 +1,87 @@
+#ifndef LOCALPOLICYSETTINGS_H
+#define LOCALPOLICYSETTINGS_H
+
+// The settings catalogue: what every element of "QuillnetLocalPolicy.xml" means, in one table.
+//
+// Each row describes one element the policy reader acts on: its name, the section it counts
+// in, how its text is read, the record accessor it sets, its default, the installer
+// abbreviation and values that generate it, and one sentence an administrator can read.
+// The reader, the vocabulary, the command-line tool, the schema and the manual pages all take
+// what they know of a setting from here.
+//
+//   for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+//       std::cout << setting.element << ": " << setting.description << '\n';
+//   }
+//   const LocalPolicySettingInfo* row = FindLocalPolicySetting("FipsMode");
+//
+// The table is built during static initialisation and never changes; reading it is
+// thread-safe.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "LocalQNPolicyInfo.h"
+
+// How the reader turns an element's text into the record.
+enum class LocalPolicySettingKind {
+    FIPS_MODE,             // "true" or false; the loader applies it with the FIPS retention
+    FLAG,                  // "true" sets the record flag, any other text clears it
+    CERT_STORE_EXCLUSION,  // "true" ORs the row's mask into the exclude mask; else nothing
+    CACHING_LIST,          // a list of caching option texts (LocalPolicyCachingOptionTexts)
+    TUNNEL_PROTOCOL,       // one of LocalPolicyAppliedTunnelTexts; any other text changes nothing
+    UPDATE_PERMISSION,     // a FLAG that counts only inside "UpdatePolicy"
+    SERVER_LIST,           // "AuthorizedServerList": no text, holds the server names
+    SERVER_NAME,           // one authorized server, kept exactly as written
+};
+
+// Where an element counts.
+enum class LocalPolicySection {
+    ROOT,                    // anywhere (written directly under the root)
+    UPDATE_POLICY,           // only while an "UpdatePolicy" element is open
+    AUTHORIZED_SERVER_LIST,  // only while an "AuthorizedServerList" inside it is open
+};
+
+// One row of the catalogue.
+struct LocalPolicySettingInfo {
+    std::string element;  // the element name, exact and case-sensitive
+    LocalPolicySection section;
+    LocalPolicySettingKind kind;
+    // CERT_STORE_EXCLUSION: the certificate-store group mask "true" adds; 0 otherwise.
+    uint32_t excludeMask;
+    // The record's getter and the boolean setter the reader calls: both for FLAG and
+    // UPDATE_PERMISSION; the getter alone for FIPS_MODE (the loader sets the flag) and
+    // CERT_STORE_EXCLUSION; null for the other kinds.
+    bool (LocalQNPolicyInfo::*getter)() const;
+    void (LocalQNPolicyInfo::*setter)(bool);
+    std::string accessor;  // the name of the record getter that reads the setting
+    // The effective value when the file does not give one, as document text ("false",
+    // "true"); empty for the server list and its names, which default to no servers.
+    std::string defaultValue;
+    std::string abbreviation;  // the installer abbreviation; empty for "ServerName"
+    // Installer values, matched ignoring case and written in this spelling; empty where any
+    // value is written as given.
+    std::vector<std::string> allowedValues;
+    std::string description;  // one sentence for an administrator
+};
+
+// Every element the reader acts on: the 29 installer settings in vocabulary order, then
+// "ServerName".
+const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
+
+// The row of an element name, in constant time; null for a name the reader ignores
+// (structural names such as "UpdatePolicy" and the root included).
+const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element);
+
+// The preference-caching option texts, indexed by RestrictPrefCachingOption ("false",
+// "Credentials", ...): the only texts a caching list may hold.
+const std::vector<std::string>& LocalPolicyCachingOptionTexts();
+
+// The tunnel texts the reader applies, exactly, indexed by RestrictTunnelProtocolOption:
+// "false", "tls", "ipsec". LocalPolicyTunnelOptionText gives one option's text, or an empty
+// text for a value outside the enumeration.
+const std::vector<std::string>& LocalPolicyAppliedTunnelTexts();
+const std::string& LocalPolicyTunnelOptionText(RestrictTunnelProtocolOption option);
+
+#endif  // LOCALPOLICYSETTINGS_H
