@@ -7,6 +7,8 @@
 //                                    repetitions are interleaved in random order by default
 //   policy_bench --memory            peak resident memory of one load per document, each in a
 //                                    fresh process
+//   policy_bench --count load|bare N one load, or one bare parse, of the document with N
+//                                    servers (0: typical), for callgrind to count
 //
 // Generation writes 100,000 authorized servers, once into a directory on /dev/shm (memory: the
 // cost of building and writing the document) and once into a disk-backed temporary directory
@@ -544,12 +546,45 @@ int memoryReport(const char* self) {
     return 0;
 }
 
+// One load or one bare parse, for an instruction count under callgrind: the count is
+// collected only inside these two functions (scripts/bench-instructions.sh). The load is the
+// manager's second, so that it frees the record of the first as every load in a client does;
+// the bare parse frees its own list the same way.
+__attribute__((noinline)) STATUSCODE countedLoad(XmlLocalQNPolMgr* pMgr) {
+    return pMgr->LoadLocalQuillnetPolicy();
+}
+
+__attribute__((noinline)) size_t countedBareParse(const std::string& path) {
+    return bareParse(path);
+}
+
+// policy_bench --count load|bare SERVERS: one counted operation on the document with SERVERS
+// servers (0: the typical policy) after one uncounted warm-up.
+int countChild(const std::string& side, int64_t servers) {
+    const std::string& dir = documents().directory(servers);
+    const size_t expected = DocumentSet::serverCount(servers);
+    if (side == "bare") {
+        bareParse(dir + kPolicyFileName);
+        return countedBareParse(dir + kPolicyFileName) == expected ? 0 : 1;
+    }
+    LoaderScope scope(dir);
+    if (scope.manager() == nullptr || scope.manager()->LoadLocalQuillnetPolicy() != 0 ||
+        countedLoad(scope.manager()) != 0) {
+        return 1;
+    }
+    return scope.manager()->GetLocalPolicyInfo().GetAuthorizedServerList().size() == expected ? 0
+                                                                                              : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     CAppLog::SetSink([](const CAppLogRecord&) {});
     if (argc == 3 && std::strcmp(argv[1], "--memory-child") == 0) {
         return memoryChild(argv[2]);
+    }
+    if (argc == 4 && std::strcmp(argv[1], "--count") == 0) {
+        return countChild(argv[2], std::atoll(argv[3]));
     }
     if (argc == 2 && std::strcmp(argv[1], "--memory") == 0) {
         return memoryReport("/proc/self/exe");

@@ -2,7 +2,7 @@
 
 #include "LocalPolicySettings.h"
 
-#include <unordered_map>
+#include <array>
 
 #include "LocalQNPolicyOptionTexts.h"
 
@@ -363,17 +363,48 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
     };
 }
 
-// Element name to row: the names are distinct, so an exact lookup finds the one row the
-// reader acts on. Keys view the catalogue's own strings, which live as long as the process.
-std::unordered_map<std::string_view, const LocalPolicySettingInfo*> buildIndex(
-    const std::vector<LocalPolicySettingInfo>& catalogue) {
-    std::unordered_map<std::string_view, const LocalPolicySettingInfo*> index;
-    index.reserve(catalogue.size());
-    for (const LocalPolicySettingInfo& row : catalogue) {
-        index.emplace(row.element, &row);
+// Element name to row, in constant time: an open-addressing table of a fixed size, far larger
+// than the catalogue, whose slot is a cheap mix of the name's length and three of its
+// characters; a full comparison tells the rows of one slot apart. The reader looks up every
+// element of a document, so this is on the path of each server name. The names are distinct,
+// so the exact lookup finds the one row the reader acts on. Rows are the catalogue's own,
+// which lives as long as the process.
+class ElementIndex {
+  public:
+    explicit ElementIndex(const std::vector<LocalPolicySettingInfo>& catalogue) {
+        for (const LocalPolicySettingInfo& row : catalogue) {
+            size_t slot = slotOf(row.element);
+            while (m_slots[slot] != nullptr) {
+                slot = (slot + 1) % kSlots;
+            }
+            m_slots[slot] = &row;
+        }
     }
-    return index;
-}
+
+    const LocalPolicySettingInfo* find(std::string_view element) const {
+        if (element.empty()) {
+            return nullptr;
+        }
+        // Ends at an empty slot: the table is never more than a quarter full.
+        for (size_t slot = slotOf(element); m_slots[slot] != nullptr; slot = (slot + 1) % kSlots) {
+            if (m_slots[slot]->element == element) {
+                return m_slots[slot];
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    static constexpr size_t kSlots = 128;  // a power of two, over four times the rows
+
+    static size_t slotOf(std::string_view element) {
+        const size_t size = element.size();
+        const auto at = [element](size_t i) { return static_cast<unsigned char>(element[i]); };
+        return (size * 31 + at(0) * 7 + at(size - 1) * 3 + at(size / 2)) % kSlots;
+    }
+
+    std::array<const LocalPolicySettingInfo*, kSlots> m_slots{};
+};
 
 }  // namespace
 
@@ -383,10 +414,17 @@ const std::vector<LocalPolicySettingInfo>& LocalPolicySettings() {
 }
 
 const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element) {
-    static const std::unordered_map<std::string_view, const LocalPolicySettingInfo*> index =
-        buildIndex(LocalPolicySettings());
-    const auto found = index.find(element);
-    return found == index.end() ? nullptr : found->second;
+    static const ElementIndex index(LocalPolicySettings());
+    return index.find(element);
+}
+
+const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(LocalPolicySettingKind kind) {
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        if (row.kind == kind) {
+            return &row;
+        }
+    }
+    return nullptr;
 }
 
 const std::vector<std::string>& LocalPolicyCachingOptionTexts() {

@@ -14,7 +14,7 @@
 //   }
 //   const LocalPolicySettingInfo* row = FindLocalPolicySetting("FipsMode");
 //
-// The table is built during static initialisation and never changes; reading it is
+// The table is built at its first use and never changes afterwards; reading it is
 // thread-safe.
 
 #include <cstdint>
@@ -73,6 +73,10 @@ const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
 // The row of an element name, in constant time; null for a name the reader ignores
 // (structural names such as "UpdatePolicy" and the root included).
 const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element);
+
+// The first row of a kind, in catalogue order; null when no row has it. SERVER_LIST and
+// SERVER_NAME have one row each.
+const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(LocalPolicySettingKind kind);
 
 // The preference-caching option texts, indexed by RestrictPrefCachingOption ("false",
 // "Credentials", ...): the only texts a caching list may hold.

@@ -11,36 +11,10 @@ const std::map<RestrictPrefCachingOption, std::string> sg_restrictPrefCachingOpt
     {RESTRICT_PREF_CACHING_ALL, "All"},
 };
 
-LocalQNPolicyInfo::LocalQNPolicyInfo()
-    : m_bFipsMode(false),
-      m_bBypassDownloader(false),
-      m_bBypassDefaultLocalization(false),
-      m_bRestrictScriptWebDeploy(false),
-      m_bRestrictHelpWebDeploy(false),
-      m_bRestrictResourceWebDeploy(false),
-      m_bRestrictLocalizationWebDeploy(false),
-      m_bRestrictWebLaunch(false),
-      m_bStrictCertTrust(false),
-      m_bEnableCRLCheck(false),
-      m_bOcspRevocation(false),
-      m_RestrictPrefCachingValues(RESTRICT_PREF_CACHING_OPTION_COUNT, false),
-      m_eRestrictTunnelProtocol(RESTRICT_TUNNEL_PROTOCOL_FALSE),
-      m_uiExcludeCertStore(0),
-      m_bIsRestrictServerCertStore(false),
-      m_bIsSoftwareUpdateAllowed(true),
-      m_bIsComplianceModuleSoftwareUpdateAllowed(true),
-      m_bIsVPNProfileUpdateAllowed(true),
-      m_bIsMgmtVPNProfileUpdateAllowed(true),
-      m_bIsPlexoProfileUpdateAllowed(true),
-      m_bIsServiceProfileUpdateAllowed(true),
-      m_bIsScriptUpdateAllowed(true),
-      m_bIsHelpUpdateAllowed(true),
-      m_bIsResourceUpdateAllowed(true),
-      m_bIsLocalizationUpdateAllowed(true) {
-    m_RestrictPrefCachingValues[RESTRICT_PREF_CACHING_FALSE] = true;
-}
+LocalQNPolicyInfo::LocalQNPolicyInfo() = default;
 
-LocalQNPolicyInfo::LocalQNPolicyInfo(const LocalQNPolicyInfo& other) : LocalQNPolicyInfo() {
+// The same as default construction followed by assignment: the copy's strings are its own.
+LocalQNPolicyInfo::LocalQNPolicyInfo(const LocalQNPolicyInfo& other) {
     *this = other;
 }
 
@@ -85,35 +59,9 @@ LocalQNPolicyInfo& LocalQNPolicyInfo::operator=(const LocalQNPolicyInfo& other) 
     return *this;
 }
 
+// A new record holds the defaults; assigning it frees the server list and the version text.
 void LocalQNPolicyInfo::Reset() {
-    m_qnversion.clear();
-    m_bFipsMode = false;
-    m_bBypassDownloader = false;
-    m_bBypassDefaultLocalization = false;
-    m_bRestrictScriptWebDeploy = false;
-    m_bRestrictHelpWebDeploy = false;
-    m_bRestrictResourceWebDeploy = false;
-    m_bRestrictLocalizationWebDeploy = false;
-    m_bRestrictWebLaunch = false;
-    m_bStrictCertTrust = false;
-    m_bEnableCRLCheck = false;
-    m_bOcspRevocation = false;
-    m_eRestrictTunnelProtocol = RESTRICT_TUNNEL_PROTOCOL_FALSE;
-    m_uiExcludeCertStore = 0;
-    m_bIsRestrictServerCertStore = false;
-    m_bIsSoftwareUpdateAllowed = true;
-    m_bIsComplianceModuleSoftwareUpdateAllowed = true;
-    m_bIsVPNProfileUpdateAllowed = true;
-    m_bIsMgmtVPNProfileUpdateAllowed = true;
-    m_bIsPlexoProfileUpdateAllowed = true;
-    m_bIsServiceProfileUpdateAllowed = true;
-    m_bIsScriptUpdateAllowed = true;
-    m_bIsHelpUpdateAllowed = true;
-    m_bIsResourceUpdateAllowed = true;
-    m_bIsLocalizationUpdateAllowed = true;
-    msl_AuthorizedServerList.clear();
-    m_RestrictPrefCachingValues.assign(m_RestrictPrefCachingValues.size(), false);
-    m_RestrictPrefCachingValues[RESTRICT_PREF_CACHING_FALSE] = true;
+    LocalQNPolicyInfo::operator=(LocalQNPolicyInfo());
 }
 
 void LocalQNPolicyInfo::RestrictPrefCaching(RestrictPrefCachingOption option) {

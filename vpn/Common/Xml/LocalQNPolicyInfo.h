@@ -37,7 +37,7 @@ enum RestrictTunnelProtocolOption : int32_t {
 // through their setters; Reset() clears them. Not thread-safe: a record must not be changed
 // by one thread while another reads it, but copies share nothing with their source.
 class LocalQNPolicyInfo {
-public:
+  public:
     // Certificate-store groups of the exclude mask; a group getter is true when any bit of
     // its mask is set. Other bits are stored and returned by ExcludeCertStores() only.
     static constexpr uint32_t kWinNativeCertStoreMask = 0xC3;
@@ -145,35 +145,44 @@ public:
         msl_AuthorizedServerList.push_back(std::move(serverName));
     }
 
-private:
+  private:
     bool excludes(uint32_t groupMask) const { return (m_uiExcludeCertStore & groupMask) != 0; }
 
+    // Every entry false except RESTRICT_PREF_CACHING_FALSE: no caching restriction.
+    static std::vector<bool> noCachingRestriction() {
+        std::vector<bool> values(RESTRICT_PREF_CACHING_OPTION_COUNT, false);
+        values[RESTRICT_PREF_CACHING_FALSE] = true;
+        return values;
+    }
+
+    // The defaults restrict nothing and allow every kind of update from any server; they are
+    // written here only: the constructors start from them and Reset() assigns a new record.
     std::string m_qnversion;
-    bool m_bFipsMode;
-    bool m_bBypassDownloader;
-    bool m_bBypassDefaultLocalization;
-    bool m_bRestrictScriptWebDeploy;
-    bool m_bRestrictHelpWebDeploy;
-    bool m_bRestrictResourceWebDeploy;
-    bool m_bRestrictLocalizationWebDeploy;
-    bool m_bRestrictWebLaunch;
-    bool m_bStrictCertTrust;
-    bool m_bEnableCRLCheck;
-    bool m_bOcspRevocation;
-    std::vector<bool> m_RestrictPrefCachingValues;
-    RestrictTunnelProtocolOption m_eRestrictTunnelProtocol;
-    uint32_t m_uiExcludeCertStore;
-    bool m_bIsRestrictServerCertStore;
-    bool m_bIsSoftwareUpdateAllowed;
-    bool m_bIsComplianceModuleSoftwareUpdateAllowed;
-    bool m_bIsVPNProfileUpdateAllowed;
-    bool m_bIsMgmtVPNProfileUpdateAllowed;
-    bool m_bIsPlexoProfileUpdateAllowed;
-    bool m_bIsServiceProfileUpdateAllowed;
-    bool m_bIsScriptUpdateAllowed;
-    bool m_bIsHelpUpdateAllowed;
-    bool m_bIsResourceUpdateAllowed;
-    bool m_bIsLocalizationUpdateAllowed;
+    bool m_bFipsMode = false;
+    bool m_bBypassDownloader = false;
+    bool m_bBypassDefaultLocalization = false;
+    bool m_bRestrictScriptWebDeploy = false;
+    bool m_bRestrictHelpWebDeploy = false;
+    bool m_bRestrictResourceWebDeploy = false;
+    bool m_bRestrictLocalizationWebDeploy = false;
+    bool m_bRestrictWebLaunch = false;
+    bool m_bStrictCertTrust = false;
+    bool m_bEnableCRLCheck = false;
+    bool m_bOcspRevocation = false;
+    std::vector<bool> m_RestrictPrefCachingValues = noCachingRestriction();
+    RestrictTunnelProtocolOption m_eRestrictTunnelProtocol = RESTRICT_TUNNEL_PROTOCOL_FALSE;
+    uint32_t m_uiExcludeCertStore = 0;
+    bool m_bIsRestrictServerCertStore = false;
+    bool m_bIsSoftwareUpdateAllowed = true;
+    bool m_bIsComplianceModuleSoftwareUpdateAllowed = true;
+    bool m_bIsVPNProfileUpdateAllowed = true;
+    bool m_bIsMgmtVPNProfileUpdateAllowed = true;
+    bool m_bIsPlexoProfileUpdateAllowed = true;
+    bool m_bIsServiceProfileUpdateAllowed = true;
+    bool m_bIsScriptUpdateAllowed = true;
+    bool m_bIsHelpUpdateAllowed = true;
+    bool m_bIsResourceUpdateAllowed = true;
+    bool m_bIsLocalizationUpdateAllowed = true;
     std::list<std::string> msl_AuthorizedServerList;
 };
 

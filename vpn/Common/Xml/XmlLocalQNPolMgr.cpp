@@ -2,13 +2,15 @@
 
 #include "XmlLocalQNPolMgr.h"
 
-#include "AppLog.h"
+#include "AppLogHere.h"
 #include "InstanceSmartPtr.h"
 #include "ProcessWideInstance.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlParser.h"
 #include "sysutils.h"
+
+using qnpolicy::kAppLogSourceFile;
 
 // The lock is defined first so that it is constructed before any other static object of
 // the module. sm_pInstance and sm_uiAcquisitionCount are constant-initialised.
@@ -65,10 +67,8 @@ STATUSCODE XmlLocalQNPolMgr::getLocalSecurityPolicyDir(
     rtstrLocalSecurityPolicyDir.clear();
     CInstanceSmartPtr<CStoragePath> ispStoragePath(CStoragePath::acquireInstance());
     if (ispStoragePath == nullptr) {
-        CAppLog::LogReturnCode("getLocalSecurityPolicyDir", qnpolicy::kSourceFile, __LINE__,
-                               Logging::DBG_Error, "CInstanceSmartPtr<StoragePath>",
-                               static_cast<uint32_t>(CSTORAGEPATH_ERROR_NO_INSTANCE), nullptr,
-                               nullptr);
+        APPLOG_RETURN_CODE(DBG_Error, "CInstanceSmartPtr<StoragePath>",
+                           CSTORAGEPATH_ERROR_NO_INSTANCE);
         return CSTORAGEPATH_ERROR_NO_INSTANCE;
     }
     rtstrLocalSecurityPolicyDir = ispStoragePath->GetMainPath(0, false);
@@ -79,9 +79,7 @@ std::string XmlLocalQNPolMgr::getLocalSecurityPolicyDir() const {
     std::string tstrDir;
     const STATUSCODE status = getLocalSecurityPolicyDir(tstrDir);
     if (status != XMLLOCALQNPOLMGR_SUCCESS) {
-        CAppLog::LogReturnCode("getLocalSecurityPolicyDir", qnpolicy::kSourceFile, __LINE__,
-                               Logging::DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir",
-                               static_cast<uint32_t>(status), nullptr, nullptr);
+        APPLOG_RETURN_CODE(DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir", status);
         return std::string();
     }
     return tstrDir;
@@ -95,9 +93,7 @@ STATUSCODE XmlLocalQNPolMgr::GetLocalPolicyLocation(std::string& rtstrLocalPolic
                                                     std::string& rtstrLocalPolicyFileName) const {
     const STATUSCODE status = getLocalSecurityPolicyDir(rtstrLocalPolicyDirPath);
     if (status != XMLLOCALQNPOLMGR_SUCCESS) {
-        CAppLog::LogReturnCode("GetLocalPolicyLocation", qnpolicy::kSourceFile, __LINE__,
-                               Logging::DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir",
-                               static_cast<uint32_t>(status), nullptr, nullptr);
+        APPLOG_RETURN_CODE(DBG_Error, "XmlLocalQNPolMgr::getLocalSecurityPolicyDir", status);
         return status;
     }
     rtstrLocalPolicyFileName = qnpolicy::kPolicyFileName;
@@ -113,16 +109,15 @@ STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
     XmlParser xmlParser(this);
     m_bFileUseFIPSMode = false;
     // A parse that stopped inside a section must not change how the next file is read.
-    m_currentElement.clear();
+    m_currentElement = std::string_view();
+    m_pCurrentSetting = nullptr;
     m_bAuthorizedServerList = false;
     m_bUpdatePolicySection = false;
 
     const std::string tstrPath = getLocalSecurityPolicyDir() + qnpolicy::kPolicyFileName;
     const STATUSCODE status = xmlParser.parseFile(tstrPath, true);
     if (status != XMLLOCALQNPOLMGR_SUCCESS) {
-        CAppLog::LogReturnCode("LoadLocalQuillnetPolicy", qnpolicy::kSourceFile, __LINE__,
-                               Logging::DBG_Error, "XmlParser::parseFile",
-                               static_cast<uint32_t>(status), nullptr, nullptr);
+        APPLOG_RETURN_CODE(DBG_Error, "XmlParser::parseFile", status);
         return status;
     }
 
@@ -131,8 +126,7 @@ STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
     }
     m_LocalQNPolicyInfo.UseFIPSMode(m_retainedFipsMode == ENABLED);
     m_bFipsModeModifiedOnDisk = m_bFileUseFIPSMode != m_LocalQNPolicyInfo.UseFIPSMode();
-    CAppLog::LogDebugMessage("LoadLocalQuillnetPolicy", qnpolicy::kSourceFile, __LINE__,
-                             Logging::DBG_Informational, "FIPS mode is %s.",
-                             m_LocalQNPolicyInfo.UseFIPSMode() ? "enabled" : "disabled");
+    APPLOG_MESSAGE(DBG_Informational, "FIPS mode is %s.",
+                   m_LocalQNPolicyInfo.UseFIPSMode() ? "enabled" : "disabled");
     return XMLLOCALQNPOLMGR_SUCCESS;
 }

@@ -5,6 +5,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "GenDefs.h"
 #include "GlobalStatuscodes.h"
@@ -18,23 +19,37 @@
 enum XMLLOCALQNPOLMGR_ERRORS : STATUSCODE {
     XMLLOCALQNPOLMGR_SUCCESS = 0,
     XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr = STATUSCODE_BLOCK_BASE(0xB6),
-    XMLLOCALQNPOLMGR_ERROR_NOT_IMPLEMENTED = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NOT_IMPLEMENTED,
-    XMLLOCALQNPOLMGR_ERROR_BAD_PARAMETER = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_BAD_PARAMETER,
-    XMLLOCALQNPOLMGR_ERROR_BAD_HANDLE = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_BAD_HANDLE,
-    XMLLOCALQNPOLMGR_ERROR_MEMALLOC_FAILED = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_MEMALLOC_FAILED,
-    XMLLOCALQNPOLMGR_ERROR_NULL_POINTER = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NULL_POINTER,
-    XMLLOCALQNPOLMGR_ERROR_INSUFFICIENT_BUFFER = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_INSUFFICIENT_BUFFER,
-    XMLLOCALQNPOLMGR_ERROR_NOT_INITIALIZED = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NOT_INITIALIZED,
-    XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_ALREADY_INITIALIZED,
-    XMLLOCALQNPOLMGR_ERROR_UNEXPECTED = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_UNEXPECTED,
-    XMLLOCALQNPOLMGR_ERROR_NO_INSTANCE = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NO_INSTANCE,
+    XMLLOCALQNPOLMGR_ERROR_NOT_IMPLEMENTED =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NOT_IMPLEMENTED,
+    XMLLOCALQNPOLMGR_ERROR_BAD_PARAMETER =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_BAD_PARAMETER,
+    XMLLOCALQNPOLMGR_ERROR_BAD_HANDLE =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_BAD_HANDLE,
+    XMLLOCALQNPOLMGR_ERROR_MEMALLOC_FAILED =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_MEMALLOC_FAILED,
+    XMLLOCALQNPOLMGR_ERROR_NULL_POINTER =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NULL_POINTER,
+    XMLLOCALQNPOLMGR_ERROR_INSUFFICIENT_BUFFER =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr +
+        STATUSCODE_OFFSET_INSUFFICIENT_BUFFER,
+    XMLLOCALQNPOLMGR_ERROR_NOT_INITIALIZED =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NOT_INITIALIZED,
+    XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr +
+        STATUSCODE_OFFSET_ALREADY_INITIALIZED,
+    XMLLOCALQNPOLMGR_ERROR_UNEXPECTED =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_UNEXPECTED,
+    XMLLOCALQNPOLMGR_ERROR_NO_INSTANCE =
+        XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + STATUSCODE_OFFSET_NO_INSTANCE,
     XMLLOCALQNPOLMGR_ERROR_UNKNOWN = XMLLOCALQNPOLMGR_NOTERROR_BASEVALUE_XmlLocalQNPolMgr + 11,
 };
 
+struct LocalPolicySettingInfo;
+
 // One row of the policy vocabulary: what an installer abbreviation stands for.
 struct LocalPolicySetting {
-    std::string tstrFullName;               // the policy's element name in the document
-    bool bIsUpdatePolicy = false;           // written inside "UpdatePolicy"
+    std::string tstrFullName;                  // the policy's element name in the document
+    bool bIsUpdatePolicy = false;              // written inside "UpdatePolicy"
     std::list<std::string> listAllowedValues;  // accepted values; empty accepts any value
 };
 
@@ -57,7 +72,7 @@ struct LocalPolicySetting {
 // generation against each other and against readers of the record, and only one parse runs
 // at a time in the process.
 class XmlLocalQNPolMgr : public XmlMgr {
-public:
+  public:
     enum RETAINED_FIPS_MODE : int32_t {
         NONE = 0,
         ENABLED = 1,
@@ -107,10 +122,9 @@ public:
     void addElement(const std::string& elementName) override;
     void endElement(const std::string& elementName) override;
     void setElementValue(const std::string& elementValue) override;
-    void addAttribute(const std::string& attributeName,
-                      const std::string& attributeValue) override;
+    void addAttribute(const std::string& attributeName, const std::string& attributeValue) override;
 
-private:
+  private:
     friend class XmlLocalQNPolMgrTestPeer;
 
     STATUSCODE getLocalSecurityPolicyDir(std::string& rtstrLocalSecurityPolicyDir) const;
@@ -125,7 +139,10 @@ private:
     bool m_bFileUseFIPSMode;
     RETAINED_FIPS_MODE m_retainedFipsMode;
     bool m_bFipsModeModifiedOnDisk;
-    std::string m_currentElement;
+    // The element whose text or attributes are awaited: a view of the catalogue's name of its
+    // row (m_pCurrentSetting), or of the root's name; empty when no text can act.
+    std::string_view m_currentElement;
+    const LocalPolicySettingInfo* m_pCurrentSetting = nullptr;
     bool m_bAuthorizedServerList;
     bool m_bUpdatePolicySection;
     LocalQNPolicyInfo m_LocalQNPolicyInfo;

@@ -2,20 +2,32 @@
 #define XMLLOCALQNPOLMGRCONSTANTS_H
 
 // Names shared by the manager's implementation files. Internal to the module: not installed.
+// The names of the elements the reader acts on live in the settings catalogue
+// (LocalPolicySettings.h); here stand only the file, the root and the section that holds the
+// update permissions.
 
+#include <string>
+
+#include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 
 namespace qnpolicy {
 
-// The source path every log record of the manager names.
-inline constexpr char kSourceFile[] = "vpn/Common/Xml/XmlLocalQNPolMgr";
+// The source path every log record of the manager names (see AppLogHere.h).
+inline constexpr char kAppLogSourceFile[] = "vpn/Common/Xml/XmlLocalQNPolMgr";
 
 inline constexpr char kPolicyFileName[] = "QuillnetLocalPolicy.xml";
 inline constexpr char kRootElement[] = "QuillnetLocalPolicy";
 inline constexpr char kVersionAttribute[] = "qnversion";
 inline constexpr char kUpdatePolicyElement[] = "UpdatePolicy";
-inline constexpr char kAuthorizedServerListElement[] = "AuthorizedServerList";
-inline constexpr char kServerNameElement[] = "ServerName";
+
+// The server list's and the server name's element names, as the catalogue holds them, for the
+// command-line tool's linter, which still names them so; the library itself asks the
+// catalogue by kind.
+inline const std::string& kAuthorizedServerListElement =
+    FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST)->element;
+inline const std::string& kServerNameElement =
+    FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_NAME)->element;
 
 // The client's own version, written into new files and compared with every file read.
 inline constexpr char kClientVersion[] = QN_CLIENT_VERSION;

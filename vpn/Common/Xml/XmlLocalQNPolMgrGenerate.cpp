@@ -4,12 +4,15 @@
 #include <map>
 #include <string>
 
-#include "AppLog.h"
+#include "AppLogHere.h"
+#include "LocalPolicySettings.h"
 #include "QNCSaxWriter.h"
 #include "TokenParser.h"
 #include "TstringPairList.h"
 #include "XmlLocalQNPolMgr.h"
 #include "XmlLocalQNPolMgrConstants.h"
+
+using qnpolicy::kAppLogSourceFile;
 
 namespace {
 
@@ -23,13 +26,12 @@ constexpr char kServerListDelimiters[] = ",;";
 
 bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs, bool overwrite) {
     if (policyArgs == nullptr || numPolicyArgs < 0) {
-        CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
-                                 Logging::DBG_Error, "Invalid Arguments");
+        APPLOG_MESSAGE(DBG_Error, "Invalid Arguments");
         return false;
     }
     if (!overwrite && LocalPolicyFileExists()) {
-        CAppLog::LogDebugMessage(
-            "GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__, Logging::DBG_Warning,
+        APPLOG_MESSAGE(
+            DBG_Warning,
             "Local Security Policy file already exists and therefore will not be generated");
         return true;
     }
@@ -43,11 +45,10 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
         const std::string currArg(policyArgs[i]);
         const std::string::size_type posOfEqual = currArg.find('=');
         if (posOfEqual == std::string::npos) {
-            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
-                                     Logging::DBG_Warning,
-                                     "ignoring invalid argument %s. Arguments in the form "
-                                     "policy_abbreviation=value expected",
-                                     currArg.c_str());
+            APPLOG_MESSAGE(DBG_Warning,
+                           "ignoring invalid argument %s. Arguments in the form "
+                           "policy_abbreviation=value expected",
+                           currArg.c_str());
             continue;
         }
         const std::string policyAbbrev = currArg.substr(0, posOfEqual);
@@ -57,28 +58,23 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
         }
         const auto row = m_policyTransTable.find(policyAbbrev);
         if (row == m_policyTransTable.end()) {
-            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
-                                     Logging::DBG_Warning, "ignoring undefined abbreviation %s",
-                                     policyAbbrev.c_str());
+            APPLOG_MESSAGE(DBG_Warning, "ignoring undefined abbreviation %s", policyAbbrev.c_str());
             continue;
         }
         const LocalPolicySetting& setting = row->second;
         // A refused value is left as given, so the warning quotes the installer's text.
         if (!valueIsAllowed(setting, policyValue)) {
-            CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__,
-                                     Logging::DBG_Warning,
-                                     "%s is not an allowed value for policy %s",
-                                     policyValue.c_str(), setting.tstrFullName.c_str());
+            APPLOG_MESSAGE(DBG_Warning, "%s is not an allowed value for policy %s",
+                           policyValue.c_str(), setting.tstrFullName.c_str());
             continue;
         }
         std::map<std::string, std::string>& target =
             setting.bIsUpdatePolicy ? updatePoliciesToGen : policiesToGen;
         std::string& storedValue = target[setting.tstrFullName];
         if (!storedValue.empty()) {
-            CAppLog::LogDebugMessage(
-                "GenerateLocalPolicy", qnpolicy::kSourceFile, __LINE__, Logging::DBG_Warning,
-                "ignoring duplicate policy arg %s. The first value will be used",
-                setting.tstrFullName.c_str());
+            APPLOG_MESSAGE(DBG_Warning,
+                           "ignoring duplicate policy arg %s. The first value will be used",
+                           setting.tstrFullName.c_str());
             continue;
         }
         storedValue = policyValue;
@@ -100,6 +96,10 @@ bool XmlLocalQNPolMgr::writeLocalPolicy(
 
     // The statuses of the building calls are not examined: the writer records the first
     // failure and writeDocument reports it.
+    const std::string& serverListElement =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST)->element;
+    const std::string& serverNameElement =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_NAME)->element;
     xmlWriter.startDocument(&rootAttrs);
     for (const auto& policy : policyMap) {
         xmlWriter.startElement(policy.first, nullptr);
@@ -110,16 +110,16 @@ bool XmlLocalQNPolMgr::writeLocalPolicy(
         xmlWriter.startElement(qnpolicy::kUpdatePolicyElement, nullptr);
         for (const auto& policy : updatePolicyMap) {
             xmlWriter.startElement(policy.first, nullptr);
-            if (policy.first == qnpolicy::kAuthorizedServerListElement) {
+            if (policy.first == serverListElement) {
                 TTokenParser<char> authorizedListParser(policy.second);
                 std::string tstrServerValue;
                 while (authorizedListParser.NextToken(tstrServerValue, kServerListDelimiters)) {
                     if (tstrServerValue.empty()) {
                         continue;  // adjacent, leading or trailing separators name no server
                     }
-                    xmlWriter.startElement(qnpolicy::kServerNameElement, nullptr);
+                    xmlWriter.startElement(serverNameElement, nullptr);
                     xmlWriter.characters(tstrServerValue);
-                    xmlWriter.endElement(qnpolicy::kServerNameElement);
+                    xmlWriter.endElement(serverNameElement);
                 }
             } else {
                 xmlWriter.characters(policy.second);
@@ -132,9 +132,7 @@ bool XmlLocalQNPolMgr::writeLocalPolicy(
 
     const STATUSCODE status = xmlWriter.writeDocument();
     if (status != QNCSAXWRITER_SUCCESS) {
-        CAppLog::LogReturnCode("writeLocalPolicy", qnpolicy::kSourceFile, __LINE__,
-                               Logging::DBG_Error, "QNCSaxWriter::writeDocument",
-                               static_cast<uint32_t>(status), nullptr, nullptr);
+        APPLOG_RETURN_CODE(DBG_Error, "QNCSaxWriter::writeDocument", status);
         return false;
     }
     return true;

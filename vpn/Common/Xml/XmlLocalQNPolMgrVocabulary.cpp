@@ -2,62 +2,20 @@
 
 #include <strings.h>  // strcasecmp
 
-#include <initializer_list>
-
+#include "LocalPolicySettings.h"
 #include "XmlLocalQNPolMgr.h"
 
-namespace {
-
-struct VocabularyRow {
-    const char* abbreviation;
-    const char* fullName;
-    bool bIsUpdatePolicy;
-    std::initializer_list<const char*> allowedValues;
-};
-
-// The 29 rows in the order they are entered. An empty value list accepts any value.
-const VocabularyRow kVocabulary[] = {
-    {"fm", "FipsMode", false, {"false", "true"}},
-    {"bd", "BypassDownloader", false, {"false", "true"}},
-    {"bdl", "BypassDefaultLocalization", false, {"false", "true"}},
-    {"rswd", "RestrictScriptWebDeploy", false, {"false", "true"}},
-    {"rhwd", "RestrictHelpWebDeploy", false, {"false", "true"}},
-    {"rrwd", "RestrictResourceWebDeploy", false, {"false", "true"}},
-    {"rlwd", "RestrictLocalizationWebDeploy", false, {"false", "true"}},
-    {"rwl", "RestrictWebLaunch", false, {"false", "true"}},
-    {"sct", "StrictCertificateTrust", false, {"false", "true"}},
-    {"ecc", "EnableCRLCheck", false, {"true", "false"}},
-    {"orc", "OCSPRevocation", false, {"false", "true"}},
-    {"rpc", "RestrictPreferenceCaching", false, {}},
-    {"rtp", "RestrictTunnelProtocols", false, {"false", "TLS", "IPSec"}},
-    {"efn", "ExcludeFirefoxNSSCertStore", false, {"false", "true"}},
-    {"epf", "ExcludePemFileCertStore", false, {"false", "true"}},
-    {"emn", "ExcludeMacNativeCertStore", false, {"false", "true"}},
-    {"ewn", "ExcludeWinNativeCertStore", false, {"false", "true"}},
-    {"rsc", "RestrictServerCertStore", false, {"false", "true"}},
-    {"upsu", "AllowSoftwareUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upcu", "AllowComplianceModuleUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upvp", "AllowVPNProfileUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upmv", "AllowManagementVPNProfileUpdatesFromAnyServer", true, {"true", "false"}},
-    {"uppp", "AllowPlexoProfileUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upsp", "AllowServiceProfileUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upscr", "AllowScriptUpdatesFromAnyServer", true, {"true", "false"}},
-    {"uphlp", "AllowHelpUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upres", "AllowResourceUpdatesFromAnyServer", true, {"true", "false"}},
-    {"uploc", "AllowLocalizationUpdatesFromAnyServer", true, {"true", "false"}},
-    {"upal", "AuthorizedServerList", true, {}},
-};
-
-}  // namespace
-
+// The rows are the catalogue's settings that have an abbreviation, in catalogue order
+// (a server name has none): its name, its section and its allowed values in their order.
 void XmlLocalQNPolMgr::initializePolicyMap() {
-    for (const VocabularyRow& row : kVocabulary) {
-        LocalPolicySetting& setting = m_policyTransTable[row.abbreviation];
-        setting.tstrFullName = row.fullName;
-        setting.bIsUpdatePolicy = row.bIsUpdatePolicy;
-        for (const char* value : row.allowedValues) {
-            setting.listAllowedValues.emplace_back(value);
+    for (const LocalPolicySettingInfo& info : LocalPolicySettings()) {
+        if (info.abbreviation.empty()) {
+            continue;
         }
+        LocalPolicySetting& setting = m_policyTransTable[info.abbreviation];
+        setting.tstrFullName = info.element;
+        setting.bIsUpdatePolicy = info.section == LocalPolicySection::UPDATE_POLICY;
+        setting.listAllowedValues.assign(info.allowedValues.begin(), info.allowedValues.end());
     }
 }
 

@@ -1,0 +1,33 @@
+#ifndef APPLOGHERE_H
+#define APPLOGHERE_H
+
+// One-line log calls that fill in where a record comes from: the calling function's bare name
+// (__func__, so a record's operation is always the function that logs it), the source text
+// of the module, and the line. Internal to the library: not installed.
+//
+// A file that logs names its module's source text once, as a constant the macros find by
+// name, then logs with one line per record:
+//
+//   constexpr char kAppLogSourceFile[] = "vpn/Common/Xml/XmlLocalQNPolMgr";
+//   ...
+//   APPLOG_MESSAGE(DBG_Warning, "ignoring undefined abbreviation %s", abbreviation.c_str());
+//   APPLOG_RETURN_CODE(DBG_Error, "XmlParser::parseFile", status);
+//
+// Call them only from the function whose name the record must carry, never from a lambda or
+// a helper (where __func__ names something else).
+
+#include <cstdint>
+
+#include "AppLog.h"
+
+// A printf-style message of the given Logging::DebugImportance (DBG_Error, DBG_Warning, ...).
+#define APPLOG_MESSAGE(importance, ...)                                                  \
+    CAppLog::LogDebugMessage(__func__, kAppLogSourceFile, __LINE__, Logging::importance, \
+                             __VA_ARGS__)
+
+// A failed call: the callee's name and the status it returned; no message text.
+#define APPLOG_RETURN_CODE(importance, callee, status)                                         \
+    CAppLog::LogReturnCode(__func__, kAppLogSourceFile, __LINE__, Logging::importance, callee, \
+                           static_cast<uint32_t>(status), nullptr, nullptr)
+
+#endif  // APPLOGHERE_H
