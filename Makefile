@@ -2,9 +2,12 @@
 #   make run   build and run the demo
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
-#   make bench build the Release benchmark and run it (timings, then peak memory)
+#   make bench build the Release benchmark and run it (timings, peak memory, then the
+#              instruction counts of one load under callgrind)
+#   make format  clang-format every tracked C++ file in place
+#   make lint    check the formatting and run clang-tidy over the library and the tool
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench format lint clean
 
 all: build
 
@@ -51,6 +54,15 @@ bench: deps
 	cmake --build --preset bench
 	./build-bench/bench/policy_bench
 	./build-bench/bench/policy_bench --memory
+	bash scripts/bench-instructions.sh build-bench/bench/policy_bench
+
+format:
+	git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format -i
+
+# Needs only a configured build directory (compile_commands.json and the generated header).
+lint: deps
+	cmake --preset default
+	bash scripts/lint.sh build
 
 clean:
 	rm -rf build build-*

@@ -14,6 +14,8 @@ PACKAGES=(
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
+    # make format and make lint; instruction counts of make bench
+    clang-format clang-tidy valgrind
 )
 
 missing=()

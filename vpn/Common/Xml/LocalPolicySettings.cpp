@@ -399,7 +399,9 @@ class ElementIndex {
 
     static size_t slotOf(std::string_view element) {
         const size_t size = element.size();
-        const auto at = [element](size_t i) { return static_cast<unsigned char>(element[i]); };
+        const auto at = [element](size_t i) {
+            return static_cast<size_t>(static_cast<unsigned char>(element[i]));
+        };
         return (size * 31 + at(0) * 7 + at(size - 1) * 3 + at(size / 2)) % kSlots;
     }
 
@@ -430,6 +432,7 @@ const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(LocalPolicySettingKin
 const std::vector<std::string>& LocalPolicyCachingOptionTexts() {
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> ordered;
+        ordered.reserve(sg_restrictPrefCachingOptionToStrMap.size());
         for (const auto& optionText : sg_restrictPrefCachingOptionToStrMap) {
             ordered.push_back(optionText.second);
         }

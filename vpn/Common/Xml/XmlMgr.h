@@ -11,7 +11,7 @@
 // without child elements in one setElementValue call at its end; the events of its
 // children; endElement(name) at its end tag.
 class XmlMgr {
-public:
+  public:
     XmlMgr() = default;
     XmlMgr(const XmlMgr&) = default;
     XmlMgr& operator=(const XmlMgr&) = default;
