@@ -1,5 +1,7 @@
-// The policy record and the installer vocabulary: defaults, each setter reaching exactly its
-// own getter, the exclude group masks, reset and copies; the 29 vocabulary rows. (How the
+// The policy record, the installer vocabulary and the settings catalogue: defaults, each
+// setter reaching exactly its own getter, the exclude group masks, reset and copies; the 29
+// vocabulary rows; the catalogue's agreement with the record and the vocabulary, and its
+// lookup. (How the
 // caching options combine is checked through documents in policy_reader_test, how values are
 // matched against a row through generation in policy_generation_test.)
 //
@@ -11,6 +13,7 @@
 #include <map>
 #include <string>
 
+#include "LocalPolicySettings.h"
 #include "PolicyModel.h"
 #include "XmlLocalQNPolMgr.h"
 
@@ -106,6 +109,93 @@ TEST(PolicyVocabulary, HoldsExactlyTheTwentyNineRows) {
         }
     }
     EXPECT_EQ(actual, expected);
+}
+
+// Each row's default is what a new record reads through the row's own getter or text.
+TEST(SettingsCatalogue, DefaultsAreWhatANewRecordReads) {
+    const I record;
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        std::string actual;
+        switch (row.kind) {
+            case LocalPolicySettingKind::CACHING_LIST:
+                actual = record.RestrictPrefCachingStr();
+                break;
+            case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+                actual = LocalPolicyTunnelOptionText(record.RestrictTunnelProtocols());
+                break;
+            case LocalPolicySettingKind::SERVER_LIST:
+            case LocalPolicySettingKind::SERVER_NAME:
+                ASSERT_TRUE(record.GetAuthorizedServerList().empty());
+                break;
+            default:
+                ASSERT_NE(row.getter, nullptr) << row.element;
+                actual = (record.*row.getter)() ? "true" : "false";
+        }
+        EXPECT_EQ(actual, row.defaultValue) << row.element;
+    }
+}
+
+// The accessors the reader calls are the record's own for that element (the shared model's),
+// and an exclusion's mask is the group its getter tests.
+TEST(SettingsCatalogue, RowsUseTheRecordAccessorsOfTheirElement) {
+    for (const qntest::PolicyFlag& flag : kPolicyFlags) {
+        const LocalPolicySettingInfo* row = FindLocalPolicySetting(flag.element);
+        ASSERT_NE(row, nullptr) << flag.element;
+        EXPECT_EQ(row->getter, flag.get) << flag.element;
+        EXPECT_EQ(row->kind == LocalPolicySettingKind::UPDATE_PERMISSION, flag.bUpdate);
+        if (row->kind != LocalPolicySettingKind::FIPS_MODE) {  // the loader sets FIPS mode
+            EXPECT_EQ(row->setter, flag.set) << flag.element;
+        }
+    }
+    for (const qntest::ExcludedStore& store : qntest::kExcludedStores) {
+        const LocalPolicySettingInfo* row = FindLocalPolicySetting(store.element);
+        ASSERT_NE(row, nullptr) << store.element;
+        EXPECT_EQ(row->excludeMask, store.mask) << store.element;
+        I record;
+        record.ExcludeCertStores(row->excludeMask);
+        EXPECT_TRUE((record.*row->getter)()) << store.element;
+    }
+}
+
+// The vocabulary is the catalogue's rows that have an abbreviation: the same element, section
+// and allowed values in the same order, and no other row.
+TEST(SettingsCatalogue, VocabularyRowsAreTheSettingsWithAnAbbreviation) {
+    std::map<std::string, std::string> fromCatalogue;
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        if (row.abbreviation.empty()) {
+            continue;
+        }
+        std::string& text = fromCatalogue[row.abbreviation];
+        text = row.element + (row.section == LocalPolicySection::UPDATE_POLICY ? " 1 " : " 0 ");
+        for (const std::string& value : row.allowedValues) {
+            text += value + ",";
+        }
+    }
+    std::map<std::string, std::string> vocabulary;
+    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
+        vocabulary[abbreviation] = row.tstrFullName + (row.bIsUpdatePolicy ? " 1 " : " 0 ");
+        for (const std::string& value : row.listAllowedValues) {
+            vocabulary[abbreviation] += value + ",";
+        }
+    }
+    EXPECT_EQ(fromCatalogue, vocabulary);
+}
+
+// The lookup finds each row by its exact name and nothing else: not the structural elements,
+// not a name in another case, cut short or padded.
+TEST(SettingsCatalogue, LookupFindsEachRowByItsExactNameOnly) {
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        EXPECT_EQ(FindLocalPolicySetting(row.element), &row) << row.element;
+        for (const std::string& near :
+             {row.element.substr(1), row.element.substr(0, row.element.size() - 1),
+              row.element + " ",
+              std::string(1, static_cast<char>(row.element[0] ^ 0x20)) + row.element.substr(1)}) {
+            EXPECT_EQ(FindLocalPolicySetting(near), nullptr) << near;
+        }
+    }
+    for (const char* structural : {"QuillnetLocalPolicy", "UpdatePolicy", ""}) {
+        EXPECT_EQ(FindLocalPolicySetting(structural), nullptr) << structural;
+    }
 }
 
 }  // namespace
