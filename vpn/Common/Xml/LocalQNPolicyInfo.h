@@ -45,6 +45,8 @@ class LocalQNPolicyInfo {
     static constexpr uint32_t kFirefoxNSSCertStoreMask = 0x8;
     static constexpr uint32_t kPemFileCertStoreMask = 0xC00;
 
+    // Copies are field for field and share no buffer with their source: every string and
+    // container is copied into storage of the copy's own (C++11 strings never share one).
     LocalQNPolicyInfo();
     LocalQNPolicyInfo(const LocalQNPolicyInfo& other);
     virtual ~LocalQNPolicyInfo();
