@@ -25,6 +25,26 @@ using qntest::kPolicyFlags;
 // Nothing restricted, every kind of update allowed from any server.
 const std::string kDefaults = "0:|0000000000001111111111|false|0|0";
 
+// One vocabulary row as "element update-row allowed-values,".
+template <typename Iterator>
+std::string rowText(const std::string& element, bool bUpdate, Iterator value, Iterator end) {
+    std::string text = element + (bUpdate ? " 1 " : " 0 ");
+    for (; value != end; ++value) {
+        text += *value + ",";
+    }
+    return text;
+}
+
+// The manager's vocabulary, abbreviation to row text.
+std::map<std::string, std::string> vocabularyRows() {
+    std::map<std::string, std::string> rows;
+    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
+        rows[abbreviation] = rowText(row.tstrFullName, row.bIsUpdatePolicy,
+                                     row.listAllowedValues.begin(), row.listAllowedValues.end());
+    }
+    return rows;
+}
+
 TEST(PolicyRecord, DefaultsRestrictNothingAndEachSetterReachesOnlyItsOwnGetter) {
     EXPECT_EQ(qntest::summarize(I()), kDefaults);
     for (size_t i = 0; i < std::size(kPolicyFlags); ++i) {
@@ -101,14 +121,7 @@ TEST(PolicyVocabulary, HoldsExactlyTheTwentyNineRows) {
     for (const qntest::ExcludedStore& store : qntest::kExcludedStores) {
         expected[store.abbreviation] = std::string(store.element) + " 0 false,true,";
     }
-    std::map<std::string, std::string> actual;
-    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
-        actual[abbreviation] = row.tstrFullName + (row.bIsUpdatePolicy ? " 1 " : " 0 ");
-        for (const std::string& value : row.listAllowedValues) {
-            actual[abbreviation] += value + ",";
-        }
-    }
-    EXPECT_EQ(actual, expected);
+    EXPECT_EQ(vocabularyRows(), expected);
 }
 
 // Each row's default is what a new record reads through the row's own getter or text.
@@ -165,20 +178,11 @@ TEST(SettingsCatalogue, VocabularyRowsAreTheSettingsWithAnAbbreviation) {
         if (row.abbreviation.empty()) {
             continue;
         }
-        std::string& text = fromCatalogue[row.abbreviation];
-        text = row.element + (row.section == LocalPolicySection::UPDATE_POLICY ? " 1 " : " 0 ");
-        for (const std::string& value : row.allowedValues) {
-            text += value + ",";
-        }
+        fromCatalogue[row.abbreviation] =
+            rowText(row.element, row.section == LocalPolicySection::UPDATE_POLICY,
+                    row.allowedValues.begin(), row.allowedValues.end());
     }
-    std::map<std::string, std::string> vocabulary;
-    for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
-        vocabulary[abbreviation] = row.tstrFullName + (row.bIsUpdatePolicy ? " 1 " : " 0 ");
-        for (const std::string& value : row.listAllowedValues) {
-            vocabulary[abbreviation] += value + ",";
-        }
-    }
-    EXPECT_EQ(fromCatalogue, vocabulary);
+    EXPECT_EQ(fromCatalogue, vocabularyRows());
 }
 
 // The lookup finds each row by its exact name and nothing else: not the structural elements,
