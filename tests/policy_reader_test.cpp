@@ -39,42 +39,65 @@ class PolicyReader : public qntest::PolicyDocumentFixture {
     }
 };
 
-// A flag is set only by the exact text "true", the last occurrence wins; update permissions
-// apply only inside "UpdatePolicy" and draw a warning outside it, other flags apply anywhere.
-// FIPS mode is the loader's (see the loading suite).
-TEST_F(PolicyReader, FlagIsTrueOnlyForTheTextTrueLastOccurrenceWinsUpdatesOnlyInTheirSection) {
+// Runs check for every on/off setting but FIPS mode (the loader's, see the loading suite),
+// with the value that differs from its default, the other value, and a function that places
+// children where the setting applies: update permissions inside "UpdatePolicy", other flags
+// anywhere (here in an unknown wrapper element).
+template <typename Check>
+void forEachFlag(Check check) {
     for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
         if (flag.element == std::string("FipsMode")) {
             continue;
         }
-        const bool bChanged = !flag.bUpdate;  // the value that differs from the default
-        const std::string changed = bChanged ? "true" : "false";
-        const std::string other = bChanged ? "false" : "true";
+        SCOPED_TRACE(flag.element);
+        const bool bChanged = !flag.bUpdate;
+        Info set;
+        (set.*flag.set)(bChanged);
         const auto place = [&flag](const std::string& children) {
             return flag.bUpdate ? section(children) : el("Wrapper", children);
         };
-        Info set;
-        (set.*flag.set)(bChanged);
+        check(flag, set, bChanged ? "true" : "false", bChanged ? "false" : "true", place);
+    }
+}
+
+TEST_F(PolicyReader, FlagIsTrueOnlyForTheExactTextTrue) {
+    forEachFlag([this](const qntest::PolicyFlag& flag, const Info& set, const std::string& changed,
+                       const std::string&, const auto& place) {
         expectLoad(place(el(flag.element, changed)), set);
-        expectLoad(place(el(flag.element, other) + el(flag.element, changed)), set);
-        expectLoad(place(el(flag.element, changed) + el(flag.element, other)), Info());
+        const bool bChanged = changed == "true";
         for (const char* notTrue : {"True", " true", "1"}) {
             expectLoad(place(el(flag.element, "true") + el(flag.element, notTrue)),
                        bChanged ? Info() : set);
         }
-        if (flag.bUpdate) {
-            // Outside: under the root, after the section closed, after an inner section closed.
-            const std::string locked = el(flag.element, "false");
-            for (const std::string& outside :
-                 {locked, "<UpdatePolicy/>" + locked, section(section("") + locked)}) {
-                expectLoad(outside, Info(), {qntest::structureWarning()});
-            }
-        }
-    }
+    });
 }
 
-// Each case: the caching elements' texts, the record's caching text and tunnel option.
-TEST_F(PolicyReader, CachingListStopsAtFalseOrAnUnknownTokenAndTunnelTakesExactLowerCase) {
+TEST_F(PolicyReader, LastOccurrenceOfAFlagWins) {
+    forEachFlag([this](const qntest::PolicyFlag& flag, const Info& set, const std::string& changed,
+                       const std::string& other, const auto& place) {
+        expectLoad(place(el(flag.element, other) + el(flag.element, changed)), set);
+        expectLoad(place(el(flag.element, changed) + el(flag.element, other)), Info());
+    });
+}
+
+// Outside the section (under the root, after the section closed, after an inner section
+// closed) an update permission changes nothing and draws one warning.
+TEST_F(PolicyReader, UpdatePermissionOutsideUpdatePolicyOnlyWarns) {
+    forEachFlag([this](const qntest::PolicyFlag& flag, const Info&, const std::string&,
+                       const std::string&, const auto&) {
+        if (!flag.bUpdate) {
+            return;
+        }
+        const std::string locked = el(flag.element, "false");
+        for (const std::string& outside :
+             {locked, "<UpdatePolicy/>" + locked, section(section("") + locked)}) {
+            expectLoad(outside, Info(), {qntest::structureWarning()});
+        }
+    });
+}
+
+// Each case: the caching elements' texts and the record's caching text.
+TEST_F(PolicyReader, CachingListStopsAtFalseOrAnUnknownToken) {
     const auto caching = [](const char* text) { return el("RestrictPreferenceCaching", text); };
     const std::pair<std::string, const char*> cachingCases[] = {
         {caching("CredentialsAndThumbprints,AutomaticServerSelection"),
@@ -88,6 +111,10 @@ TEST_F(PolicyReader, CachingListStopsAtFalseOrAnUnknownTokenAndTunnelTakesExactL
     for (const auto& [children, expected] : cachingCases) {
         EXPECT_EQ(load(children).RestrictPrefCachingStr(), expected) << children;
     }
+}
+
+// Each case: the tunnel elements' texts and the record's tunnel option.
+TEST_F(PolicyReader, TunnelAppliesOnlyItsExactLowerCaseTexts) {
     const auto tunnel = [](const char* text) { return el("RestrictTunnelProtocols", text); };
     const std::pair<std::string, RestrictTunnelProtocolOption> tunnelCases[] = {
         {tunnel("ipsec") + tunnel("IPSec") + tunnel("TLS"), RESTRICT_TUNNEL_PROTOCOL_IPSEC},
@@ -115,7 +142,7 @@ TEST_F(PolicyReader, ServerNamesCountOnlyInsideTheListInsideUpdatePolicy) {
     }
 }
 
-TEST_F(PolicyReader, VersionIsTheRootsQnversionAndANewerOneDrawsOneWarning) {
+TEST_F(PolicyReader, RootVersionIsStoredAndWarnedAboutOnlyWhenNewer) {
     const std::string newer = qntest::managerRecord(
         "addAttribute", Logging::DBG_Warning,
         "The parsed Local Security Policy File version is newer than the current Quillnet "

@@ -1,9 +1,9 @@
 // The policy record, the installer vocabulary and the settings catalogue: defaults, each
 // setter reaching exactly its own getter, the exclude group masks, reset and copies; the 29
 // vocabulary rows; the catalogue's agreement with the record and the vocabulary, and its
-// lookup. (How the
-// caching options combine is checked through documents in policy_reader_test, how values are
-// matched against a row through generation in policy_generation_test.)
+// lookup. (How the caching options combine is checked through documents in
+// policy_reader_test, how values are matched against a row through generation in
+// policy_generation_test.)
 //
 // Records are compared whole through qntest::summarize: "version length:version|a digit per
 // flag of kPolicyFlags|caching text|tunnel option|exclude mask|servers".
@@ -45,7 +45,7 @@ std::map<std::string, std::string> vocabularyRows() {
     return rows;
 }
 
-TEST(PolicyRecord, DefaultsRestrictNothingAndEachSetterReachesOnlyItsOwnGetter) {
+TEST(PolicyRecord, EachSetterChangesOnlyItsOwnGetterFromTheDefaults) {
     EXPECT_EQ(qntest::summarize(I()), kDefaults);
     for (size_t i = 0; i < std::size(kPolicyFlags); ++i) {
         I record;
@@ -73,9 +73,8 @@ TEST(PolicyRecord, ExcludeGroupsTestAnyBitOfTheirMask) {
     }
 }
 
-// Copies and assignment (also to itself) take every field and share nothing with their
-// source; Reset restores every default.
-TEST(PolicyRecord, CopiesTakeEveryFieldAndStayIndependentAndResetRestoresTheDefaults) {
+// A record with every field changed from its default, and its summary.
+I changedRecord() {
     I source;
     for (const qntest::PolicyFlag& flag : kPolicyFlags) {
         (source.*flag.set)(!(source.*flag.get)());
@@ -89,21 +88,34 @@ TEST(PolicyRecord, CopiesTakeEveryFieldAndStayIndependentAndResetRestoresTheDefa
     source.ExcludeCertStores(0x8);
     source.ExcludeCertStores(0xC00);  // masks accumulate
     source.AddToAuthorizedServerList("a-server-name-long-enough-for-the-heap");
-    const std::string changed = qntest::summarize(source);
-    ASSERT_EQ(
-        changed,
-        "3:9.9|1111111111110000000000|false,All|2|3080|38:a-server-name-long-enough-for-the-heap");
+    return source;
+}
+const std::string kChanged =
+    "3:9.9|1111111111110000000000|false,All|2|3080|38:a-server-name-long-enough-for-the-heap";
+
+// Copies and assignment (also to itself) take every field and share nothing with their
+// source.
+TEST(PolicyRecord, CopiesTakeEveryFieldAndShareNothingWithTheirSource) {
+    I source = changedRecord();
+    ASSERT_EQ(qntest::summarize(source), kChanged);
     I copy(source);
     I assigned;
     assigned.AddToAuthorizedServerList("old");
     assigned = source;
     I& alias = assigned;
     assigned = alias;
-    EXPECT_EQ(qntest::summarize(copy), changed);
-    EXPECT_EQ(qntest::summarize(assigned), changed);
-    copy.Reset();
-    EXPECT_EQ(qntest::summarize(copy), kDefaults);
-    EXPECT_EQ(qntest::summarize(source), changed);
+    EXPECT_EQ(qntest::summarize(copy), kChanged);
+    EXPECT_EQ(qntest::summarize(assigned), kChanged);
+    copy.AddToAuthorizedServerList("added to the copy");
+    assigned.Reset();
+    EXPECT_EQ(qntest::summarize(source), kChanged);
+}
+
+TEST(PolicyRecord, ResetRestoresEveryDefault) {
+    I record = changedRecord();
+    ASSERT_EQ(qntest::summarize(record), kChanged);
+    record.Reset();
+    EXPECT_EQ(qntest::summarize(record), kDefaults);
 }
 
 // Each row as "element update-row allowed-values,". The on/off settings are the shared model's,
