@@ -8,7 +8,7 @@
 
 namespace {
 
-// One row per element, the 29 installer settings in vocabulary order, then "ServerName".
+// One row per element, the 29 installer settings in vocabulary order, then the server name.
 // Descriptions say what the client does when the setting is given; the defaults are the
 // record's own.
 std::vector<LocalPolicySettingInfo> buildCatalogue() {

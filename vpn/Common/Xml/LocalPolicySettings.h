@@ -12,7 +12,7 @@
 //   for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
 //       std::cout << setting.element << ": " << setting.description << '\n';
 //   }
-//   const LocalPolicySettingInfo* row = FindLocalPolicySetting("FipsMode");
+//   const LocalPolicySettingInfo* row = FindLocalPolicySetting(elementName);  // or null
 //
 // The table is built at its first use and never changes afterwards; reading it is
 // thread-safe.
@@ -31,16 +31,16 @@ enum class LocalPolicySettingKind {
     CERT_STORE_EXCLUSION,  // "true" ORs the row's mask into the exclude mask; else nothing
     CACHING_LIST,          // a list of caching option texts (LocalPolicyCachingOptionTexts)
     TUNNEL_PROTOCOL,       // one of LocalPolicyAppliedTunnelTexts; any other text changes nothing
-    UPDATE_PERMISSION,     // a FLAG that counts only inside "UpdatePolicy"
-    SERVER_LIST,           // "AuthorizedServerList": no text, holds the server names
+    UPDATE_PERMISSION,     // a FLAG that counts only inside the update-policy section
+    SERVER_LIST,           // the authorized server list: no text, holds the server names
     SERVER_NAME,           // one authorized server, kept exactly as written
 };
 
 // Where an element counts.
 enum class LocalPolicySection {
     ROOT,                    // anywhere (written directly under the root)
-    UPDATE_POLICY,           // only while an "UpdatePolicy" element is open
-    AUTHORIZED_SERVER_LIST,  // only while an "AuthorizedServerList" inside it is open
+    UPDATE_POLICY,           // only while the update-policy section is open
+    AUTHORIZED_SERVER_LIST,  // only while the SERVER_LIST row's element inside it is open
 };
 
 // One row of the catalogue.
@@ -59,19 +59,19 @@ struct LocalPolicySettingInfo {
     // The effective value when the file does not give one, as document text ("false",
     // "true"); empty for the server list and its names, which default to no servers.
     std::string defaultValue;
-    std::string abbreviation;  // the installer abbreviation; empty for "ServerName"
+    std::string abbreviation;  // the installer abbreviation; empty for the server name
     // Installer values, matched ignoring case and written in this spelling; empty where any
     // value is written as given.
     std::vector<std::string> allowedValues;
     std::string description;  // one sentence for an administrator
 };
 
-// Every element the reader acts on: the 29 installer settings in vocabulary order, then
-// "ServerName".
+// Every element the reader acts on: the 29 installer settings in vocabulary order, then the
+// SERVER_NAME row.
 const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
 
-// The row of an element name, in constant time; null for a name the reader ignores
-// (structural names such as "UpdatePolicy" and the root included).
+// The row of an element name, in constant time; null for a name the reader ignores (the
+// root and the update-policy section included).
 const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element);
 
 // The first row of a kind, in catalogue order; null when no row has it. SERVER_LIST and

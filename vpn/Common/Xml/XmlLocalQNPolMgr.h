@@ -49,7 +49,7 @@ struct LocalPolicySettingInfo;
 // One row of the policy vocabulary: what an installer abbreviation stands for.
 struct LocalPolicySetting {
     std::string tstrFullName;                  // the policy's element name in the document
-    bool bIsUpdatePolicy = false;              // written inside "UpdatePolicy"
+    bool bIsUpdatePolicy = false;              // written inside the update-policy section
     std::list<std::string> listAllowedValues;  // accepted values; empty accepts any value
 };
 

@@ -54,7 +54,8 @@ void XmlLocalQNPolMgr::addElement(const std::string& elementName) {
         return;
     }
     if (setting->kind == LocalPolicySettingKind::SERVER_LIST) {
-        // The list counts only inside "UpdatePolicy"; it never awaits text of its own.
+        // The list counts only inside the update-policy section; it never awaits text of its
+        // own.
         if (m_bUpdatePolicySection) {
             m_bAuthorizedServerList = true;
         }
