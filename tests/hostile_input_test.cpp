@@ -129,6 +129,14 @@ TEST(XmlParser, DeliversEventsInDocumentOrderOrFailsWithOneRecordNamingFileLineA
         {"<r><a>t</a><b x='\xC0\xAF'/><c/></r>", true, kMalformed, "<r|<a|=t|>a|", "column 18"},
         {"<r><a>t</a><!--\xED\xA0\x80--><c/></r>", true, kMalformed, "<r|<a|=t|>a|", "column 16"},
         {std::string(size_t{1} << 20, '\0'), true, kMalformed, "", "line 1, column 1"},
+        // Over a limit, in either mode: the record names the limit and the element.
+        {"<r>\n <" + std::string(XmlParser::kMaxNameBytes + 1, 'n') + "/></r>", false,
+         XMLPARSER_ERROR_LIMIT_EXCEEDED, "<r|",
+         "line 2, column 2: element name over the limit of 50000 bytes in element \"n{64}[.]{3}\""},
+        {"<r><a b='" + std::string(XmlParser::kMaxTextBytes + 1, 'v') + "'/></r>", true,
+         XMLPARSER_ERROR_LIMIT_EXCEEDED, "<r|",
+         "line 1, column 4: value of attribute \"b\" over the limit of 10000000 bytes in element "
+         "\"a\""},
         {dir.path(), true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
         {dir.path() + "missing.xml", true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
         {dir.path() + "fifo", true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
