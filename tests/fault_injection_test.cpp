@@ -80,6 +80,9 @@ class Armed {
 
 }  // namespace
 
+// The names are the linker's: --wrap=call sends the library's calls of call to __wrap_call,
+// and __real_call reaches the C library's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 int __real_open(const char* path, int flags, ...);
 int __real_openat(int dirFd, const char* path, int flags, ...);
@@ -93,23 +96,28 @@ int __real_renameat(int fromDir, const char* from, int toDir, const char* to);
 int __real_renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags);
 int __real_close(int fd);
 
-static mode_t modeArgument(int flags, va_list arguments) {
-    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE
-               ? static_cast<mode_t>(va_arg(arguments, int))
-               : 0;
+// The mode argument is there only when the file may be created.
+static bool takesMode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 int __wrap_open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeArgument(flags, arguments);
-    va_end(arguments);
+    mode_t mode = 0;
+    if (takesMode(flags)) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = static_cast<mode_t>(va_arg(arguments, int));
+        va_end(arguments);
+    }
     return intercept("open") ? -1 : __real_open(path, flags, mode);
 }
 int __wrap_openat(int dirFd, const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeArgument(flags, arguments);
-    va_end(arguments);
+    mode_t mode = 0;
+    if (takesMode(flags)) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = static_cast<mode_t>(va_arg(arguments, int));
+        va_end(arguments);
+    }
     return intercept("openat") ? -1 : __real_openat(dirFd, path, flags, mode);
 }
 int __wrap_fstat(int fd, struct stat* info) {
@@ -145,6 +153,7 @@ int __wrap_close(int fd) {
     return bFail ? -1 : result;
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
