@@ -49,7 +49,9 @@ struct ReplaceResult {
 // A failure before the final rename removes the temporary name and leaves path untouched. A
 // process killed in the instant between naming and renaming leaves the temporary name
 // behind; every later call removes each such name whose writer process no longer exists
-// (the pid in the name), never one of a writer still running.
+// (the pid in the name), never one of a writer still running. Writers sharing the directory
+// from another pid namespace are not told apart: removing such a writer's name only makes
+// its rename fail, which it reports, with the target untouched.
 ReplaceResult replaceFileAtomically(const std::string& path, const std::string& content,
                                     mode_t mode, ExistingFile existing);
 
