@@ -124,9 +124,21 @@ TEST_F(XmlWriter, StoringFailsWithOneRecordAndNeverLeavesAPartialFile) {
     EXPECT_EQ(run(missing, "r", "S|E"), QNCSAXWRITER_ERROR_FILE_WRITE);
     ASSERT_EQ(m_log.records().size(), 1U);
     EXPECT_NE(m_log.records()[0].message.find(missing + kName +
-                                              ": mkostemp failed: No such file or directory"),
+                                              ": open of the directory failed: No such file "
+                                              "or directory"),
               std::string::npos);
     EXPECT_EQ(run("", "r", "S|E"), QNCSAXWRITER_ERROR_BAD_PARAMETER);
+    // Asked to keep an existing file, the writer keeps it, silently: its caller reports it.
+    m_dir.write(kName, kOld);
+    m_log.clear();
+    QNCSaxWriter keeping(m_dir.path(), kName, "r");
+    keeping.keepExistingFile(true);
+    keeping.startDocument(nullptr);
+    keeping.endDocument();
+    EXPECT_EQ(keeping.writeDocument(), QNCSAXWRITER_ERROR_FILE_EXISTS);
+    EXPECT_EQ(qntest::readFile(path()), kOld);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_dir.path()), {}), 1);
+    EXPECT_TRUE(m_log.records().empty());
     EXPECT_FALSE(std::filesystem::exists(kName)) << "written to the working directory";
     // A write error part-way (the file-size limit) must not replace the old file.
     rlimit previous{};

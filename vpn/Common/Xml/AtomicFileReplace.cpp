@@ -1,61 +1,158 @@
-// Crash-safe whole-file replacement: temporary file, fsync, rename, directory fsync.
+// Crash-safe whole-file replacement: unnamed temporary file, fsync, name, rename, directory
+// fsync, all relative to one descriptor of the directory.
 
 #include "AtomicFileReplace.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <vector>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "AppLog.h"
+#include "ErrnoText.h"
+#include "UniqueFd.h"
 
 namespace {
 
-// A temporary file that is closed and removed on destruction unless it was renamed into
-// place, so that no failure path leaves it behind.
-class TempFile {
-  public:
-    TempFile() = default;
-    ~TempFile() {
-        closeFd();
-        if (!m_bCommitted && !m_path.empty()) {
-            ::unlink(m_path.c_str());
-        }
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
+constexpr char kSourceFile[] = "vpn/Common/Xml/AtomicFileReplace";
+// Attempts at a temporary name before giving up (another writer took each one first).
+constexpr int kNameAttempts = 16;
+constexpr char kSuffixAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+constexpr size_t kSuffixLength = 6;
 
-    // Creates the file from a mkstemp template; false with errno set on failure.
-    bool create(std::string pathTemplate) {
-        std::vector<char> buffer(pathTemplate.begin(), pathTemplate.end());
-        buffer.push_back('\0');
-        m_fd = ::mkostemp(buffer.data(), O_CLOEXEC);
-        if (m_fd < 0) {
-            return false;
-        }
-        m_path.assign(buffer.data());
-        return true;
-    }
-    int fd() const { return m_fd; }
-    const std::string& path() const { return m_path; }
-    // Closes the descriptor; false with errno set when close reports an error (a delayed
-    // write error on some file systems).
-    bool close() { return closeFd() == 0; }
-    void commit() { m_bCommitted = true; }
+qnfile::ReplaceResult outcome(qnfile::ReplaceOutcome eOutcome, const char* step) {
+    qnfile::ReplaceResult result;
+    result.outcome = eOutcome;
+    result.error = errno != 0 ? errno : EIO;
+    result.step = step;
+    return result;
+}
 
-  private:
-    int closeFd() {
-        if (m_fd < 0) {
+qnfile::ReplaceResult failure(const char* step) {
+    return outcome(qnfile::OUTCOME_FAILED, step);
+}
+
+// "<name>.<pid>." : the temporary names of this process for the file name are this prefix
+// followed by kSuffixLength characters of kSuffixAlphabet.
+std::string temporaryPrefix(const std::string& baseName, pid_t pid) {
+    return "." + baseName + "." + std::to_string(pid) + ".";
+}
+
+// A fresh temporary name; names differ between calls of one process (counter) and between
+// runs that reuse a pid (clock).
+std::string newTemporaryName(const std::string& baseName) {
+    static std::atomic<unsigned long> sg_counter{0};
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    unsigned long long mix =
+        static_cast<unsigned long long>(now.tv_nsec) ^
+        (static_cast<unsigned long long>(now.tv_sec) << 20) ^
+        (static_cast<unsigned long long>(sg_counter++) * 0x9E3779B97F4A7C15ULL);
+    std::string name = temporaryPrefix(baseName, ::getpid());
+    for (size_t i = 0; i < kSuffixLength; ++i) {
+        name.push_back(kSuffixAlphabet[mix % (sizeof(kSuffixAlphabet) - 1)]);
+        mix /= sizeof(kSuffixAlphabet) - 1;
+    }
+    return name;
+}
+
+// The pid of the writer that made entry, when entry is a temporary name for baseName;
+// 0 otherwise.
+pid_t temporaryNameOwner(const std::string& entry, const std::string& baseName) {
+    const std::string prefix = "." + baseName + ".";
+    if (entry.size() <= prefix.size() + 1 + kSuffixLength ||
+        entry.compare(0, prefix.size(), prefix) != 0) {
+        return 0;
+    }
+    const size_t dot = entry.size() - kSuffixLength - 1;
+    if (entry[dot] != '.' || dot == prefix.size() || dot - prefix.size() > 9) {
+        return 0;
+    }
+    pid_t pid = 0;
+    for (size_t i = prefix.size(); i < dot; ++i) {
+        if (entry[i] < '0' || entry[i] > '9') {
             return 0;
         }
-        const int result = ::close(m_fd);
-        m_fd = -1;
-        return result;
+        pid = pid * 10 + (entry[i] - '0');
     }
+    for (size_t i = dot + 1; i < entry.size(); ++i) {
+        if (std::string(kSuffixAlphabet).find(entry[i]) == std::string::npos) {
+            return 0;
+        }
+    }
+    return pid;
+}
 
-    int m_fd = -1;
-    std::string m_path;
-    bool m_bCommitted = false;
+// Removes every temporary name for baseName whose writer process no longer exists: what a
+// writer killed between naming and renaming left. A name whose pid is running is kept, even
+// when the pid was reused by another process since: removing a running writer's file would
+// make its rename fail, keeping a stray is harmless. Failures here do not stop the write;
+// they are logged.
+void removeStrayTemporaries(int dirFd, const std::string& baseName, const std::string& path) {
+    qnsys::UniqueFd listFd(::dup(dirFd));
+    DIR* dir = listFd.valid() ? ::fdopendir(listFd.get()) : nullptr;
+    if (dir == nullptr) {
+        const int error = errno;
+        CAppLog::LogDebugMessage("removeStrayTemporaries", kSourceFile, __LINE__,
+                                 Logging::DBG_Warning,
+                                 "Cannot list the directory of \"%s\" for stray temporary "
+                                 "files: %s",
+                                 path.c_str(), qnsys::errnoText(error).c_str());
+        return;
+    }
+    listFd.release();  // owned by dir now
+    ::rewinddir(dir);
+    while (const dirent* entry = ::readdir(dir)) {
+        const pid_t owner = temporaryNameOwner(entry->d_name, baseName);
+        if (owner == 0 || owner == ::getpid() || ::kill(owner, 0) == 0 || errno != ESRCH) {
+            continue;
+        }
+        struct stat info {};
+        if (::fstatat(dirFd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISREG(info.st_mode)) {
+            continue;
+        }
+        if (::unlinkat(dirFd, entry->d_name, 0) != 0 && errno != ENOENT) {
+            const int error = errno;
+            CAppLog::LogDebugMessage("removeStrayTemporaries", kSourceFile, __LINE__,
+                                     Logging::DBG_Warning,
+                                     "Cannot remove the stray temporary file \"%s\" beside "
+                                     "\"%s\": %s",
+                                     entry->d_name, path.c_str(), qnsys::errnoText(error).c_str());
+        }
+    }
+    ::closedir(dir);
+}
+
+// A temporary name in the directory, removed on destruction unless it was renamed away.
+class TemporaryName {
+  public:
+    explicit TemporaryName(int dirFd) : m_dirFd(dirFd) {}
+    ~TemporaryName() {
+        if (!m_name.empty()) {
+            const int savedErrno = errno;
+            ::unlinkat(m_dirFd, m_name.c_str(), 0);
+            errno = savedErrno;
+        }
+    }
+    TemporaryName(const TemporaryName&) = delete;
+    TemporaryName& operator=(const TemporaryName&) = delete;
+
+    void set(std::string name) { m_name = std::move(name); }
+    const char* c_str() const { return m_name.c_str(); }
+    // The name is gone (renamed over the target): nothing to remove.
+    void forget() { m_name.clear(); }
+
+  private:
+    int m_dirFd;
+    std::string m_name;
 };
 
 // Writes all of content, resuming after signals and short writes; false with errno set.
@@ -76,24 +173,62 @@ bool writeAll(int fd, const std::string& content) {
     return true;
 }
 
-// Fsyncs a directory so that a rename in it survives a crash; false with errno set.
-bool syncDirectory(const std::string& directory) {
-    const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool bSynced = ::fsync(fd) == 0;
-    const int savedErrno = errno;
-    ::close(fd);
-    errno = savedErrno;
-    return bSynced;
+// True when openat's error says the file system (or kernel) has no O_TMPFILE.
+bool tmpfileUnsupported(int error) {
+    return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
 }
 
-qnfile::ReplaceResult failure(const char* step) {
-    qnfile::ReplaceResult result;
-    result.error = errno != 0 ? errno : EIO;
-    result.step = step;
-    return result;
+// Creates the file under a fresh temporary name at once (no O_TMPFILE); fd invalid and
+// errno set on failure.
+qnsys::UniqueFd createNamed(int dirFd, const std::string& baseName, TemporaryName& rName) {
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const std::string name = newTemporaryName(baseName);
+        qnsys::UniqueFd fd(::openat(dirFd, name.c_str(),
+                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (fd.valid()) {
+            rName.set(name);
+            return fd;
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+    }
+    return qnsys::UniqueFd();
+}
+
+// Gives the unnamed file fd a fresh temporary name; false with errno set. Linking through
+// /proc needs no privilege; AT_EMPTY_PATH serves where /proc is not mounted.
+bool linkUnnamed(int fd, int dirFd, const std::string& baseName, TemporaryName& rName) {
+    const std::string procPath = "/proc/self/fd/" + std::to_string(fd);
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const std::string name = newTemporaryName(baseName);
+        int result = ::linkat(AT_FDCWD, procPath.c_str(), dirFd, name.c_str(), AT_SYMLINK_FOLLOW);
+        if (result != 0 && errno == ENOENT) {
+            result = ::linkat(fd, "", dirFd, name.c_str(), AT_EMPTY_PATH);
+        }
+        if (result == 0) {
+            rName.set(name);
+            return true;
+        }
+        if (errno != EEXIST) {
+            return false;
+        }
+    }
+    return false;
+}
+
+// Renames the temporary name to baseName unless baseName exists; false with errno set
+// (EEXIST: it exists). Where the file system has no RENAME_NOREPLACE, a hard link, which
+// fails on an existing name too, does the same.
+bool renameNoReplace(int dirFd, TemporaryName& rName, const std::string& baseName) {
+    if (::renameat2(dirFd, rName.c_str(), dirFd, baseName.c_str(), RENAME_NOREPLACE) == 0) {
+        rName.forget();
+        return true;
+    }
+    if (errno != EINVAL) {
+        return false;
+    }
+    return ::linkat(dirFd, rName.c_str(), dirFd, baseName.c_str(), 0) == 0;
 }
 
 }  // namespace
@@ -101,38 +236,69 @@ qnfile::ReplaceResult failure(const char* step) {
 namespace qnfile {
 
 ReplaceResult replaceFileAtomically(const std::string& path, const std::string& content,
-                                    mode_t mode) {
+                                    mode_t mode, ExistingFile existing) {
     const size_t slash = path.rfind('/');
-    const std::string directoryPrefix =
-        slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    const std::string directory = slash == std::string::npos ? std::string(".")
+                                  : slash == 0               ? std::string("/")
+                                                             : path.substr(0, slash);
     const std::string baseName = slash == std::string::npos ? path : path.substr(slash + 1);
-    const std::string directory = directoryPrefix.empty() ? std::string(".") : directoryPrefix;
 
-    TempFile temp;
-    if (!temp.create(directoryPrefix + "." + baseName + ".XXXXXX")) {
-        return failure("mkostemp");
+    const qnsys::UniqueFd dirFd(
+        ::openat(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dirFd.valid()) {
+        return failure("open of the directory");
     }
-    // mkostemp creates the file 0600; the mode is set explicitly so that the umask does not
-    // decide who may read the policy. It is set before the fsync so that the fsync makes it
-    // durable together with the content.
-    if (::fchmod(temp.fd(), mode) != 0) {
+    removeStrayTemporaries(dirFd.get(), baseName, path);
+
+    TemporaryName temporaryName(dirFd.get());
+    qnsys::UniqueFd fd(::openat(dirFd.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    const bool bUnnamed = fd.valid();
+    if (!bUnnamed) {
+        if (!tmpfileUnsupported(errno)) {
+            return failure("open of the temporary file");
+        }
+        fd = createNamed(dirFd.get(), baseName, temporaryName);
+        if (!fd.valid()) {
+            return failure("open of the temporary file");
+        }
+    }
+    // The file is created 0600; the mode is set explicitly so that the umask does not decide
+    // who may read the policy. It is set before the fsync, which makes it durable with the
+    // content.
+    if (::fchmod(fd.get(), mode) != 0) {
         return failure("fchmod");
     }
-    if (!writeAll(temp.fd(), content)) {
+    if (!writeAll(fd.get(), content)) {
         return failure("write");
     }
-    if (::fsync(temp.fd()) != 0) {
+    if (::fsync(fd.get()) != 0) {
         return failure("fsync");
     }
-    if (!temp.close()) {
+    if (bUnnamed && !linkUnnamed(fd.get(), dirFd.get(), baseName, temporaryName)) {
+        return failure("link of the temporary file");
+    }
+    // Closed before the file takes the target's name, so that a delayed write error (some
+    // network file systems report them only here) still leaves the old file in place.
+    if (!fd.close()) {
         return failure("close");
     }
-    if (::rename(temp.path().c_str(), path.c_str()) != 0) {
-        return failure("rename");
+    if (existing == EXISTING_KEEP) {
+        if (!renameNoReplace(dirFd.get(), temporaryName, baseName)) {
+            if (errno == EEXIST) {
+                ReplaceResult kept;
+                kept.outcome = OUTCOME_KEPT;
+                return kept;
+            }
+            return failure("rename");
+        }
+    } else {
+        if (::renameat(dirFd.get(), temporaryName.c_str(), dirFd.get(), baseName.c_str()) != 0) {
+            return failure("rename");
+        }
+        temporaryName.forget();
     }
-    temp.commit();
-    if (!syncDirectory(directory)) {
-        return failure("fsync of the directory");
+    if (::fsync(dirFd.get()) != 0) {
+        return outcome(OUTCOME_NOT_SYNCED, "fsync of the directory");
     }
     return ReplaceResult();
 }

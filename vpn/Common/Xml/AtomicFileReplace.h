@@ -3,8 +3,9 @@
 
 // Crash-safe replacement of a whole file. Internal to the XML layer: not installed.
 //
-//   qnfile::ReplaceResult result = qnfile::replaceFileAtomically(path, content, 0644);
-//   if (!result.ok()) { log result.step and result.error (an errno value) }
+//   qnfile::ReplaceResult result =
+//       qnfile::replaceFileAtomically(path, content, 0644, qnfile::EXISTING_REPLACE);
+//   switch (result.outcome) { ... }   // on a failure, result.step and result.error (errno)
 
 #include <sys/types.h>
 
@@ -12,26 +13,47 @@
 
 namespace qnfile {
 
-// The outcome of a replacement: error is 0 on success, otherwise the errno value of the
-// system call named by step.
-struct ReplaceResult {
-    int error = 0;
-    const char* step = "";
-    bool ok() const { return error == 0; }
+// What to do when the target exists at the moment the new file is given its name.
+enum ExistingFile {
+    EXISTING_REPLACE,  // the new file replaces it
+    EXISTING_KEEP,     // it stays, whenever it appeared; the new file is dropped
 };
 
-// Makes path hold exactly content, with the given mode, such that a crash at any moment
-// leaves either the complete previous file or the complete new one. The content goes to a
-// temporary file created beside path (".<name>.XXXXXX", same directory and so the same file
-// system), which is written, given mode, fsynced and renamed over path; then the directory is
-// fsynced so that the rename itself is durable.
+enum ReplaceOutcome {
+    OUTCOME_WRITTEN,     // the target holds the new content, durably
+    OUTCOME_KEPT,        // EXISTING_KEEP and the target existed: nothing changed
+    OUTCOME_NOT_SYNCED,  // the target holds the new content; the directory sync failed
+    OUTCOME_FAILED,      // the target is untouched; step and error say why
+};
+
+// The outcome, and for OUTCOME_FAILED and OUTCOME_NOT_SYNCED the system call that failed
+// (step) and its errno value (error).
+struct ReplaceResult {
+    ReplaceOutcome outcome = OUTCOME_WRITTEN;
+    int error = 0;
+    const char* step = "";
+};
+
+// Makes path hold exactly content, with the given mode, such that a process killed or a
+// machine crashing at any moment leaves either the complete previous file or the complete
+// new one.
 //
-// On a failure before the rename, the temporary file is removed and path is untouched. A
-// failure of the final directory fsync is reported too: path then already holds the new
-// content, but its durability was not confirmed. A process killed between creating and
-// renaming the temporary file leaves that hidden temporary file behind; path stays intact.
+// Every step works relative to one descriptor of path's directory, opened once, so a
+// directory (or a link to it) swapped meanwhile cannot redirect a later step. The content
+// goes into an unnamed file in that directory (O_TMPFILE), which is given mode, written and
+// fsynced, then linked under a temporary name (".<name>.<pid>.<random>"), closed, and renamed
+// over path (EXISTING_KEEP: renamed only if path does not exist, atomically, so that a file
+// created meanwhile by another writer is never replaced); last the directory is fsynced.
+// Where the file system refuses O_TMPFILE, the temporary name is created at once instead.
+//
+// A failure before the final rename removes the temporary name and leaves path untouched. A
+// process killed in the instant between naming and renaming leaves the temporary name
+// behind; every later call removes each such name whose writer process no longer exists
+// (the pid in the name), never one of a writer still running. Writers sharing the directory
+// from another pid namespace are not told apart: removing such a writer's name only makes
+// its rename fail, which it reports, with the target untouched.
 ReplaceResult replaceFileAtomically(const std::string& path, const std::string& content,
-                                    mode_t mode);
+                                    mode_t mode, ExistingFile existing);
 
 }  // namespace qnfile
 

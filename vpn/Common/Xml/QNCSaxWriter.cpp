@@ -7,6 +7,7 @@
 
 #include "AppLog.h"
 #include "AtomicFileReplace.h"
+#include "ErrnoText.h"
 #include "XmlWriterSyntax.h"
 
 namespace {
@@ -17,12 +18,6 @@ constexpr size_t kIndentWidth = 4;
 constexpr size_t kInitialCapacity = 4096;
 // World-readable: every user's client reads the policy; only its owner may change it.
 constexpr mode_t kFileMode = 0644;
-
-std::string errnoText(int error) {
-    char buffer[256];
-    // The GNU strerror_r returns the message, which need not be in buffer.
-    return std::string(strerror_r(error, buffer, sizeof(buffer)));
-}
 
 }  // namespace
 
@@ -140,14 +135,29 @@ STATUSCODE QNCSaxWriter::writeDocument() {
         return fail("writeDocument", __LINE__, QNCSAXWRITER_ERROR_BAD_PARAMETER,
                     "no directory was given");
     }
-    const qnfile::ReplaceResult result =
-        qnfile::replaceFileAtomically(m_tstrPath, m_tstrDocument, kFileMode);
-    if (!result.ok()) {
-        // Not recorded: a later writeDocument may succeed once the cause is fixed.
-        return fail("writeDocument", __LINE__, QNCSAXWRITER_ERROR_FILE_WRITE,
-                    std::string(result.step) + " failed: " + errnoText(result.error));
+    const qnfile::ReplaceResult result = qnfile::replaceFileAtomically(
+        m_tstrPath, m_tstrDocument, kFileMode,
+        m_bKeepExisting ? qnfile::EXISTING_KEEP : qnfile::EXISTING_REPLACE);
+    // None is recorded: a later writeDocument may succeed once the cause is fixed.
+    switch (result.outcome) {
+        case qnfile::OUTCOME_WRITTEN:
+            return QNCSAXWRITER_SUCCESS;
+        case qnfile::OUTCOME_KEPT:
+            // Not a failure of this writer, so not logged as one: the caller reports it.
+            return QNCSAXWRITER_ERROR_FILE_EXISTS;
+        case qnfile::OUTCOME_NOT_SYNCED:
+            CAppLog::LogDebugMessage(
+                "writeDocument", kSourceFile, __LINE__, Logging::DBG_Warning,
+                "Replaced XML document %s, but %s failed: %s; the new document may not "
+                "survive a crash (status 0x%08lX)",
+                m_tstrPath.c_str(), result.step, qnsys::errnoText(result.error).c_str(),
+                static_cast<unsigned long>(QNCSAXWRITER_ERROR_NOT_SYNCED));
+            return QNCSAXWRITER_ERROR_NOT_SYNCED;
+        case qnfile::OUTCOME_FAILED:
+            break;
     }
-    return QNCSAXWRITER_SUCCESS;
+    return fail("writeDocument", __LINE__, QNCSAXWRITER_ERROR_FILE_WRITE,
+                std::string(result.step) + " failed: " + qnsys::errnoText(result.error));
 }
 
 STATUSCODE QNCSaxWriter::openElement(const char* function, const std::string& tstrName,

@@ -26,9 +26,17 @@ enum QNCSAXWRITER_ERRORS : STATUSCODE {
     QNCSAXWRITER_ERROR_MISMATCHED_END = QNCSAXWRITER_NOTERROR_BASEVALUE + 14,
     // A call out of document order, or text and child elements mixed in one element:
     QNCSAXWRITER_ERROR_CALL_ORDER = QNCSAXWRITER_NOTERROR_BASEVALUE + 15,
-    // The file could not be stored (the log names the system call and its error):
+    // The file could not be stored (the log names the system call and its error); the old
+    // file, if any, is untouched:
     QNCSAXWRITER_ERROR_FILE_WRITE = QNCSAXWRITER_NOTERROR_BASEVALUE + 16,
-    QNCSAXWRITER_ERROR_UNKNOWN = QNCSAXWRITER_NOTERROR_BASEVALUE + 17,
+    // The file was replaced by the new document, but the sync of its directory failed, so
+    // the replacement may not survive a crash of the machine. Not a rollback case: the
+    // file on disk is the new one.
+    QNCSAXWRITER_ERROR_NOT_SYNCED = QNCSAXWRITER_NOTERROR_BASEVALUE + 17,
+    // keepExistingFile(true) and the file existed when the new one was to take its name
+    // (whenever it appeared): the existing file was kept, nothing was written.
+    QNCSAXWRITER_ERROR_FILE_EXISTS = QNCSAXWRITER_NOTERROR_BASEVALUE + 18,
+    QNCSAXWRITER_ERROR_UNKNOWN = QNCSAXWRITER_NOTERROR_BASEVALUE + 19,
 };
 
 // QNCSaxWriter builds one XML document from start, text and end calls and stores it in one
@@ -53,11 +61,14 @@ enum QNCSAXWRITER_ERRORS : STATUSCODE {
 // become part of its text. The first failure is logged and recorded; later calls then do
 // nothing and return it, and writeDocument returns it without touching the disk.
 //
-// writeDocument replaces the file crash-safely (temporary file in the same directory, fsync,
-// rename, directory fsync): the file is either the complete old one or the complete new
-// one, never a mixture, and no temporary file is left after a failure. The file gets mode
-// 0644 regardless of the umask. A path without a directory part is refused rather than
-// written relative to the working directory.
+// writeDocument replaces the file crash-safely (unnamed temporary file in the same directory,
+// fsync, rename, directory fsync; see AtomicFileReplace.h): the file is either the complete
+// old one or the complete new one, never a mixture, no temporary file is left after a
+// failure, and a killed writer's stray is removed by the next write. The file gets mode 0644
+// regardless of the umask. A path without a directory part is refused rather than written
+// relative to the working directory. Outcomes: 0 written; QNCSAXWRITER_ERROR_FILE_EXISTS
+// kept (keepExistingFile only); QNCSAXWRITER_ERROR_NOT_SYNCED replaced but durability not
+// confirmed; QNCSAXWRITER_ERROR_FILE_WRITE not written; a refused document's own status.
 class QNCSaxWriter {
   public:
     QNCSaxWriter(const std::string& tstrDirectory, const std::string& tstrFileName,
@@ -72,6 +83,11 @@ class QNCSaxWriter {
     virtual STATUSCODE endElement(const std::string& tstrName);
     virtual STATUSCODE endDocument();
     virtual STATUSCODE writeDocument();
+
+    // With true, writeDocument never replaces an existing file, even one created by another
+    // writer while this one was writing: it reports QNCSAXWRITER_ERROR_FILE_EXISTS instead.
+    // The default is false: the file is replaced.
+    void keepExistingFile(bool bKeep) { m_bKeepExisting = bKeep; }
 
   private:
     enum DOCUMENT_STATE { DOCUMENT_NOT_STARTED, DOCUMENT_OPEN, DOCUMENT_ENDED };
@@ -101,6 +117,7 @@ class QNCSaxWriter {
     std::vector<OpenElement> m_openElements;
     DOCUMENT_STATE m_eState;
     bool m_bStartTagPending;
+    bool m_bKeepExisting = false;
     STATUSCODE m_status;
 };
 

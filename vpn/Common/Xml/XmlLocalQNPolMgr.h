@@ -133,8 +133,11 @@ class XmlLocalQNPolMgr : public XmlMgr {
     void initializePolicyMap();
     bool valueIsAllowed(const LocalPolicySetting& policy, std::string& policyValue) const;
 
+    // bReplaceExisting false: a file that exists when the new one is to take its name (even
+    // one created meanwhile) is kept, as GenerateLocalPolicy keeps one found at its start.
     bool writeLocalPolicy(const std::map<std::string, std::string>& policyMap,
-                          const std::map<std::string, std::string>& updatePolicyMap) const;
+                          const std::map<std::string, std::string>& updatePolicyMap,
+                          bool bReplaceExisting = true) const;
 
     bool m_bFileUseFIPSMode;
     RETAINED_FIPS_MODE m_retainedFipsMode;

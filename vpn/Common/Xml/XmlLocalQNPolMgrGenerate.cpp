@@ -22,6 +22,14 @@ constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-in
 constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
 constexpr char kServerListDelimiters[] = ",;";
 
+// Without overwrite, an existing policy file is kept, whether it was there when generation
+// began or appeared while the new one was being written.
+void logExistingFileKept(int line) {
+    CAppLog::LogDebugMessage(
+        "GenerateLocalPolicy", qnpolicy::kAppLogSourceFile, line, Logging::DBG_Warning,
+        "Local Security Policy file already exists and therefore will not be generated");
+}
+
 }  // namespace
 
 bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs, bool overwrite) {
@@ -30,9 +38,7 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
         return false;
     }
     if (!overwrite && LocalPolicyFileExists()) {
-        APPLOG_MESSAGE(
-            DBG_Warning,
-            "Local Security Policy file already exists and therefore will not be generated");
+        logExistingFileKept(__LINE__);
         return true;
     }
 
@@ -79,14 +85,15 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
         }
         storedValue = policyValue;
     }
-    return writeLocalPolicy(policiesToGen, updatePoliciesToGen);
+    return writeLocalPolicy(policiesToGen, updatePoliciesToGen, overwrite);
 }
 
-bool XmlLocalQNPolMgr::writeLocalPolicy(
-    const std::map<std::string, std::string>& policyMap,
-    const std::map<std::string, std::string>& updatePolicyMap) const {
+bool XmlLocalQNPolMgr::writeLocalPolicy(const std::map<std::string, std::string>& policyMap,
+                                        const std::map<std::string, std::string>& updatePolicyMap,
+                                        bool bReplaceExisting) const {
     QNCSaxWriter xmlWriter(getLocalSecurityPolicyDir(), qnpolicy::kPolicyFileName,
                            qnpolicy::kRootElement);
+    xmlWriter.keepExistingFile(!bReplaceExisting);
     TStrPairList rootAttrs;
     rootAttrs.emplace_back("xmlns", kSoapEncodingNamespace);
     rootAttrs.emplace_back("xmlns:xsi", kSchemaInstanceNamespace);
@@ -131,6 +138,12 @@ bool XmlLocalQNPolMgr::writeLocalPolicy(
     xmlWriter.endDocument();
 
     const STATUSCODE status = xmlWriter.writeDocument();
+    if (status == QNCSAXWRITER_ERROR_FILE_EXISTS) {
+        logExistingFileKept(__LINE__);  // another writer's file appeared meanwhile
+        return true;
+    }
+    // QNCSAXWRITER_ERROR_NOT_SYNCED too is reported with its status: the file holds the new
+    // document, but the result stays false because its durability is not confirmed.
     if (status != QNCSAXWRITER_SUCCESS) {
         APPLOG_RETURN_CODE(DBG_Error, "QNCSaxWriter::writeDocument", status);
         return false;

@@ -13,8 +13,11 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <vector>
 
 #include "AppLog.h"
+#include "ErrnoText.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -34,11 +37,28 @@ constexpr size_t kMaxFeed = size_t{1} << 30;
 // pieces of kMinFeed that stay in the cache beat one large buffer.
 constexpr size_t kSingleFeedLimit = kMinFeed;
 
+// Element names quoted in a log record are cut to this many bytes: a name may be as long as
+// XmlParser::kMaxNameBytes.
+constexpr size_t kQuotedNameBytes = 64;
+
 // The position of a parse event, 1-based as editors show it.
 struct Position {
     unsigned long line = 0;
     unsigned long column = 0;
 };
+
+// name cut to kQuotedNameBytes at a UTF-8 character boundary, marked "..." when cut.
+std::string quotedName(const char* name) {
+    std::string quoted(name, ::strnlen(name, kQuotedNameBytes + 1));
+    if (quoted.size() <= kQuotedNameBytes) {
+        return quoted;
+    }
+    size_t cut = kQuotedNameBytes;
+    while (cut > 0 && (static_cast<unsigned char>(quoted[cut]) & 0xC0) == 0x80) {
+        --cut;
+    }
+    return quoted.substr(0, cut) + "...";
+}
 
 }  // namespace
 
@@ -46,16 +66,24 @@ struct Position {
 // the requested length unless the input ends first.
 class XmlParser::Source {
   public:
-    Source(int fd, size_t size) : m_fd(fd), m_size(size) {}
-    Source(const char* data, size_t size) : m_data(data), m_size(size) {}
+    // A file grows while it is read if someone writes it in place; the document is then
+    // not the one that was opened, and reading it to its end could take without bound. So
+    // no more than its size at open plus kGrowthBytes is accepted.
+    Source(int fd, size_t size) : m_fd(fd), m_size(size), m_limit(size + kGrowthBytes) {}
+    Source(const char* data, size_t size) : m_data(data), m_size(size), m_limit(size) {}
 
-    // The document's size when it was opened; a growing file is still read to its end.
+    // The document's size when it was opened.
     size_t size() const { return m_size; }
+    // The most bytes accepted; a source that had more to give has overflowed().
+    size_t limit() const { return m_limit; }
+    bool overflowed() const { return m_offset > m_limit; }
 
-    // Copies up to want bytes to dst; rGot < want only at the end of the input. False, with
-    // errno in rError, when reading failed.
+    // Copies up to want bytes to dst; rGot < want only at the end of the input or once it
+    // has overflowed(). False, with errno in rError, when reading failed.
     bool read(char* dst, size_t want, size_t& rGot, int& rError) {
         rGot = 0;
+        // One byte past the limit is read to tell a file that ends there from one that grew.
+        want = std::min(want, m_limit + 1 - std::min(m_offset, m_limit + 1));
         if (m_fd < 0) {
             rGot = std::min(want, m_size - m_offset);
             std::memcpy(dst, m_data + m_offset, rGot);
@@ -87,6 +115,7 @@ class XmlParser::Source {
     int m_fd = -1;
     const char* m_data = nullptr;
     size_t m_size = 0;
+    size_t m_limit = 0;
     size_t m_offset = 0;
 };
 
@@ -95,7 +124,7 @@ class XmlParser::Source {
 class XmlParser::Session {
   public:
     // Why the parse was stopped from inside a callback.
-    enum StopReason { STOP_NONE, STOP_DOCTYPE, STOP_ENTITY, STOP_EXCEPTION };
+    enum StopReason { STOP_NONE, STOP_DOCTYPE, STOP_ENTITY, STOP_LIMIT, STOP_EXCEPTION };
 
     Session(XmlMgr* pXmlMgr, bool bSecure)
         : m_pXmlMgr(pXmlMgr), m_parser(XML_ParserCreate(nullptr)) {
@@ -126,6 +155,42 @@ class XmlParser::Session {
     Position currentPosition() const {
         return {XML_GetCurrentLineNumber(m_parser.get()),
                 XML_GetCurrentColumnNumber(m_parser.get()) + 1};
+    }
+
+    // The innermost open element, as quoted in a record.
+    std::string openElement() const {
+        return m_openNames.empty() ? std::string("(before the root element)")
+                                   : "\"" + m_openNames.back() + "\"";
+    }
+
+    // Text of what is over which limit, for a record: "<what> over the limit of <limit>
+    // <unit> in element "<name>"".
+    static std::string overLimit(const char* what, size_t limit, const char* unit,
+                                 const std::string& element) {
+        return std::string(what) + " over the limit of " + std::to_string(limit) + " " + unit +
+               " in element " + element;
+    }
+
+    // Refuses a start tag over a limit: its name, its depth, an attribute name or value.
+    // Empty when the tag is within every limit.
+    std::string startTagOverLimit(const XML_Char* name, const XML_Char** atts) const {
+        const std::string element = "\"" + quotedName(name) + "\"";
+        if (std::strlen(name) > kMaxNameBytes) {
+            return overLimit("element name", kMaxNameBytes, "bytes", element);
+        }
+        if (m_openNames.size() >= kMaxDepth) {
+            return overLimit("nesting", kMaxDepth, "levels", element);
+        }
+        for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
+            if (std::strlen(att[0]) > kMaxNameBytes) {
+                return overLimit("attribute name", kMaxNameBytes, "bytes", element);
+            }
+            if (std::strlen(att[1]) > kMaxTextBytes) {
+                return overLimit(("value of attribute \"" + quotedName(att[0]) + "\"").c_str(),
+                                 kMaxTextBytes, "bytes", element);
+            }
+        }
+        return std::string();
     }
 
   private:
@@ -163,7 +228,10 @@ class XmlParser::Session {
     // element collects text until its end tag or its first child.
     static void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** atts) {
         Session& s = self(userData);
+        s.refuseOverLimit([&s, name, atts] { return s.startTagOverLimit(name, atts); });
         s.deliver([&s, name, atts] {
+            s.m_textRun = 0;
+            s.m_openNames.push_back(quotedName(name));
             s.m_text.clear();
             s.m_bLeafOpen = true;
             s.m_name.assign(name);
@@ -186,15 +254,25 @@ class XmlParser::Session {
             }
             s.m_bLeafOpen = false;
             s.m_text.clear();
+            s.m_textRun = 0;
+            if (!s.m_openNames.empty()) {
+                s.m_openNames.pop_back();
+            }
             s.m_name.assign(name);
             s.m_pXmlMgr->endElement(s.m_name);
         });
     }
 
     // Character data arrives in pieces (decoded references, CDATA sections and plain text
-    // alike); only a leaf's pieces are kept.
+    // alike); only a leaf's pieces are kept, but every run of text between two tags counts
+    // towards the text limit.
     static void XMLCALL onText(void* userData, const XML_Char* text, int length) {
         Session& s = self(userData);
+        s.m_textRun += static_cast<size_t>(length);
+        if (s.m_textRun > kMaxTextBytes) {
+            s.refuseOverLimit(
+                [&s] { return overLimit("text", kMaxTextBytes, "bytes", s.openElement()); });
+        }
         if (s.m_bLeafOpen && s.m_eStopReason == STOP_NONE) {
             s.deliver([&s, text, length] { s.m_text.append(text, static_cast<size_t>(length)); });
         }
@@ -209,6 +287,23 @@ class XmlParser::Session {
         }
         try {
             stop(reason, detail());
+        } catch (...) {
+            m_exception = std::current_exception();
+            stop(STOP_EXCEPTION, std::string());
+        }
+    }
+
+    // Stops the parse when overLimit() names a limit that was passed.
+    template <typename OverLimit>
+    void refuseOverLimit(OverLimit overLimit) {
+        if (m_eStopReason != STOP_NONE) {
+            return;
+        }
+        try {
+            std::string detail = overLimit();
+            if (!detail.empty()) {
+                stop(STOP_LIMIT, std::move(detail));
+            }
         } catch (...) {
             m_exception = std::current_exception();
             stop(STOP_EXCEPTION, std::string());
@@ -240,10 +335,12 @@ class XmlParser::Session {
 
     XmlMgr* m_pXmlMgr;
     std::unique_ptr<XML_ParserStruct, ParserFree> m_parser;
-    std::string m_text;           // the text of the open leaf so far
-    bool m_bLeafOpen = false;     // an element is open and has no child yet
-    std::string m_name;           // reused for every element name handed out
-    std::string m_attributeName;  // reused for every attribute handed out
+    std::string m_text;                    // the text of the open leaf so far
+    size_t m_textRun = 0;                  // bytes of text since the last tag
+    bool m_bLeafOpen = false;              // an element is open and has no child yet
+    std::vector<std::string> m_openNames;  // the open elements, names cut for quoting
+    std::string m_name;                    // reused for every element name handed out
+    std::string m_attributeName;           // reused for every attribute handed out
     std::string m_attributeValue;
     StopReason m_eStopReason = STOP_NONE;
     Position m_stopPosition;
@@ -272,23 +369,21 @@ STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
     // O_NONBLOCK: opening a FIFO without a writer must not wait. Links are followed; what
     // the path finally names must be a regular file, so a device (/dev/zero) or a directory
     // is refused before a byte is read.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
+    const qnsys::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.valid()) {
         const int error = errno;
         CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot open \"%s\": %s", path.c_str(), std::strerror(error));
+                                 "Cannot open \"%s\": open failed: %s", path.c_str(),
+                                 qnsys::errnoText(error).c_str());
         return XMLPARSER_ERROR_FILE_OPEN;
     }
-    struct FdCloser {
-        int fd;
-        ~FdCloser() { ::close(fd); }
-    } closer{fd};
 
     struct stat info {};
-    if (::fstat(fd, &info) != 0) {
+    if (::fstat(fd.get(), &info) != 0) {
         const int error = errno;
         CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot examine \"%s\": %s", path.c_str(), std::strerror(error));
+                                 "Cannot examine \"%s\": fstat failed: %s", path.c_str(),
+                                 qnsys::errnoText(error).c_str());
         return XMLPARSER_ERROR_FILE_OPEN;
     }
     if (!S_ISREG(info.st_mode)) {
@@ -296,7 +391,7 @@ STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
                                  "Cannot parse \"%s\": not a regular file", path.c_str());
         return XMLPARSER_ERROR_FILE_OPEN;
     }
-    Source source(fd, static_cast<size_t>(info.st_size));
+    Source source(fd.get(), static_cast<size_t>(info.st_size));
     return parse(source, bSecure, path, "parseFile");
 }
 
@@ -344,8 +439,16 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
         int error = 0;
         if (!source.read(static_cast<char*>(buffer), want, got, error)) {
             CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Reading \"%s\" failed after %zu bytes: %s", name.c_str(),
-                                     source.offset(), std::strerror(error));
+                                     "Reading \"%s\" failed after %zu bytes: read failed: %s",
+                                     name.c_str(), source.offset(),
+                                     qnsys::errnoText(error).c_str());
+            return XMLPARSER_ERROR_FILE_READ;
+        }
+        if (source.overflowed()) {
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Refused \"%s\": it grew past %zu bytes while it was read "
+                                     "(%zu bytes when it was opened)",
+                                     name.c_str(), source.limit(), source.size());
             return XMLPARSER_ERROR_FILE_READ;
         }
         const bool bFinal = got < want;
@@ -361,6 +464,17 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
         const size_t pending = parsed >= 0 && static_cast<size_t>(parsed) <= source.offset()
                                    ? source.offset() - static_cast<size_t>(parsed)
                                    : 0;
+        if (pending > kMaxMarkupBytes) {
+            const Position at = session.currentPosition();
+            CAppLog::LogDebugMessage(
+                function, kSourceFile, __LINE__, Logging::DBG_Error,
+                "Refused \"%s\" at line %lu, column %lu: %s", name.c_str(), at.line, at.column,
+                Session::overLimit("markup (a start tag with its attributes, a comment or a "
+                                   "processing instruction)",
+                                   kMaxMarkupBytes, "bytes", session.openElement())
+                    .c_str());
+            return XMLPARSER_ERROR_LIMIT_EXCEEDED;
+        }
         want = std::clamp(pending, kMinFeed, kMaxFeed);
     }
 
@@ -381,6 +495,11 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                                      name.c_str(), stopped.line, stopped.column,
                                      session.stopDetail().c_str());
             return XMLPARSER_ERROR_ENTITY_REFUSED;
+        case Session::STOP_LIMIT:
+            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
+                                     "Refused \"%s\" at line %lu, column %lu: %s", name.c_str(),
+                                     stopped.line, stopped.column, session.stopDetail().c_str());
+            return XMLPARSER_ERROR_LIMIT_EXCEEDED;
         case Session::STOP_EXCEPTION:
             CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
                                      "Parsing \"%s\" stopped at line %lu, column %lu: the event "

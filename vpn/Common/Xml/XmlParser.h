@@ -28,7 +28,10 @@ enum XMLPARSER_ERRORS : STATUSCODE {
     XMLPARSER_ERROR_DOCTYPE_REFUSED = XMLPARSER_NOTERROR_BASEVALUE + 14,
     // An external, undeclared or over-amplified entity.
     XMLPARSER_ERROR_ENTITY_REFUSED = XMLPARSER_NOTERROR_BASEVALUE + 15,
-    XMLPARSER_ERROR_UNKNOWN = XMLPARSER_NOTERROR_BASEVALUE + 16,
+    // A text, name, attribute value, piece of markup or nesting depth over its limit (the
+    // limits are XmlParser's constants).
+    XMLPARSER_ERROR_LIMIT_EXCEEDED = XMLPARSER_NOTERROR_BASEVALUE + 16,
+    XMLPARSER_ERROR_UNKNOWN = XMLPARSER_NOTERROR_BASEVALUE + 17,
 };
 
 // XmlParser parses one XML document and delivers its events to an XmlMgr handler on the
@@ -38,13 +41,35 @@ enum XMLPARSER_ERRORS : STATUSCODE {
 //   if (parser.parseFile(path, true) != XMLPARSER_SUCCESS) { ... }  // the reason is logged
 //
 // The input is streamed: memory grows with the largest single token or leaf text, not with
-// the document. With bSecure a document type declaration is refused before any element is
-// delivered; without it a DTD is tolerated, but nothing outside the document (external DTD
-// subset, external or parameter entity) is ever read: a reference to one fails the parse.
-// Every failure is logged once, naming the document, line, column and reason. An exception
+// the document, and both are bounded. In both modes the parser refuses, with
+// XMLPARSER_ERROR_LIMIT_EXCEEDED and one record naming the limit, the element, the line and
+// the column:
+//   - a text of one element (the character data between two tags, entities expanded) over
+//     kMaxTextBytes, an attribute value over kMaxTextBytes, an element or attribute name
+//     over kMaxNameBytes, and nesting deeper than kMaxDepth elements;
+//   - a piece of markup over kMaxMarkupBytes (a start tag with all its attributes, a
+//     comment, a processing instruction, a declaration), checked while expat is still
+//     collecting it, so that a huge attribute value is refused before it is held whole.
+// A file that grows while it is read is read up to its size at open plus kGrowthBytes, then
+// refused (XMLPARSER_ERROR_FILE_READ). Altogether a parse holds at most a few times
+// kMaxMarkupBytes, whatever the input. With bSecure a document type declaration is refused before
+// any element is delivered; without it a DTD is tolerated, but nothing outside the document
+// (external DTD subset, external or parameter entity) is ever read: a reference to one fails the
+// parse. Every failure is logged once, naming the document, line, column and reason. An exception
 // thrown by the handler stops the parse and passes on to the caller of parseFile.
 class XmlParser {
   public:
+    // The limits, chosen at or a little above those the most trusted XML parsers ship by
+    // default (10,000,000 bytes of text, 50,000 bytes of name, 256 levels): far beyond any
+    // policy file, far below what would strain a client machine.
+    static constexpr size_t kMaxTextBytes = 10000000;
+    static constexpr size_t kMaxNameBytes = 50000;
+    static constexpr size_t kMaxDepth = 256;
+    // One attribute value at the text limit, with its element's and its own name at theirs,
+    // always fits; several large values in one start tag may not.
+    static constexpr size_t kMaxMarkupBytes = kMaxTextBytes + 2 * kMaxNameBytes + 64;
+    static constexpr size_t kGrowthBytes = size_t{64} << 10;
+
     // The handler is remembered, not owned; it must outlive the parser.
     explicit XmlParser(XmlMgr* pXmlMgr);
     virtual ~XmlParser();

@@ -1,0 +1,500 @@
+// System-call faults on the write and read paths. The suite is linked with the library's
+// calls wrapped (-Wl,--wrap, see CMakeLists.txt): each wrapper passes straight through unless
+// a test has armed it, and then records the call, makes a chosen call fail with a realistic
+// errno, runs a hook before it, or kills the process at it.
+//
+// For every call of a write in turn: the old file is byte for byte unchanged, or the new one
+// complete; no temporary name remains; the status and the one record name the failing step;
+// nothing throws. Killed at every call: never a partial document, a stray name only in the
+// instant between naming and renaming, and none after the next write.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ErrnoText.h"
+#include "PolicyDocumentFixture.h"
+#include "QNCSaxWriter.h"
+#include "XmlParser.h"
+
+namespace {
+
+// What the wrappers do while armed. Calls are counted from 0 in the order they are made.
+struct Plan {
+    bool bArmed = false;
+    std::vector<std::string> calls;                 // every call seen, by name
+    std::map<size_t, int> failures;                 // call index -> errno to fail with
+    std::map<size_t, std::function<void()>> hooks;  // call index -> run before the call
+    size_t killAt = static_cast<size_t>(-1);        // call index to die at
+};
+Plan g_plan;
+
+// True when the call named must fail (errno set). Counts the call.
+bool intercept(const char* name) {
+    if (!g_plan.bArmed) {
+        return false;
+    }
+    const size_t index = g_plan.calls.size();
+    g_plan.calls.emplace_back(name);
+    const auto hook = g_plan.hooks.find(index);
+    if (hook != g_plan.hooks.end()) {
+        g_plan.bArmed = false;  // the hook's own calls go through untouched
+        hook->second();
+        g_plan.bArmed = true;
+    }
+    if (index == g_plan.killAt) {
+        ::kill(::getpid(), SIGKILL);
+    }
+    const auto failure = g_plan.failures.find(index);
+    if (failure == g_plan.failures.end()) {
+        return false;
+    }
+    errno = failure->second;
+    return true;
+}
+
+// Arms the plan for its lifetime.
+class Armed {
+  public:
+    explicit Armed(Plan plan) {
+        g_plan = std::move(plan);
+        g_plan.bArmed = true;
+    }
+    ~Armed() { g_plan.bArmed = false; }
+    Armed(const Armed&) = delete;
+    Armed& operator=(const Armed&) = delete;
+};
+
+}  // namespace
+
+// The names are the linker's: --wrap=call sends the library's calls of call to __wrap_call,
+// and __real_call reaches the C library's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+int __real_open(const char* path, int flags, ...);
+int __real_openat(int dirFd, const char* path, int flags, ...);
+int __real_fstat(int fd, struct stat* info);
+ssize_t __real_read(int fd, void* buffer, size_t size);
+ssize_t __real_write(int fd, const void* buffer, size_t size);
+int __real_fsync(int fd);
+int __real_fchmod(int fd, mode_t mode);
+int __real_linkat(int fromDir, const char* from, int toDir, const char* to, int flags);
+int __real_renameat(int fromDir, const char* from, int toDir, const char* to);
+int __real_renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags);
+int __real_close(int fd);
+
+// The mode argument is there only when the file may be created.
+static bool takesMode(int flags) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+int __wrap_open(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if (takesMode(flags)) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = static_cast<mode_t>(va_arg(arguments, int));
+        va_end(arguments);
+    }
+    return intercept("open") ? -1 : __real_open(path, flags, mode);
+}
+int __wrap_openat(int dirFd, const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if (takesMode(flags)) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = static_cast<mode_t>(va_arg(arguments, int));
+        va_end(arguments);
+    }
+    return intercept("openat") ? -1 : __real_openat(dirFd, path, flags, mode);
+}
+int __wrap_fstat(int fd, struct stat* info) {
+    return intercept("fstat") ? -1 : __real_fstat(fd, info);
+}
+ssize_t __wrap_read(int fd, void* buffer, size_t size) {
+    return intercept("read") ? -1 : __real_read(fd, buffer, size);
+}
+ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
+    return intercept("write") ? -1 : __real_write(fd, buffer, size);
+}
+int __wrap_fsync(int fd) {
+    return intercept("fsync") ? -1 : __real_fsync(fd);
+}
+int __wrap_fchmod(int fd, mode_t mode) {
+    return intercept("fchmod") ? -1 : __real_fchmod(fd, mode);
+}
+int __wrap_linkat(int fromDir, const char* from, int toDir, const char* to, int flags) {
+    return intercept("linkat") ? -1 : __real_linkat(fromDir, from, toDir, to, flags);
+}
+int __wrap_renameat(int fromDir, const char* from, int toDir, const char* to) {
+    return intercept("renameat") ? -1 : __real_renameat(fromDir, from, toDir, to);
+}
+int __wrap_renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags) {
+    return intercept("renameat2") ? -1 : __real_renameat2(fromDir, from, toDir, to, flags);
+}
+// Linux releases the descriptor even when close fails, and so does the wrapper.
+int __wrap_close(int fd) {
+    const bool bFail = intercept("close");
+    const int savedErrno = errno;
+    const int result = __real_close(fd);
+    errno = savedErrno;
+    return bFail ? -1 : result;
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace {
+
+constexpr char kName[] = "QuillnetLocalPolicy.xml";
+const std::string kOld = "old policy\n";
+
+// The errno a failing call gives in the field.
+int realisticErrno(const std::string& call) {
+    static const std::map<std::string, int> errors = {
+        {"open", EACCES},  {"openat", EACCES}, {"fstat", EIO},    {"read", EIO},
+        {"write", ENOSPC}, {"fsync", EIO},     {"fchmod", EPERM}, {"linkat", ENOSPC},
+        {"renameat", EIO}, {"renameat2", EIO}, {"close", EIO}};
+    return errors.at(call);
+}
+
+// One step of a write: the call, the step a failure of it is reported as (empty: not
+// reported, the write succeeds), the status it gives, and whether it comes after the new
+// file has a temporary name and before that name is renamed away.
+struct Step {
+    const char* call;
+    const char* step;
+    STATUSCODE status;
+    bool bNamed;
+};
+constexpr STATUSCODE kWritten = QNCSAXWRITER_SUCCESS;
+constexpr STATUSCODE kFailed = QNCSAXWRITER_ERROR_FILE_WRITE;
+constexpr STATUSCODE kNotSynced = QNCSAXWRITER_ERROR_NOT_SYNCED;
+
+// The write path, replacing (unnamed temporary file), keeping an existing file, and where
+// the file system refuses O_TMPFILE (the plan fails that call with EOPNOTSUPP).
+const std::vector<Step> kReplacing = {{"openat", "open of the directory", kFailed, false},
+                                      {"openat", "open of the temporary file", kFailed, false},
+                                      {"fchmod", "fchmod", kFailed, false},
+                                      {"write", "write", kFailed, false},
+                                      {"fsync", "fsync", kFailed, false},
+                                      {"linkat", "link of the temporary file", kFailed, false},
+                                      {"close", "close", kFailed, true},
+                                      {"renameat", "rename", kFailed, true},
+                                      {"fsync", "fsync of the directory", kNotSynced, false},
+                                      {"close", "", kWritten, false}};
+std::vector<Step> keeping() {
+    std::vector<Step> steps = kReplacing;
+    steps[7].call = "renameat2";
+    return steps;
+}
+std::vector<Step> withoutTmpfile() {
+    std::vector<Step> steps = kReplacing;
+    steps[1] = {"openat", "", kWritten, false};  // EOPNOTSUPP: the fallback takes over
+    steps.insert(steps.begin() + 2, {"openat", "open of the temporary file", kFailed, false});
+    steps.erase(steps.begin() + 6);  // no link: the file is named at creation
+    for (size_t i = 3; i < 7; ++i) {
+        steps[i].bNamed = true;
+    }
+    return steps;
+}
+
+class FaultInjection : public qntest::PolicyDocumentFixture {
+  protected:
+    std::string path() const { return m_dir.path() + kName; }
+    // Every name in the directory but the policy file.
+    std::vector<std::string> strays() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_dir.path())) {
+            if (entry.path().filename() != kName) {
+                names.push_back(entry.path().filename());
+            }
+        }
+        return names;
+    }
+    // Writes the policy document with one setting through the writer; returns its status.
+    static STATUSCODE write(const std::string& dir, bool bKeep, const std::string& value = "1") {
+        QNCSaxWriter writer(dir, kName, "QuillnetLocalPolicy");
+        TStrPairList attributes;
+        writer.startDocument(&attributes);
+        writer.startElement("FipsMode", nullptr);
+        writer.characters(value);
+        writer.endElement("FipsMode");
+        writer.endDocument();
+        writer.keepExistingFile(bKeep);
+        return writer.writeDocument();
+    }
+    // The new document, as a write with no fault stores it.
+    std::string newDocument() {
+        qntest::TempDir scratch;
+        EXPECT_EQ(write(scratch.path(), false), kWritten);
+        return qntest::readFile(scratch.path() + kName);
+    }
+    // Records the calls of one write (after the planned failures).
+    std::vector<std::string> callsOfWrite(bool bKeep, std::map<size_t, int> failures) {
+        Plan plan;
+        plan.failures = std::move(failures);
+        Armed armed(plan);
+        write(m_dir.path(), bKeep);
+        return g_plan.calls;
+    }
+};
+
+// Each call of each write path fails in turn.
+TEST_F(FaultInjection, AFailingCallLeavesTheOldFileOrTheNewOneNamesTheStepAndNoStray) {
+    const std::string document = newDocument();
+    const struct {
+        const char* name;
+        bool bKeep;
+        std::vector<Step> steps;
+        std::map<size_t, int> failures;
+    } paths[] = {{"replacing", false, kReplacing, {}},
+                 {"keeping", true, keeping(), {}},
+                 {"without O_TMPFILE", false, withoutTmpfile(), {{1, EOPNOTSUPP}}}};
+    for (const auto& writePath : paths) {
+        SCOPED_TRACE(writePath.name);
+        std::vector<std::string> expectedCalls;
+        for (const Step& step : writePath.steps) {
+            expectedCalls.emplace_back(step.call);
+        }
+        m_dir.write(kName, kOld);
+        if (writePath.bKeep) {
+            std::filesystem::remove(path());
+        }
+        ASSERT_EQ(callsOfWrite(writePath.bKeep, writePath.failures), expectedCalls);
+        for (size_t i = 0; i < writePath.steps.size(); ++i) {
+            const Step& step = writePath.steps[i];
+            if (writePath.failures.count(i) != 0) {
+                continue;
+            }
+            SCOPED_TRACE(std::to_string(i) + " " + step.call);
+            const std::string old = writePath.bKeep ? "" : kOld;
+            std::filesystem::remove(path());
+            if (!writePath.bKeep) {
+                m_dir.write(kName, kOld);
+            }
+            m_log.clear();
+            Plan plan;
+            plan.failures = writePath.failures;
+            plan.failures[i] = realisticErrno(step.call);
+            STATUSCODE status = 0;
+            {
+                Armed armed(plan);
+                EXPECT_NO_THROW(status = write(m_dir.path(), writePath.bKeep));
+            }
+            EXPECT_EQ(status, step.status);
+            EXPECT_EQ(qntest::readFile(path()), step.status == kFailed ? old : document);
+            EXPECT_EQ(strays(), std::vector<std::string>());
+            const std::vector<CAppLogRecord> records = m_log.records();
+            ASSERT_EQ(records.size(), step.status == kWritten ? 0U : 1U);
+            if (step.status != kWritten) {
+                EXPECT_NE(records[0].message.find(
+                              path() + (step.status == kFailed ? ": " : ", but ") + step.step +
+                              " failed: " + qnsys::errnoText(realisticErrno(step.call))),
+                          std::string::npos)
+                    << records[0].message;
+            }
+        }
+    }
+}
+
+// A writer killed at each call of each write path, in a child.
+TEST_F(FaultInjection, AWriterKilledAtAnyCallLeavesAWholeFileAndTheNextWriteNoStray) {
+    const std::string document = newDocument();
+    const struct {
+        const char* name;
+        std::vector<Step> steps;
+        std::map<size_t, int> failures;
+    } paths[] = {{"replacing", kReplacing, {}},
+                 {"without O_TMPFILE", withoutTmpfile(), {{1, EOPNOTSUPP}}}};
+    for (const auto& writePath : paths) {
+        for (size_t i = 0; i < writePath.steps.size(); ++i) {
+            SCOPED_TRACE(std::string(writePath.name) + " " + std::to_string(i));
+            m_dir.write(kName, kOld);
+            const pid_t child = ::fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                Plan plan;
+                plan.failures = writePath.failures;
+                plan.killAt = i;
+                Armed armed(plan);
+                write(m_dir.path(), false);
+                ::_exit(0);
+            }
+            int status = 0;
+            ASSERT_EQ(::waitpid(child, &status, 0), child);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            const std::string content = qntest::readFile(path());
+            EXPECT_TRUE(content == kOld || content == document) << content;
+            EXPECT_LE(strays().size(), writePath.steps[i].bNamed ? 1U : 0U);
+            ASSERT_EQ(write(m_dir.path(), false, "0"), kWritten);
+            EXPECT_EQ(strays(), std::vector<std::string>());
+        }
+    }
+}
+
+// What a write leaves alone: a temporary name of a writer still running, and other names.
+TEST_F(FaultInjection, TheNextWriteRemovesOnlyStraysOfWritersNoLongerRunning) {
+    const pid_t gone = ::fork();
+    if (gone == 0) {
+        ::_exit(0);
+    }
+    ASSERT_EQ(::waitpid(gone, nullptr, 0), gone);
+    const std::string prefix = std::string(".") + kName + ".";
+    const std::vector<std::string> kept = {prefix + std::to_string(::getppid()) + ".AbC123",
+                                           prefix + std::to_string(gone) + ".AbC12",
+                                           prefix + "x" + std::to_string(gone) + ".AbC123",
+                                           "other" + std::to_string(gone) + ".AbC123"};
+    for (const std::string& name : kept) {
+        m_dir.write(name, "x");
+    }
+    m_dir.write(prefix + std::to_string(gone) + ".AbC123", "x");
+    ASSERT_EQ(write(m_dir.path(), false), kWritten);
+    std::vector<std::string> left = strays();
+    std::sort(left.begin(), left.end());
+    std::vector<std::string> expected = kept;
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(left, expected);
+}
+
+// Every step works on the directory opened first: swapping the installation directory (a
+// link) during the write neither moves the file nor strands a temporary name elsewhere.
+TEST_F(FaultInjection, SwappingTheDirectoryLinkMidWriteCannotRedirectAnyStep) {
+    const std::string first = m_dir.path() + "first/";
+    const std::string second = m_dir.path() + "second/";
+    const std::string link = m_dir.path() + "install";
+    std::filesystem::create_directory(first);
+    std::filesystem::create_directory(second);
+    std::filesystem::create_directory_symlink(first, link);
+    const auto swap = [&] {
+        std::filesystem::create_directory_symlink(second, link + ".new");
+        std::filesystem::rename(link + ".new", link);
+    };
+    std::ofstream(first + kName) << kOld;
+    for (const bool bRenameFails : {true, false}) {
+        Plan plan;
+        plan.hooks[5] = swap;  // before the link of the temporary file
+        if (bRenameFails) {
+            plan.failures[7] = EIO;
+        }
+        {
+            Armed armed(plan);
+            EXPECT_EQ(write(link + "/", false), bRenameFails ? kFailed : kWritten);
+        }
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(first), {}), 1);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(second), {}), 0);
+        EXPECT_EQ(qntest::readFile(first + kName) == kOld, bRenameFails);
+        std::filesystem::create_directory_symlink(first, link + ".new");
+        std::filesystem::rename(link + ".new", link);
+    }
+}
+
+// Generation without overwrite never replaces a file that appears while it writes: it
+// reports the file kept, as if it had been there from the start. A failed directory sync
+// is reported with its own status; the file then holds the new policy.
+TEST_F(FaultInjection, GenerationKeepsAFileThatAppearedAndReportsANotSyncedReplacement) {
+    const std::string other = "<QuillnetLocalPolicy/>";
+    Plan plan;
+    plan.hooks[7] = [&] { m_dir.write(kName, other); };  // before renameat2
+    {
+        Armed armed(plan);
+        EXPECT_TRUE(qntest::generate(*m_mgr, {"fm=true"}, false));
+    }
+    EXPECT_EQ(g_plan.calls[7], "renameat2");
+    EXPECT_EQ(qntest::readFile(path()), other);
+    EXPECT_EQ(strays(), std::vector<std::string>());
+    EXPECT_EQ(logged(), std::vector<std::string>{qntest::managerRecord(
+                            "GenerateLocalPolicy", Logging::DBG_Warning,
+                            "Local Security Policy file already exists and therefore will not "
+                            "be generated")});
+
+    m_log.clear();
+    plan = Plan();
+    plan.failures[8] = EIO;  // the directory's fsync
+    {
+        Armed armed(plan);
+        EXPECT_FALSE(qntest::generate(*m_mgr, {"fm=true"}, true));
+    }
+    const std::vector<CAppLogRecord> records = m_log.records();
+    EXPECT_TRUE(loadAsIs().UseFIPSMode()) << "the new policy is in place";
+    ASSERT_GE(records.size(), 2U);
+    EXPECT_EQ(records[0].function, "writeDocument");
+    EXPECT_EQ(qntest::describe(records[1]),
+              qntest::managerRecord("writeLocalPolicy", Logging::DBG_Error, "",
+                                    "QNCSaxWriter::writeDocument",
+                                    static_cast<uint32_t>(QNCSAXWRITER_ERROR_NOT_SYNCED)));
+}
+
+// The read path: open, fstat and each read fail in turn; a failing close changes nothing;
+// a file that grows while it is read is read no further than its size at open allows.
+TEST_F(FaultInjection, AFailingReadCallFailsTheParseWithOneRecordNamingTheStep) {
+    const std::string document =
+        "<QuillnetLocalPolicy><FipsMode>true</FipsMode></QuillnetLocalPolicy>";
+    m_dir.write(kName, document);
+    const struct {
+        size_t call;
+        const char* name;
+        STATUSCODE status;
+        const char* step;
+    } steps[] = {{0, "open", XMLPARSER_ERROR_FILE_OPEN, "open failed: "},
+                 {1, "fstat", XMLPARSER_ERROR_FILE_OPEN, "fstat failed: "},
+                 {2, "read", XMLPARSER_ERROR_FILE_READ, "read failed: "},
+                 {3, "read", XMLPARSER_ERROR_FILE_READ, "read failed: "},
+                 {4, "close", XMLPARSER_SUCCESS, ""}};
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.call);
+        m_log.clear();
+        Plan plan;
+        plan.failures[step.call] = realisticErrno(step.name);
+        STATUSCODE status = 0;
+        XmlMgr ignored;
+        {
+            Armed armed(plan);
+            EXPECT_NO_THROW(status = XmlParser(&ignored).parseFile(path(), true));
+        }
+        EXPECT_EQ(g_plan.calls[step.call], step.name);
+        EXPECT_EQ(status, step.status);
+        const std::vector<CAppLogRecord> records = m_log.records();
+        ASSERT_EQ(records.size(), step.status == XMLPARSER_SUCCESS ? 0U : 1U);
+        if (!records.empty()) {
+            EXPECT_NE(
+                records[0].message.find(step.step + qnsys::errnoText(realisticErrno(step.name))),
+                std::string::npos)
+                << records[0].message;
+        }
+    }
+    // An interrupted read is resumed.
+    Plan plan;
+    plan.failures[2] = EINTR;
+    XmlMgr ignored;
+    {
+        Armed armed(plan);
+        EXPECT_EQ(XmlParser(&ignored).parseFile(path(), true), XMLPARSER_SUCCESS);
+    }
+
+    m_dir.write(kName, "<QuillnetLocalPolicy>");
+    plan = Plan();
+    plan.hooks[2] = [&] {  // before the first read, 16 MiB are appended
+        std::ofstream(path(), std::ios::app) << std::string(size_t{16} << 20, ' ');
+    };
+    m_log.clear();
+    {
+        Armed armed(plan);
+        EXPECT_EQ(XmlParser(&ignored).parseFile(path(), true), XMLPARSER_ERROR_FILE_READ);
+    }
+    ASSERT_EQ(m_log.records().size(), 1U);
+    EXPECT_NE(m_log.records()[0].message.find("grew past"), std::string::npos);
+}
+
+}  // namespace
