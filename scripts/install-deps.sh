@@ -14,6 +14,10 @@ PACKAGES=(
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
+    # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
+    # ansible-test's sanity tests run in (no package is installed into it), and the linters
+    ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
+    python3-venv pylint pycodestyle
 )
 
 missing=()
