@@ -293,7 +293,7 @@ def ensure_absent(module, tool, outcome):
     try:
         os.unlink(path)
     except OSError as error:
-        module.fail_json(msg='cannot remove %s: %s' % (path, to_native(error)), changed=False)
+        module.fail_json(msg='cannot remove %s: %s' % (path, to_native(error)), path=path)
 
 
 def main():
@@ -308,8 +308,8 @@ def main():
 
     rc, outcome['policy'] = run_json(module, tool, 'show', [], SHOW_RCS)
     if rc != 0 and outcome['changed'] and not module.check_mode:
-        module.fail_json(msg='the client cannot load the policy file just written: %s'
-                         % outcome['policy'].get('error', {}).get('message'), **outcome)
+        module.fail_json(msg='the client cannot load %s after the change: %s'
+                         % (outcome['path'], outcome['policy'].get('error', {}).get('message')), **outcome)
     module.exit_json(**outcome)
 
 

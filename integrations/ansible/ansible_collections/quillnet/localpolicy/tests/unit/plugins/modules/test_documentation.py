@@ -25,8 +25,3 @@ def test_documented_options_match_the_argument_spec(module):
         assert facts(option) == facts(module.ARGUMENT_SPEC[name]), name
         assert option['description'], name
 
-
-@pytest.mark.parametrize('module', [local_policy, local_policy_info])
-def test_examples_and_return_are_yaml(module):
-    assert yaml.safe_load(module.EXAMPLES)
-    assert all(value['description'] and value['returned'] for value in yaml.safe_load(module.RETURN).values())

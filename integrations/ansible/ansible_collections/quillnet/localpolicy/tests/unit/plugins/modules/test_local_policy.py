@@ -102,7 +102,7 @@ def test_lenient_writes_the_rest_and_warns(run_module, fake):
     ('write', (65, json.dumps(dict(formatVersion=1, result='refused', skipped=[], findings=[
         dict(argument=None, severity='error', message='disk full')])), ''), 'document: error disk full'),
     ('show', (1, json.dumps(dict(formatVersion=1, loaded=False, error=dict(message='bad'))), ''),
-     'cannot load the policy file just written: bad'),
+     'QuillnetLocalPolicy.xml after the change: bad'),
 ])
 def test_tool_failures_fail_the_task(run_module, fake, subcommand, answer, message):
     fake.overrides[subcommand] = answer
