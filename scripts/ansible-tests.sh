@@ -9,7 +9,7 @@ set -euo pipefail
 repo=$(cd "$(dirname "$0")/.." && pwd)
 collections="$repo/integrations/ansible"
 collection="$collections/ansible_collections/quillnet/localpolicy"
-qnpolicy="${1:-$repo/build/tools/qnpolicy/qnpolicy}"
+qnpolicy=$(realpath -m "${1:-$repo/build/tools/qnpolicy/qnpolicy}")
 # ansible-core and the pytest plugins are Debian's, installed for Debian's interpreter: name it,
 # so that no other python3 on PATH is picked up.
 python=/usr/bin/python3

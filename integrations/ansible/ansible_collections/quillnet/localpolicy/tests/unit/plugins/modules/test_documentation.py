@@ -24,4 +24,3 @@ def test_documented_options_match_the_argument_spec(module):
     for name, option in options.items():
         assert facts(option) == facts(module.ARGUMENT_SPEC[name]), name
         assert option['description'], name
-
