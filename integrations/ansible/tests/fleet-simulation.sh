@@ -9,6 +9,7 @@
 #
 # The time inside qnpolicy is taken by a shim that runs the real tool and appends its elapsed
 # wall time to a log: it counts the tool's own process from fork to exit, not the shim's shell.
+# (Times are read from bash's EPOCHREALTIME, whose decimal point follows the locale.)
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -25,10 +26,10 @@ trap 'rm -rf "$work"' EXIT
 
 cat >"$work/qnpolicy" <<SHIM
 #!/usr/bin/env bash
-start=\$EPOCHREALTIME
+start=\${EPOCHREALTIME/,/.}
 "$qnpolicy" "\$@"
 rc=\$?
-echo "\$start \$EPOCHREALTIME \$1" >>"$work/qnpolicy.log"
+echo "\$start \${EPOCHREALTIME/,/.} \$1" >>"$work/qnpolicy.log"
 exit \$rc
 SHIM
 chmod +x "$work/qnpolicy"
@@ -53,20 +54,21 @@ forks=$(ansible-config dump | awk '/^DEFAULT_FORKS/ {print $NF}')
 run() {
     local start end
     : >"$work/qnpolicy.log"
-    start=$EPOCHREALTIME
+    start=${EPOCHREALTIME/,/.}
     ansible-playbook -i "$work/inventory.ini" -e "qnpolicy=$work/qnpolicy" "$here/fleet.yml" >"$work/$1.out" || {
         tail -n 40 "$work/$1.out" >&2
         echo "fleet-simulation: FAILED, the $1 did not complete" >&2
         exit 1
     }
-    end=$EPOCHREALTIME
+    end=${EPOCHREALTIME/,/.}
     mv "$work/qnpolicy.log" "$work/$1.log"
     awk -v name="$1" -v hosts="$hosts" -v forks="$forks" -v wall_start="$start" -v wall_end="$end" '
         BEGIN { wall = wall_end - wall_start }
         { inside += $2 - $1; calls++ }
         END {
-            printf "| %s | %d | %.2f s | %.1f ms | %.1f | %.1f ms | %.1f%% |\n", name, hosts, wall,
-                1000 * wall / hosts, calls / hosts, 1000 * inside / hosts, 100 * inside / (wall * forks)
+            printf "| %s | %d | %.2f s | %.1f ms | %.1f | %.1f ms | %.1f ms | %.1f%% |\n", name, hosts, wall,
+                1000 * wall / hosts, calls / hosts, 1000 * inside / calls, 1000 * inside / hosts,
+                100 * inside / (wall * forks)
         }' "$work/$1.log"
 }
 
@@ -77,8 +79,9 @@ hosts_with() {
 
 echo "fleet simulation: $hosts hosts, forks $forks, $(nproc) cores, qnpolicy $qnpolicy"
 echo
-echo "| run | hosts | wall time | wall time per host | qnpolicy runs per host | time in qnpolicy per host | share in qnpolicy |"
-echo "|---|---|---|---|---|---|---|"
+echo "| run | hosts | wall time | wall time per host | qnpolicy runs per host | time per qnpolicy run |" \
+    "time in qnpolicy per host | share in qnpolicy |"
+echo "|---|---|---|---|---|---|---|---|"
 run rollout
 run re-run
 echo
