@@ -1,7 +1,7 @@
 # The two commands of the README. Each installs what is missing, then builds.
 #   make run   build and run the demo
 #   make test  build and run every test, then build the consumer example against the
-#              installed package
+#              installed package, then test the Ansible collection
 #   make bench build the Release benchmark and run it (timings, peak memory, then the
 #              instruction counts of one load under callgrind)
 #   make format  clang-format every tracked C++ file in place
@@ -24,6 +24,7 @@ run: build
 test: build
 	ctest --preset default
 	bash scripts/consumer-test.sh build
+	bash scripts/ansible-tests.sh build/tools/qnpolicy/qnpolicy
 
 asan-test: deps
 	cmake --preset asan

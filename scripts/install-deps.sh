@@ -16,6 +16,10 @@ PACKAGES=(
     clang libclang-rt-14-dev gcovr
     # make format and make lint; instruction counts of make bench
     clang-format clang-tidy valgrind
+    # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
+    # ansible-test's sanity tests run in (no package is installed into it), and the linters
+    ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
+    python3-venv pylint pycodestyle
 )
 
 missing=()

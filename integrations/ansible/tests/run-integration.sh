@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Runs the collection's modules against a built qnpolicy on this machine (integration.yml):
+#   integrations/ansible/tests/run-integration.sh [QNPOLICY]
+# QNPOLICY defaults to the environment's QNPOLICY, then to build/tools/qnpolicy/qnpolicy.
+set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+repo=$(cd "$here/../../.." && pwd)
+qnpolicy=$(realpath "${1:-${QNPOLICY:-$repo/build/tools/qnpolicy/qnpolicy}}")
+if [ ! -x "$qnpolicy" ]; then
+    echo "run-integration: no qnpolicy at $qnpolicy; build it first (cmake --build --preset default)" >&2
+    exit 1
+fi
+
+export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible"
+export ANSIBLE_LOCALHOST_WARNING=false ANSIBLE_INVENTORY_UNPARSED_WARNING=false ANSIBLE_NOCOLOR=1
+if ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml"; then
+    echo "ansible integration: PASSED ($qnpolicy)"
+else
+    echo "ansible integration: FAILED ($qnpolicy)" >&2
+    exit 1
+fi

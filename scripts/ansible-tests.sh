@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Tests of the Ansible collection quillnet.localpolicy, offline, with Debian's packages only:
+# unit tests (ansible-test units), the sanity tests that need no virtual environment built from
+# PyPI, pycodestyle and pylint with ansible-test's settings, ansible-doc on both modules, and
+# the integration playbook against the built qnpolicy.
+#   scripts/ansible-tests.sh [QNPOLICY]     (default build/tools/qnpolicy/qnpolicy)
+set -euo pipefail
+
+repo=$(cd "$(dirname "$0")/.." && pwd)
+collections="$repo/integrations/ansible"
+collection="$collections/ansible_collections/quillnet/localpolicy"
+qnpolicy=$(realpath -m "${1:-$repo/build/tools/qnpolicy/qnpolicy}")
+# ansible-core and the pytest plugins are Debian's, installed for Debian's interpreter: name it,
+# so that no other python3 on PATH is picked up.
+python=/usr/bin/python3
+version=$("$python" -c 'import sys; print("%d.%d" % sys.version_info[:2])')
+export ANSIBLE_COLLECTIONS_PATH="$collections" ANSIBLE_NOCOLOR=1
+
+step() { echo "== ansible-tests: $*"; }
+
+cd "$collection"
+rm -rf tests/output
+
+step "unit tests (ansible-test units, Python $version)"
+ansible-test units --local --python "$version" --python-interpreter "$python"
+# A run that found no test would pass without testing anything.
+if ! grep -Eq 'tests="[1-9][0-9]*"' tests/output/junit/*.xml; then
+    echo "ansible-tests: the unit run collected no test" >&2
+    exit 1
+fi
+
+step "sanity tests"
+# These run offline; validate-modules, import, pylint, pep8, yamllint and ansible-doc would first
+# build a virtual environment from PyPI. What they check is covered by the unit test of the
+# documented options, and by pycodestyle, pylint and ansible-doc below.
+sanity_tests=(compile shebang symlinks line-endings no-assert empty-init action-plugin-docs
+    future-import-boilerplate metaclass-boilerplate)
+ansible-test sanity --local --python "$version" --python-interpreter "$python" \
+    "${sanity_tests[@]/#/--test=}"
+
+step "pycodestyle and pylint, with ansible-test's settings"
+pycodestyle --max-line-length 160 --ignore "$(paste -sd, \
+    /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" plugins tests
+PYTHONPATH="$collections" "$python" -m pylint --score=n \
+    --rcfile /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pylint/config/collection.cfg \
+    plugins tests
+
+step "ansible-doc"
+for module in local_policy local_policy_info; do
+    ansible-doc "quillnet.localpolicy.$module" >/dev/null 2>"tests/output/ansible-doc.err"
+    if [ -s tests/output/ansible-doc.err ]; then
+        cat tests/output/ansible-doc.err >&2
+        exit 1
+    fi
+    ansible-doc --json "quillnet.localpolicy.$module" | "$python" -c '
+import json, sys
+name, doc = json.load(sys.stdin).popitem()
+missing = [key for key in ("doc", "examples", "return") if not doc.get(key)]
+if missing or not doc["doc"].get("options"):
+    sys.exit("ansible-doc: %s lacks %s" % (name, ", ".join(missing) or "options"))
+'
+    echo "ansible-doc quillnet.localpolicy.$module: complete"
+done
+
+step "integration (ansible-playbook, localhost)"
+if [ ! -x "$qnpolicy" ]; then
+    echo "ansible-tests: no qnpolicy at $qnpolicy; build it first" >&2
+    exit 1
+fi
+# The modules read qnpolicy's JSON of formatVersion 1; a tool from before it cannot serve them.
+probe=$(mktemp -d)
+trap 'rm -rf "$probe"' EXIT
+if ! "$qnpolicy" show --install-dir "$probe" --json 2>/dev/null | "$python" -c \
+    'import json, sys; sys.exit(json.load(sys.stdin).get("formatVersion") != 1)' 2>/dev/null; then
+    echo "ansible integration: SKIPPED: $qnpolicy does not print formatVersion 1"
+    integration="integration SKIPPED"
+else
+    bash "$repo/integrations/ansible/tests/run-integration.sh" "$qnpolicy"
+    integration="integration"
+fi
+
+echo "ansible-tests: PASSED (units, sanity, pycodestyle, pylint, ansible-doc, $integration)"
