@@ -14,7 +14,7 @@
 namespace {
 
 // The SOAP 1.1 encoding namespace: the document's default namespace and its schema location.
-constexpr char kSoapEncodingNamespace[] = "http://schemas.xmlsoap.org/encoding/";
+constexpr char kSoapEncodingNamespace[] = "http://schemas.xmlsoap.org/soap/encoding/";
 constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
 constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
 constexpr char kServerListDelimiters[] = ",;";
