@@ -4,6 +4,7 @@
 //   qnpolicy show [--json]                    print the effective policy
 //   qnpolicy check [--json] [FILE]            lint a policy file
 //   qnpolicy vocabulary [--json]              list the installer abbreviations
+//   qnpolicy schema                           print the policy file's XML Schema
 //
 // Every subcommand takes --install-dir DIR (default: the build-time main directory).
 
@@ -15,6 +16,7 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "QnBuildConfig.h"
+#include "SchemaWriter.h"
 
 namespace {
 
@@ -89,6 +91,12 @@ int run(int argc, char** argv) {
     addInstallDir(*vocabulary, installDir);
     vocabulary->add_flag("--json", bJson, "Print a JSON array");
 
+    CLI::App* schema = app.add_subcommand(
+        "schema",
+        "Print the XML Schema of the policy file, QuillnetLocalPolicy.xsd, generated from the "
+        "settings catalogue: a file valid against it is read by the client as it reads.");
+    schema->footer(kExitCodeHelp);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -96,6 +104,12 @@ int run(int argc, char** argv) {
         // error, whatever CLI11's own code for it.
         const int status = app.exit(error);
         return status == kExitSuccess ? kExitSuccess : kExitUsage;
+    }
+
+    if (schema->parsed()) {
+        qndocgen::WritePolicySchema(std::cout);
+        std::cout.flush();
+        return std::cout ? kExitSuccess : qnpolicy::tool::kExitFailure;
     }
 
     if (generate->parsed()) {

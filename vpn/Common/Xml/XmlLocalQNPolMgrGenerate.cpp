@@ -14,9 +14,9 @@
 namespace {
 
 // The SOAP 1.1 encoding namespace: the document's default namespace and its schema location.
-constexpr char kSoapEncodingNamespace[] = "http://schemas.xmlsoap.org/soap/encoding/";
-constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
-constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
+constexpr const char* kSoapEncodingNamespace = qnpolicy::kDocumentNamespace;
+using qnpolicy::kSchemaFile;
+using qnpolicy::kSchemaInstanceNamespace;
 constexpr char kServerListDelimiters[] = ",;";
 
 }  // namespace
