@@ -8,11 +8,14 @@
 //
 // Every subcommand takes --install-dir DIR (default: the build-time main directory).
 
+#include <syslog.h>
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "AppLog.h"
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "QnBuildConfig.h"
@@ -97,6 +100,16 @@ int run(int argc, char** argv) {
         "settings catalogue: a file valid against it is read by the client as it reads.");
     schema->footer(kExitCodeHelp);
 
+    // --log: where the policy module's log records go, for the whole run.
+    std::string logSink = "stderr";
+    app.add_option("--log", logSink,
+                   "Where the policy module's log records go: stderr (with the journal's "
+                   "priority prefix when standard error is the journal), or syslog (as "
+                   "qnpolicy, facility user)")
+        ->type_name("SINK")
+        ->check(CLI::IsMember({"stderr", "syslog"}))
+        ->capture_default_str();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -106,6 +119,10 @@ int run(int argc, char** argv) {
         return status == kExitSuccess ? kExitSuccess : kExitUsage;
     }
 
+    if (logSink == "syslog") {
+        ::openlog("qnpolicy", LOG_PID, LOG_USER);
+        CAppLog::SetSink(CAppLog::SyslogSink());
+    }
     if (schema->parsed()) {
         qndocgen::WritePolicySchema(std::cout);
         std::cout.flush();
