@@ -4,7 +4,7 @@
 #              installed package
 #   make bench build the Release benchmark and run it (timings, then peak memory)
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench package package-test clean
 
 all: build
 
@@ -51,6 +51,14 @@ bench: deps
 	cmake --build --preset bench
 	./build-bench/bench/policy_bench
 	./build-bench/bench/policy_bench --memory
+
+# The Debian packages libquillnet-localpolicy-dev and qnpolicy in build-package/, checked by
+# lintian; package-test installs them into this system, uses them and removes them again.
+package: deps
+	bash scripts/build-packages.sh build-package
+
+package-test: package
+	bash scripts/package-test.sh build-package
 
 clean:
 	rm -rf build build-*

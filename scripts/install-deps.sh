@@ -14,6 +14,10 @@ PACKAGES=(
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
+    # generated documentation: manual pages, schema validation, completion and its test
+    scdoc man-db libxml2-utils bash-completion
+    # Debian packages (make package) and their XML catalog entry
+    dpkg-dev debhelper lintian xml-core
 )
 
 missing=()
