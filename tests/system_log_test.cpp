@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -67,10 +68,9 @@ bool enterPrivateMountNamespace(std::string& failure) {
     return true;
 }
 
-// In a child: binds the syslog socket /dev/log in a private mount namespace, logs one record
-// of each importance through the syslog sink, and writes each datagram received, one a line,
-// to fd. Exits 0 when four arrived.
-[[noreturn]] void receiveSyslogRecords(int fd) {
+// In a child: binds the syslog socket /dev/log in a private mount namespace, runs produce,
+// and writes each datagram received, one a line, to fd. Exits 0 when any arrived.
+[[noreturn]] void receiveSyslogRecords(int fd, const std::function<void()>& produce) {
     std::string failure;
     if (!enterPrivateMountNamespace(failure)) {
         report(fd, failure);
@@ -85,10 +85,7 @@ bool enterPrivateMountNamespace(std::string& failure) {
         report(fd, "bind /dev/log: " + std::string(std::strerror(errno)));
         ::_exit(1);
     }
-    ::openlog("qntest", 0, LOG_LOCAL3);
-    CAppLog::SetSink(CAppLog::SyslogSink());
-    logOneOfEach();
-    ::closelog();
+    produce();
     // syslog(3) has sent each datagram before it returned: they wait in the queue.
     int received = 0;
     char datagram[4096];
@@ -96,7 +93,38 @@ bool enterPrivateMountNamespace(std::string& failure) {
         report(fd, std::string(datagram, static_cast<size_t>(size)) + "\n");
         ++received;
     }
-    ::_exit(received == 4 ? 0 : 1);
+    ::_exit(received > 0 ? 0 : 1);
+}
+
+// Runs produce in a child that receives the syslog datagrams it sends; the datagrams, one a
+// line, or an empty text when the child could not set up a private /dev/log (skipped).
+std::string syslogRecordsOf(const std::function<void()>& produce, bool& bSkipped) {
+    bSkipped = false;
+    int channel[2];
+    if (::pipe2(channel, O_CLOEXEC) != 0) {
+        ADD_FAILURE() << "pipe2: " << std::strerror(errno);
+        return std::string();
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(channel[0]);
+        receiveSyslogRecords(channel[1], produce);
+    }
+    ::close(channel[1]);
+    std::string received;
+    char buffer[4096];
+    for (ssize_t size; (size = ::read(channel[0], buffer, sizeof buffer)) > 0;) {
+        received.append(buffer, static_cast<size_t>(size));
+    }
+    ::close(channel[0]);
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child) {
+        ADD_FAILURE() << "fork or waitpid failed";
+        return std::string();
+    }
+    bSkipped = WIFEXITED(status) && WEXITSTATUS(status) == 2;
+    EXPECT_TRUE(bSkipped || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << received;
+    return received;
 }
 
 }  // namespace
@@ -147,27 +175,18 @@ TEST(JournalStream, DefaultSinkPrefixesThePriorityOnlyWhenStandardErrorIsTheJour
 // The syslog sink sends each record to the system logger's socket at its importance's
 // priority, under the process's openlog identity and facility, without the importance letter.
 TEST(SyslogSink, SendsEachRecordAtThePriorityOfItsImportance) {
-    int channel[2];
-    ASSERT_EQ(::pipe2(channel, O_CLOEXEC), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::close(channel[0]);
-        receiveSyslogRecords(channel[1]);
-    }
-    ::close(channel[1]);
-    std::string received;
-    char buffer[4096];
-    for (ssize_t size; (size = ::read(channel[0], buffer, sizeof buffer)) > 0;) {
-        received.append(buffer, static_cast<size_t>(size));
-    }
-    ::close(channel[0]);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 2) {
+    bool bSkipped = false;
+    const std::string received = syslogRecordsOf(
+        [] {
+            ::openlog("qntest", 0, LOG_LOCAL3);
+            CAppLog::SetSink(CAppLog::SyslogSink());
+            logOneOfEach();
+            ::closelog();
+        },
+        bSkipped);
+    if (bSkipped) {
         GTEST_SKIP() << "no private mount namespace here: " << received;
     }
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << received;
 
     // "<PRI>Mmm dd hh:mm:ss qntest: TEXT", PRI = LOG_LOCAL3 (19 * 8) + the severity.
     const std::vector<std::pair<int, std::string>> expected = {
@@ -183,4 +202,34 @@ TEST(SyslogSink, SendsEachRecordAtThePriorityOfItsImportance) {
         EXPECT_EQ(line.substr(0, line.find('>') + 1), "<" + std::to_string(priority) + ">");
         EXPECT_EQ(line.substr(line.find(" qntest: ") + 1), "qntest: " + text) << line;
     }
+    EXPECT_FALSE(std::getline(lines, line)) << "one datagram a record: " << received;
 }
+
+#ifdef QNPOLICY_BINARY
+// `qnpolicy --log syslog` sends the module's records to syslog as qnpolicy, facility user:
+// here the parse error of a file that is not well-formed.
+TEST(SyslogSink, IsWhereQnpolicyLogSyslogSendsTheModulesRecords) {
+    qntest::TempDir dir;
+    dir.write("QuillnetLocalPolicy.xml", "<QuillnetLocalPolicy>");
+    bool bSkipped = false;
+    const std::string received = syslogRecordsOf(
+        [&dir] {
+            const pid_t tool = ::fork();
+            if (tool == 0) {
+                ::execl(QNPOLICY_BINARY, QNPOLICY_BINARY, "--log", "syslog", "show",
+                        "--install-dir", dir.path().c_str(), static_cast<char*>(nullptr));
+                ::_exit(127);
+            }
+            int status = 0;
+            ::waitpid(tool, &status, 0);
+        },
+        bSkipped);
+    if (bSkipped) {
+        GTEST_SKIP() << "no private mount namespace here: " << received;
+    }
+    const std::string priority = "<" + std::to_string(LOG_USER | LOG_ERR) + ">";
+    EXPECT_EQ(received.rfind(priority, 0), 0U) << received;
+    EXPECT_NE(received.find(" qnpolicy["), std::string::npos) << received;
+    EXPECT_NE(received.find("XmlParser::parseFile returned 0x"), std::string::npos) << received;
+}
+#endif
