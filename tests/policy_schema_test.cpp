@@ -39,6 +39,7 @@ std::string generateInto(const qntest::TempDir& dir, const std::vector<std::stri
     qntest::StoragePathScope storagePath(dir.path());
     qntest::ManagerScope manager;
     std::vector<const char*> argv;
+    argv.reserve(args.size());
     for (const std::string& arg : args) {
         argv.push_back(arg.c_str());
     }

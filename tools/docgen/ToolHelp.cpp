@@ -36,9 +36,10 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return pieces;
 }
 
-// A section heading: a line that starts in the first column and ends with ':'.
+// A section heading: a line that starts in the first column and ends with ':' or is an
+// option group's "[Option Group: NAME]".
 bool isHeading(const std::string& line) {
-    return !line.empty() && line[0] != ' ' && line.back() == ':';
+    return !line.empty() && line[0] != ' ' && (line.back() == ':' || line[0] == '[');
 }
 
 // "TYPE", "TYPE=default", "TYPE:{a,b}=default": the type, its choices and its default.
@@ -150,7 +151,10 @@ ToolCommand ParseCommandHelp(const std::string& name, const std::string& helpTex
         const size_t gap = line.find("  ", 2);
         const std::string tag = trim(line.substr(2, gap == std::string::npos ? gap : gap - 2));
         const std::string description = gap == std::string::npos ? "" : trim(line.substr(gap));
-        switch (section) {
+        // An option group's own heading ("[Option Group: ...]", "Output:") lists options too.
+        const bool bOption =
+            section == Section::OPTIONS || (section == Section::OTHER && tag[0] == '-');
+        switch (bOption ? Section::OPTIONS : section) {
             case Section::OPTIONS:
                 command.options.push_back(parseOption(tag));
                 command.options.back().description = description;
