@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the Debian packages libquillnet-localpolicy-dev and qnpolicy from a copy of the
 # working tree (build directories and .git left out), so that dpkg-buildpackage, which writes
-# into the parent directory, leaves the tree untouched. The packages, .buildinfo and .changes
-# land in OUT_DIR (default build-package/), then lintian checks them: any error fails.
+# into the parent directory, leaves the tree untouched. DEB_BUILD_OPTIONS defaults to
+# "nocheck parallel=2". The packages, .buildinfo and .changes land in OUT_DIR (default
+# build-package/), then lintian checks them: any error fails.
 #   build-packages.sh [OUT_DIR]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -21,7 +22,8 @@ mkdir -p "$tree"
             (cd "$root" && cp -a --parents "$file" "$tree")
         fi
     done
-(cd "$tree" && DEB_BUILD_OPTIONS="nocheck parallel=2" dpkg-buildpackage -b --no-sign)
+# Fast by default; DEB_BUILD_OPTIONS=parallel=2 builds and runs the test suites too.
+(cd "$tree" && DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-nocheck parallel=2}" dpkg-buildpackage -b --no-sign)
 
 rm -rf "$out"
 mkdir -p "$out"
