@@ -27,7 +27,7 @@ std::string escape(const std::string& text) {
 
 // A help text as a sentence: with its full stop.
 std::string sentence(const std::string& text) {
-    if (text.empty() || text.back() == '.' || text.back() == ')') {
+    if (text.empty() || text.back() == '.') {
         return escape(text);
     }
     return escape(text + ".");
