@@ -7,7 +7,8 @@
 #   make format  clang-format every tracked C++ file in place
 #   make lint    check the formatting and run clang-tidy over the library and the tool
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench format lint clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench format lint package \
+	package-test clean
 
 all: build
 
@@ -64,6 +65,14 @@ format:
 lint: deps
 	cmake --preset default
 	bash scripts/lint.sh build
+
+# The Debian packages libquillnet-localpolicy-dev and qnpolicy in build-package/, checked by
+# lintian; package-test installs them into this system, uses them and removes them again.
+package: deps
+	bash scripts/build-packages.sh build-package
+
+package-test: package
+	bash scripts/package-test.sh build-package
 
 clean:
 	rm -rf build build-*

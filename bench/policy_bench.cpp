@@ -97,9 +97,9 @@ class DocumentSet {
     static void write(const std::string& path, int64_t servers, size_t padding) {
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
         out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-               "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/encoding/\" "
+               "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
                "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-               "xsi:schemaLocation=\"http://schemas.xmlsoap.org/encoding/ "
+               "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ "
                "QuillnetLocalPolicy.xsd\" qnversion=\"5.1.8.105\">\n";
         const char* const settings[][2] = {
             {"BypassDefaultLocalization", "false"},

@@ -1,15 +1,32 @@
 #!/usr/bin/env bash
 # Installs the library from a build tree into a staging prefix, then builds and runs
-# tests/consumer against it with nothing but find_package and target_link_libraries.
+# tests/consumer against it twice: with nothing but find_package and target_link_libraries,
+# and with nothing but `pkg-config --cflags --libs`.
+#   consumer-test.sh [BUILD_DIR]          stage the build tree's installation, then build
+#   consumer-test.sh --prefix PREFIX DIR  build against what is installed under PREFIX, in DIR
 set -euo pipefail
-build_dir=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)
-stage="$root/$build_dir/consumer-stage"
-consumer_build="$root/$build_dir/consumer-build"
+if [ "${1:-}" = "--prefix" ]; then
+    prefix=$2
+    work=$3
+else
+    build_dir=${1:-build}
+    prefix="$root/$build_dir/consumer-stage"
+    work="$root/$build_dir"
+    rm -rf "$prefix"
+    cmake --install "$root/$build_dir" --prefix "$prefix" > /dev/null
+fi
+consumer_build="$work/consumer-build"
+rm -rf "$consumer_build"
+mkdir -p "$consumer_build"
 
-rm -rf "$stage" "$consumer_build"
-cmake --install "$root/$build_dir" --prefix "$stage" > /dev/null
-cmake -S "$root/tests/consumer" -B "$consumer_build" -DCMAKE_PREFIX_PATH="$stage" > /dev/null
+cmake -S "$root/tests/consumer" -B "$consumer_build" -DCMAKE_PREFIX_PATH="$prefix" > /dev/null
 cmake --build "$consumer_build" -j2 > /dev/null
 "$consumer_build/consumer"
-echo "consumer: 1 passed, 0 failed"
+
+pc_dir=$(dirname "$(find "$prefix" -path '*/pkgconfig/quillnet-localpolicy.pc' | head -n 1)")
+# shellcheck disable=SC2046  # the flags are words
+c++ -std=c++17 -o "$consumer_build/consumer-pkg-config" "$root/tests/consumer/main.cpp" \
+    $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs quillnet-localpolicy)
+"$consumer_build/consumer-pkg-config"
+echo "consumer: 2 passed (find_package, pkg-config), 0 failed"

@@ -20,6 +20,10 @@ PACKAGES=(
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
     ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
     python3-venv pylint pycodestyle
+    # generated documentation: manual pages, schema validation, completion and its test
+    scdoc man-db libxml2-utils bash-completion
+    # Debian packages (make package) and their XML catalog entry
+    dpkg-dev debhelper lintian xml-core
 )
 
 missing=()

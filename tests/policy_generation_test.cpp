@@ -24,9 +24,10 @@ using Lines = std::vector<std::string>;
 std::string policyDocument(const Lines& children) {
     std::ostringstream doc;
     doc << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy "
-           "xmlns=\"http://schemas.xmlsoap.org/encoding/\" "
+           "xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
            "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-           "xsi:schemaLocation=\"http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd\" "
+           "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ "
+           "QuillnetLocalPolicy.xsd\" "
            "qnversion=\"5.1.8.105\""
         << (children.empty() ? "/>\n" : ">\n");
     size_t depth = 1;

@@ -4,17 +4,22 @@
 //   qnpolicy show [--json]                    print the effective policy
 //   qnpolicy check [--json] [FILE]            lint a policy file
 //   qnpolicy vocabulary [--json]              list the installer abbreviations
+//   qnpolicy schema                           print the policy file's XML Schema
 //
 // Every subcommand takes --install-dir DIR (default: the build-time main directory).
+
+#include <syslog.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "AppLog.h"
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "QnBuildConfig.h"
+#include "SchemaWriter.h"
 
 namespace {
 
@@ -89,6 +94,22 @@ int run(int argc, char** argv) {
     addInstallDir(*vocabulary, installDir);
     vocabulary->add_flag("--json", bJson, "Print a JSON array");
 
+    CLI::App* schema = app.add_subcommand(
+        "schema",
+        "Print the XML Schema of the policy file, QuillnetLocalPolicy.xsd, generated from the "
+        "settings catalogue: a file valid against it is read by the client as it reads.");
+    schema->footer(kExitCodeHelp);
+
+    // --log: where the policy module's log records go, for the whole run.
+    std::string logSink = "stderr";
+    app.add_option("--log", logSink,
+                   "Where the policy module's log records go: stderr (with the journal's "
+                   "priority prefix when standard error is the journal), or syslog (as "
+                   "qnpolicy, facility user)")
+        ->type_name("SINK")
+        ->check(CLI::IsMember({"stderr", "syslog"}))
+        ->capture_default_str();
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -96,6 +117,16 @@ int run(int argc, char** argv) {
         // error, whatever CLI11's own code for it.
         const int status = app.exit(error);
         return status == kExitSuccess ? kExitSuccess : kExitUsage;
+    }
+
+    if (logSink == "syslog") {
+        ::openlog("qnpolicy", LOG_PID, LOG_USER);
+        CAppLog::SetSink(CAppLog::SyslogSink());
+    }
+    if (schema->parsed()) {
+        qndocgen::WritePolicySchema(std::cout);
+        std::cout.flush();
+        return std::cout ? kExitSuccess : qnpolicy::tool::kExitFailure;
     }
 
     if (generate->parsed()) {

@@ -1,12 +1,21 @@
 #include "AppLog.h"
 
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 #include <vector>
 
 namespace {
+
+// The variable systemd sets for a service whose standard error is a journal stream:
+// "DEVICE:INODE" of that stream, both decimal.
+constexpr char kJournalStreamVariable[] = "JOURNAL_STREAM";
 
 // The sink and the lock that serialises every record through it. Function-local statics, so
 // that logging works from any static initialiser and survives until process exit.
@@ -20,8 +29,33 @@ SinkState& sinkState() {
     return *state;
 }
 
+// True when standard error is the stream JOURNAL_STREAM names. Checked for each record, as a
+// process may redirect standard error after start; a child that inherits the variable with
+// another standard error writes plain lines.
+bool standardErrorIsJournal() {
+    const char* journalStream = std::getenv(kJournalStreamVariable);
+    if (journalStream == nullptr) {
+        return false;
+    }
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
+    if (std::sscanf(journalStream, "%llu:%llu", &device, &inode) != 2) {
+        return false;
+    }
+    struct stat status {};
+    if (::fstat(STDERR_FILENO, &status) != 0) {
+        return false;
+    }
+    return status.st_dev == device && status.st_ino == inode;
+}
+
 void writeToStandardError(const CAppLogRecord& record) {
-    std::string line = CAppLog::FormatRecord(record);
+    std::string line;
+    if (standardErrorIsJournal()) {
+        // The journal reads a leading "<N>" as the line's priority, as the kernel's log does.
+        line = "<" + std::to_string(CAppLog::SyslogPriority(record.importance)) + ">";
+    }
+    line += CAppLog::FormatRecord(record);
     line.push_back('\n');
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
@@ -96,11 +130,36 @@ CAppLogSink CAppLog::SetSink(CAppLogSink sink) {
     return sink;
 }
 
+CAppLogSink CAppLog::SyslogSink() {
+    return [](const CAppLogRecord& record) {
+        ::syslog(SyslogPriority(record.importance), "%s", FormatRecordText(record).c_str());
+    };
+}
+
+int CAppLog::SyslogPriority(Logging::DebugImportance importance) {
+    switch (importance) {
+        case Logging::DBG_Error:
+            return LOG_ERR;
+        case Logging::DBG_Warning:
+            return LOG_WARNING;
+        case Logging::DBG_Informational:
+            return LOG_INFO;
+        case Logging::DBG_Trace:
+            return LOG_DEBUG;
+    }
+    return LOG_NOTICE;
+}
+
 std::string CAppLog::FormatRecord(const CAppLogRecord& record) {
     std::string line;
     line.push_back(static_cast<char>(record.importance));
     line += ' ';
-    line += record.function;
+    line += FormatRecordText(record);
+    return line;
+}
+
+std::string CAppLog::FormatRecordText(const CAppLogRecord& record) {
+    std::string line = record.function;
     line += ' ';
     line += record.file;
     line += ':';

@@ -27,7 +27,17 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 // to standard error:
 //
 //   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned
-//   0xFEA10004 I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//   0xFEA10004
+//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//
+// When standard error is the systemd journal's stream (JOURNAL_STREAM names its device and
+// inode), each line starts with the kernel-style priority of its importance ("<3>" errors,
+// "<4>" warnings, "<6>" information, "<7>" trace), so a service's records keep their priority
+// in the journal. A client that runs as a daemon without the journal sends its records to
+// syslog instead:
+//
+//   openlog("quillnetd", LOG_PID, LOG_DAEMON);  // optional: identity and facility
+//   CAppLog::SetSink(CAppLog::SyslogSink());
 //
 // Logging is thread-safe, and records reach the sink in the order they were logged.
 class CAppLog {
@@ -50,8 +60,22 @@ class CAppLog {
     // before the call.
     static CAppLogSink SetSink(CAppLogSink sink);
 
-    // The readable one-line form of a record used by the default sink (no trailing newline).
+    // A sink that hands every record to syslog(3) at the priority of its importance
+    // (SyslogPriority), as the readable line without its importance letter: function,
+    // file:line, then the message or the callee and its code. The identity and facility are
+    // the process's openlog(3) choice (by default the program name and LOG_USER).
+    static CAppLogSink SyslogSink();
+
+    // The syslog(3) priority of an importance: E LOG_ERR, W LOG_WARNING, I LOG_INFO,
+    // T LOG_DEBUG; LOG_NOTICE for a value outside the enumeration.
+    static int SyslogPriority(Logging::DebugImportance importance);
+
+    // The readable one-line form of a record used by the default sink (no trailing newline):
+    // the importance letter, a space, then FormatRecordText.
     static std::string FormatRecord(const CAppLogRecord& record);
+    // The record without its importance letter: function, file:line, then the message or the
+    // callee, its status and the message.
+    static std::string FormatRecordText(const CAppLogRecord& record);
 };
 
 #endif  // APPLOG_H

@@ -29,6 +29,12 @@ inline const std::string& kAuthorizedServerListElement =
 inline const std::string& kServerNameElement =
     FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_NAME)->element;
 
+// The document's default namespace, the SOAP 1.1 encoding namespace as SOAP 1.1 spells it,
+// which is also the target namespace of the schema the document names.
+inline constexpr char kDocumentNamespace[] = "http://schemas.xmlsoap.org/soap/encoding/";
+inline constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
+inline constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
+
 // The client's own version, written into new files and compared with every file read.
 inline constexpr char kClientVersion[] = QN_CLIENT_VERSION;
 

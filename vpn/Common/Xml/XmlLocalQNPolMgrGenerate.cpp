@@ -17,9 +17,9 @@ using qnpolicy::kAppLogSourceFile;
 namespace {
 
 // The SOAP 1.1 encoding namespace: the document's default namespace and its schema location.
-constexpr char kSoapEncodingNamespace[] = "http://schemas.xmlsoap.org/encoding/";
-constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
-constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
+constexpr const char* kSoapEncodingNamespace = qnpolicy::kDocumentNamespace;
+using qnpolicy::kSchemaFile;
+using qnpolicy::kSchemaInstanceNamespace;
 constexpr char kServerListDelimiters[] = ",;";
 
 // Without overwrite, an existing policy file is kept, whether it was there when generation

@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# Drives the generated bash completion of qnpolicy as bash does on <Tab> and checks what it
+# offers: subcommands, options, option values, directories, file names, and installer
+# abbreviations with their allowed values.
+#   shell_completion_test.sh COMPLETION_SCRIPT
+set -uo pipefail
+# shellcheck source=/dev/null
+source /usr/share/bash-completion/bash_completion
+# shellcheck source=/dev/null
+source "$1"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" || exit 1
+mkdir sub
+touch a.xml
+
+# The sorted offers for a command line, the cursor at its end. Words are split as readline
+# splits them: at blanks, and at "=" (one of COMP_WORDBREAKS), which is a word of its own.
+offers() {
+    local line=$1
+    COMP_LINE=$line
+    COMP_POINT=${#line}
+    COMP_WORDS=()
+    local word
+    for word in $line; do
+        while [[ $word == *=* ]]; do
+            [[ -n ${word%%=*} ]] && COMP_WORDS+=("${word%%=*}")
+            COMP_WORDS+=("=")
+            word=${word#*=}
+        done
+        [[ -n $word ]] && COMP_WORDS+=("$word")
+    done
+    [[ $line == *' ' ]] && COMP_WORDS+=("")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _qnpolicy 2>/dev/null
+    printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' '
+}
+
+failures=0
+expect() {
+    local line=$1 expected=$2 got
+    got=$(offers "$line")
+    if [[ $got != "$expected" ]]; then
+        echo "FAIL: '$line' offers '$got', expected '$expected'"
+        failures=$((failures + 1))
+    fi
+}
+
+expect 'qnpolicy ' 'check generate schema show vocabulary'
+expect 'qnpolicy --' '--help --log --version'
+expect 'qnpolicy --log ' 'stderr syslog'
+expect 'qnpolicy --log syslog ch' 'check'
+expect 'qnpolicy generate --' '--help --install-dir --overwrite'
+expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
+expect 'qnpolicy generate fm=true ecc=' 'false true'
+expect 'qnpolicy generate rtp=I' 'IPSec'
+expect 'qnpolicy generate upal=' ''
+expect 'qnpolicy generate --install-dir ' 'sub'
+expect 'qnpolicy check ' 'a.xml sub'
+expect 'qnpolicy check --json a' 'a.xml'
+expect 'qnpolicy show ' ''
+expect 'qnpolicy show --install-dir s' 'sub'
+
+if ((failures > 0)); then
+    echo "shell completion: $failures failed"
+    exit 1
+fi
+echo "shell completion: all offers as expected"

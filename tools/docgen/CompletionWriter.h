@@ -1,0 +1,22 @@
+#ifndef QNDOCGEN_COMPLETIONWRITER_H
+#define QNDOCGEN_COMPLETIONWRITER_H
+
+#include <ostream>
+
+#include "ToolHelp.h"
+
+namespace qndocgen {
+
+// Writes the bash completion of qnpolicy: the subcommands and options its --help lists,
+// the allowed values of an option that lists them, directories after an option taking a
+// DIR, file names where a FILE is taken, and after "generate" each installer abbreviation
+// of the settings catalogue with "=", then its allowed values.
+//
+//   qndocgen::WriteBashCompletion(help, std::cout);   // installed as completions/qnpolicy
+//
+// The script needs the bash-completion package (_init_completion, _filedir).
+void WriteBashCompletion(const ToolHelp& help, std::ostream& out);
+
+}  // namespace qndocgen
+
+#endif  // QNDOCGEN_COMPLETIONWRITER_H

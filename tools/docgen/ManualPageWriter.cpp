@@ -1,0 +1,343 @@
+#include "ManualPageWriter.h"
+
+#include <string>
+#include <vector>
+
+#include "LocalPolicySettings.h"
+#include "QnBuildConfig.h"
+#include "XmlLocalQNPolMgrConstants.h"
+
+namespace qndocgen {
+
+namespace {
+
+constexpr char kExampleServers[] = "gw1.example.com;gw2.example.com";
+
+// Text for scdoc: its markup characters taken literally.
+std::string escape(const std::string& text) {
+    std::string escaped;
+    for (const char character : text) {
+        if (character == '\\' || character == '*' || character == '_') {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return escaped;
+}
+
+// A help text as a sentence: with its full stop.
+std::string sentence(const std::string& text) {
+    if (text.empty() || text.back() == '.') {
+        return escape(text);
+    }
+    return escape(text + ".");
+}
+
+std::string bold(const std::string& text) {
+    return "*" + escape(text) + "*";
+}
+std::string underline(const std::string& text) {
+    return "_" + escape(text) + "_";
+}
+
+// "a, b or c", each in bold.
+std::string boldList(const std::vector<std::string>& words, const char* lastJoin) {
+    std::string list;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (i > 0) {
+            list += i + 1 == words.size() ? lastJoin : ", ";
+        }
+        list += bold(words[i]);
+    }
+    return list;
+}
+
+const LocalPolicySettingInfo* firstOfKind(LocalPolicySettingKind kind) {
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        if (setting.kind == kind) {
+            return &setting;
+        }
+    }
+    return nullptr;
+}
+
+std::string elementOfKind(LocalPolicySettingKind kind) {
+    const LocalPolicySettingInfo* setting = firstOfKind(kind);
+    return setting != nullptr ? setting->element : std::string();
+}
+
+std::string policyPath() {
+    return std::string(QN_DEFAULT_MAIN_DIR) + qnpolicy::kPolicyFileName;
+}
+
+// How the client reads the text of a setting of this kind.
+std::string readingOf(const LocalPolicySettingInfo& setting) {
+    const std::vector<std::string>& caching = LocalPolicyCachingOptionTexts();
+    switch (setting.kind) {
+        case LocalPolicySettingKind::FIPS_MODE:
+            return bold("true") +
+                   " turns it on; any other text, TRUE included, is taken as false. The mode of "
+                   "the first successful load stays in force (see FIPS MODE below).";
+        case LocalPolicySettingKind::FLAG:
+            return bold("true") + " turns it on; any other text, TRUE included, is taken as false.";
+        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
+            return bold("true") +
+                   " excludes the stores; any other text changes nothing, so an exclusion once "
+                   "made stays.";
+        case LocalPolicySettingKind::CACHING_LIST:
+            return "Options separated by commas, each exactly as spelled: " +
+                   boldList(caching, " or ") + ". " +
+                   bold(caching.at(RESTRICT_PREF_CACHING_FALSE)) +
+                   " clears every restriction; an unknown option is taken as " +
+                   bold(caching.at(RESTRICT_PREF_CACHING_FALSE)) +
+                   ", and the options after either are ignored. Empty pieces are skipped.";
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+            return "The client applies only " + boldList(LocalPolicyAppliedTunnelTexts(), " and ") +
+                   ", exactly; any other text changes nothing.";
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
+            return bold("true") +
+                   " allows these updates from any server; any other text is taken as false. "
+                   "Counts only inside " +
+                   bold(qnpolicy::kUpdatePolicyElement) +
+                   "; elsewhere it is ignored with a warning.";
+        case LocalPolicySettingKind::SERVER_LIST:
+            return "No text of its own: one " + bold(qnpolicy::kServerNameElement) +
+                   " element per server. Counts only inside " +
+                   bold(qnpolicy::kUpdatePolicyElement) +
+                   "; text written directly in it is ignored.";
+        case LocalPolicySettingKind::SERVER_NAME:
+            return "Counts only inside an " + bold(qnpolicy::kAuthorizedServerListElement) +
+                   " inside " + bold(qnpolicy::kUpdatePolicyElement) +
+                   "; every occurrence adds a server, duplicates included.";
+    }
+    return std::string();
+}
+
+std::string sectionOf(const LocalPolicySettingInfo& setting) {
+    switch (setting.section) {
+        case LocalPolicySection::ROOT:
+            return "a child of " + bold(qnpolicy::kRootElement) +
+                   " (the client reads it at any depth)";
+        case LocalPolicySection::UPDATE_POLICY:
+            return "a child of " + bold(qnpolicy::kUpdatePolicyElement);
+        case LocalPolicySection::AUTHORIZED_SERVER_LIST:
+            return "a child of " + bold(qnpolicy::kAuthorizedServerListElement);
+    }
+    return std::string();
+}
+
+std::string installerOf(const LocalPolicySettingInfo& setting) {
+    if (setting.abbreviation.empty()) {
+        const LocalPolicySettingInfo* list = firstOfKind(LocalPolicySettingKind::SERVER_LIST);
+        return "one element per name in the value of " + bold(list->abbreviation + "=");
+    }
+    std::string text = bold(setting.abbreviation + "=") + underline("VALUE") + ", ";
+    if (setting.allowedValues.empty()) {
+        return text + "any text, written as given";
+    }
+    return text + "one of " + boldList(setting.allowedValues, " or ") +
+           " (matched ignoring case, written as listed)";
+}
+
+void writeSetting(const LocalPolicySettingInfo& setting, std::ostream& out) {
+    out << bold(setting.element) << "\n"
+        << "\t" << escape(setting.description) << "\n\n"
+        << "\t" << readingOf(setting) << "\n\n"
+        << "\tWhere: " << sectionOf(setting) << ". Default: "
+        << (setting.defaultValue.empty() ? std::string("none") : bold(setting.defaultValue))
+        << ". Installer argument: " << installerOf(setting) << ".\n\n";
+}
+
+void writeSettings(LocalPolicySection section, std::ostream& out) {
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        if (setting.section == section) {
+            writeSetting(setting, out);
+        }
+    }
+}
+
+// A document with one setting of the common kinds, as generation writes it.
+void writeExampleDocument(std::ostream& out) {
+    const LocalPolicySettingInfo* fips = firstOfKind(LocalPolicySettingKind::FIPS_MODE);
+    const LocalPolicySettingInfo* update = firstOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
+    out << "```\n"
+        << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        << "<" << qnpolicy::kRootElement << " xmlns=\"" << qnpolicy::kDocumentNamespace << "\"\n"
+        << "    xmlns:xsi=\"" << qnpolicy::kSchemaInstanceNamespace << "\"\n"
+        << "    xsi:schemaLocation=\"" << qnpolicy::kDocumentNamespace << " "
+        << qnpolicy::kSchemaFile << "\"\n"
+        << "    " << qnpolicy::kVersionAttribute << "=\"" << QN_CLIENT_VERSION << "\">\n"
+        << "    <" << fips->element << ">true</" << fips->element << ">\n"
+        << "    <" << qnpolicy::kUpdatePolicyElement << ">\n"
+        << "        <" << update->element << ">false</" << update->element << ">\n"
+        << "        <" << qnpolicy::kAuthorizedServerListElement << ">\n"
+        << "            <" << qnpolicy::kServerNameElement << ">gw1.example.com</"
+        << qnpolicy::kServerNameElement << ">\n"
+        << "        </" << qnpolicy::kAuthorizedServerListElement << ">\n"
+        << "    </" << qnpolicy::kUpdatePolicyElement << ">\n"
+        << "</" << qnpolicy::kRootElement << ">\n"
+        << "```\n\n";
+}
+
+void writeOptionEntry(const ToolOption& option, std::ostream& out) {
+    std::string names;
+    for (const std::string& name : option.names) {
+        names += (names.empty() ? "" : ", ") + bold(name);
+    }
+    out << names;
+    if (!option.argument.empty()) {
+        out << " " << underline(option.argument);
+    }
+    out << "\n\t" << sentence(option.description);
+    if (!option.choices.empty()) {
+        out << " One of " << boldList(option.choices, " or ") << ".";
+    }
+    if (!option.defaultValue.empty()) {
+        out << " Default: " << escape(option.defaultValue) << ".";
+    }
+    out << "\n\n";
+}
+
+void writeCommandEntries(const ToolCommand& command, std::ostream& out) {
+    for (const ToolPositional& positional : command.positionals) {
+        out << underline(positional.argument) << (positional.bRepeated ? "..." : "") << "\n\t"
+            << sentence(positional.description) << "\n\n";
+    }
+    for (const ToolOption& option : command.options) {
+        writeOptionEntry(option, out);
+    }
+}
+
+bool hasSubcommand(const ToolHelp& help, const std::string& name) {
+    for (const ToolCommand& command : help.subcommands) {
+        if (command.name == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Examples with installer arguments taken from the catalogue; each only where the tool has
+// the subcommand.
+void writeExamples(const ToolHelp& help, std::ostream& out) {
+    const LocalPolicySettingInfo* fips = firstOfKind(LocalPolicySettingKind::FIPS_MODE);
+    const LocalPolicySettingInfo* update = firstOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
+    const LocalPolicySettingInfo* servers = firstOfKind(LocalPolicySettingKind::SERVER_LIST);
+    out << "# EXAMPLES\n\n";
+    if (hasSubcommand(help, "generate")) {
+        out << "Write a policy with " << bold(fips->element) << " true, " << bold(update->element)
+            << " false and two authorized servers:\n\n"
+            << "```\nqnpolicy generate " << fips->abbreviation << "=true " << update->abbreviation
+            << "=false '" << servers->abbreviation << "=" << kExampleServers << "'\n```\n\n";
+    }
+    if (hasSubcommand(help, "show")) {
+        out << "Print the effective policy of another installation as JSON:\n\n"
+            << "```\nqnpolicy show --install-dir /srv/client/ --json\n```\n\n";
+    }
+    if (hasSubcommand(help, "check")) {
+        out << "Report every place where the client will not do what a file seems to say:\n\n"
+            << "```\nqnpolicy check ./" << qnpolicy::kPolicyFileName << "\n```\n\n";
+    }
+    if (hasSubcommand(help, "schema")) {
+        out << "Validate a file with an independent validator:\n\n"
+            << "```\nqnpolicy schema > /tmp/" << qnpolicy::kSchemaFile
+            << "\nxmllint --noout --schema /tmp/" << qnpolicy::kSchemaFile << " " << policyPath()
+            << "\n```\n\n";
+    }
+}
+
+}  // namespace
+
+void WritePolicyFileManualPage(std::ostream& out) {
+    const std::string fipsElement = elementOfKind(LocalPolicySettingKind::FIPS_MODE);
+    out << qnpolicy::kPolicyFileName << "(5) \"Quillnet " << QN_CLIENT_VERSION
+        << "\" \"File Formats Manual\"\n\n"
+        << "# NAME\n\n"
+        << escape(qnpolicy::kPolicyFileName)
+        << " - local security policy of the Quillnet VPN client\n\n"
+        << "# SYNOPSIS\n\n"
+        << underline(policyPath()) << "\n\n"
+        << "# DESCRIPTION\n\n"
+        << "An administrator pins security restrictions of the client on one machine in this "
+           "XML file, kept in the client's main installation directory. The client reads it "
+           "when it loads its policy; a missing file leaves every setting at its default. "
+           "Installers write it with *qnpolicy generate* (see *qnpolicy*(1)).\n\n"
+        << "The root element is " << bold(qnpolicy::kRootElement) << ", in the namespace "
+        << bold(qnpolicy::kDocumentNamespace) << ". Its attribute "
+        << bold(qnpolicy::kVersionAttribute)
+        << " holds the version of the client that wrote the file; a client older than it reads "
+           "the file with a warning. Its attribute *xsi:schemaLocation* names the schema "
+        << bold(qnpolicy::kSchemaFile)
+        << ", printed by *qnpolicy schema* and installed under /usr/share/xml/quillnet/.\n\n"
+        << "Each setting is one element whose text is its value; no element below the root "
+           "carries attributes. Names and values are exact and case-sensitive, and the client "
+           "trims nothing. Settings may come in any order; an absent setting keeps its "
+           "default.\n\n"
+        << "# EXAMPLE\n\n";
+    writeExampleDocument(out);
+    out << "# SETTINGS\n\n";
+    writeSettings(LocalPolicySection::ROOT, out);
+    out << "# UPDATE POLICY\n\n"
+        << "The element " << bold(qnpolicy::kUpdatePolicyElement)
+        << " holds where updates may come from. Generation writes it after the settings above, "
+           "and only when an update setting was given.\n\n";
+    writeSettings(LocalPolicySection::UPDATE_POLICY, out);
+    writeSettings(LocalPolicySection::AUTHORIZED_SERVER_LIST, out);
+    out << "# FIPS MODE\n\n"
+        << "The value of " << bold(fipsElement)
+        << " found by the client's first successful load stays in force for as long as the "
+           "client runs. A later load applies that mode whatever the file now says and notes "
+           "when the file disagrees, so a change takes effect when the client restarts.\n\n"
+        << "# WHAT THE CLIENT IGNORES\n\n"
+        << "- A document with a DOCTYPE declaration: the whole file is refused, so that no "
+           "entity can expand or be fetched.\n"
+        << "- An element it does not know, with its text: a misspelt name silently does "
+           "nothing.\n"
+        << "- Attributes below the root element, and every root attribute but "
+        << bold(qnpolicy::kVersionAttribute) << ".\n"
+        << "- Update settings and " << bold(qnpolicy::kAuthorizedServerListElement) << " outside "
+        << bold(qnpolicy::kUpdatePolicyElement) << ", and " << bold(qnpolicy::kServerNameElement)
+        << " outside " << bold(qnpolicy::kAuthorizedServerListElement) << ".\n\n"
+        << "A setting given twice is applied at each occurrence, in document order: the last "
+           "value wins, while exclusions and caching options add up.\n\n"
+        << "*qnpolicy check* reports each of these with its line and column.\n\n"
+        << "# FILES\n\n"
+        << underline(policyPath()) << "\n"
+        << "\tThe policy file. It must be owned by root and writable by nobody else (generation "
+           "writes it with mode 0644), and so must every directory above it: whoever can "
+           "change it can weaken the client's security.\n\n"
+        << "_/usr/share/xml/quillnet/" << escape(qnpolicy::kSchemaFile) << "_\n"
+        << "\tThe XML Schema of the file, registered in the system's XML catalog.\n\n"
+        << "# SEE ALSO\n\n"
+        << "*qnpolicy*(1), *xmllint*(1)\n";
+}
+
+void WriteToolManualPage(const ToolHelp& help, const std::string& includeText, std::ostream& out) {
+    out << "qnpolicy(1) \"" << escape(help.version) << "\" \"User Commands\"\n\n"
+        << "# NAME\n\n"
+        << "qnpolicy - generate, show and check the local policy file of the Quillnet VPN "
+           "client\n\n"
+        << "# SYNOPSIS\n\n"
+        << escape(help.tool.usage) << "\n\n";
+    for (const ToolCommand& command : help.subcommands) {
+        out << "*qnpolicy* " << escape(command.usage.substr(command.usage.find(' ') + 1)) << "\n\n";
+    }
+    out << "# DESCRIPTION\n\n"
+        << escape(help.tool.description) << "\n\n"
+        << "# OPTIONS\n\n"
+        << "These come before the subcommand.\n\n";
+    writeCommandEntries(help.tool, out);
+    out << "# SUBCOMMANDS\n\n";
+    for (const ToolCommand& command : help.subcommands) {
+        out << "## " << command.name << "\n\n" << escape(command.description) << "\n\n";
+        writeCommandEntries(command, out);
+    }
+    out << "# EXIT STATUS\n\n";
+    for (const ToolExitCode& exitCode : help.exitCodes) {
+        out << bold(exitCode.code) << "\n\t" << sentence(exitCode.meaning) << "\n\n";
+    }
+    writeExamples(help, out);
+    out << includeText;
+}
+
+}  // namespace qndocgen

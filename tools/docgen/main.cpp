@@ -1,0 +1,87 @@
+// qn-docgen: writes the generated documentation of the local policy module on standard output.
+//
+//   qn-docgen schema                          the XML Schema QuillnetLocalPolicy.xsd
+//   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
+//   qn-docgen tool-manpage QNPOLICY INCLUDE   scdoc source of qnpolicy(1)
+//   qn-docgen bash-completion QNPOLICY        the bash completion of qnpolicy
+//
+// QNPOLICY is the built tool, whose --help the tool's page and completion follow. The build
+// runs these; the outputs are installed, never edited by hand.
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "CompletionWriter.h"
+#include "ManualPageWriter.h"
+#include "SchemaWriter.h"
+#include "ToolHelp.h"
+
+namespace {
+
+// sysexits.h: EX_SOFTWARE for a tool that does not answer as expected, EX_IOERR for output.
+constexpr int kExitToolFailed = 70;
+constexpr int kExitNoInput = 66;
+constexpr int kExitIoError = 74;
+
+int run(int argc, char** argv) {
+    CLI::App app{"Writes the generated documentation of the local policy module.", "qn-docgen"};
+    app.require_subcommand(1);
+    std::string binary;
+    std::string includeFile;
+    CLI::App* schema = app.add_subcommand("schema", "The XML Schema of the policy document");
+    CLI::App* policyPage =
+        app.add_subcommand("policy-manpage", "scdoc source of QuillnetLocalPolicy.xml(5)");
+    CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
+    toolPage->add_option("QNPOLICY", binary, "The built tool")->required();
+    toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
+    CLI::App* completion = app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    completion->add_option("QNPOLICY", binary, "The built tool")->required();
+    CLI11_PARSE(app, argc, argv);
+
+    qndocgen::ToolHelp help;
+    if (toolPage->parsed() || completion->parsed()) {
+        std::string error;
+        if (!qndocgen::ReadToolHelp(binary, help, error)) {
+            std::cerr << "qn-docgen: " << error << '\n';
+            return kExitToolFailed;
+        }
+    }
+    if (schema->parsed()) {
+        qndocgen::WritePolicySchema(std::cout);
+    } else if (policyPage->parsed()) {
+        qndocgen::WritePolicyFileManualPage(std::cout);
+    } else if (toolPage->parsed()) {
+        std::ifstream include(includeFile);
+        std::ostringstream includeText;
+        includeText << include.rdbuf();
+        if (!include) {
+            std::cerr << "qn-docgen: cannot read " << includeFile << '\n';
+            return kExitNoInput;
+        }
+        qndocgen::WriteToolManualPage(help, includeText.str(), std::cout);
+    } else {
+        qndocgen::WriteBashCompletion(help, std::cout);
+    }
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "qn-docgen: cannot write standard output\n";
+        return kExitIoError;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "qn-docgen: internal error: " << error.what() << '\n';
+    } catch (...) {
+        std::cerr << "qn-docgen: internal error: unknown exception\n";
+    }
+    return kExitToolFailed;
+}
