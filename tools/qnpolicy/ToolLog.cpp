@@ -1,0 +1,33 @@
+#include "ToolLog.h"
+
+#include <cstdio>
+
+#include "TextFormat.h"
+
+namespace qnpolicy::tool {
+
+CToolLog::CToolLog(Verbosity eVerbosity) {
+    m_previous = CAppLog::SetSink([eVerbosity](const CAppLogRecord& record) {
+        if (Shows(eVerbosity, record.importance)) {
+            std::fprintf(stderr, "%s\n", OneLine(CAppLog::FormatRecord(record)).c_str());
+        }
+    });
+}
+
+CToolLog::~CToolLog() {
+    CAppLog::SetSink(m_previous);
+}
+
+bool CToolLog::Shows(Verbosity eVerbosity, Logging::DebugImportance eImportance) {
+    switch (eVerbosity) {
+        case Verbosity::QUIET:
+            return eImportance == Logging::DBG_Error;
+        case Verbosity::NORMAL:
+            return eImportance != Logging::DBG_Trace;
+        case Verbosity::VERBOSE:
+            return true;
+    }
+    return true;
+}
+
+}  // namespace qnpolicy::tool
