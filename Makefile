@@ -3,8 +3,9 @@
 #   make test  build and run every test, then build the consumer example against the
 #              installed package
 #   make bench build the Release benchmark and run it (timings, then peak memory)
+#   make bench-cli  time qnpolicy check and show --json against xmllint (hyperfine)
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench clean
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench bench-cli clean
 
 all: build
 
@@ -51,6 +52,11 @@ bench: deps
 	cmake --build --preset bench
 	./build-bench/bench/policy_bench
 	./build-bench/bench/policy_bench --memory
+
+# qnpolicy check and show --json against xmllint --noout at 100,000 servers (hyperfine),
+# and the peak memory of show --json against the library's load (figures in BENCHMARKS.md).
+bench-cli: build
+	bash scripts/bench-cli.sh build
 
 clean:
 	rm -rf build build-*

@@ -38,6 +38,7 @@ std::string listOf(const std::list<std::string>& values) {
 ArgumentCheck CheckInstallerArguments(const std::vector<std::string>& policyArgs,
                                       const std::map<std::string, LocalPolicySetting>& vocabulary) {
     std::vector<std::string> abbreviations;
+    abbreviations.reserve(vocabulary.size());
     for (const auto& entry : vocabulary) {
         abbreviations.push_back(entry.first);
     }

@@ -61,17 +61,17 @@ enum class GenerateResult {
 };
 
 struct ResultRow {
-    GenerateResult eResult;
     const char* name;  // "result" of the JSON output
+    GenerateResult eResult;
     int exitStatus;
 };
 
 const ResultRow kResults[] = {
-    {GenerateResult::WRITTEN, "written", kExitSuccess},
-    {GenerateResult::UNCHANGED, "unchanged", kExitSuccess},
-    {GenerateResult::KEPT, "kept", kExitSuccess},
-    {GenerateResult::REFUSED, "refused", kExitDataError},
-    {GenerateResult::FAILED, "failed", kExitIoError},
+    {"written", GenerateResult::WRITTEN, kExitSuccess},
+    {"unchanged", GenerateResult::UNCHANGED, kExitSuccess},
+    {"kept", GenerateResult::KEPT, kExitSuccess},
+    {"refused", GenerateResult::REFUSED, kExitDataError},
+    {"failed", GenerateResult::FAILED, kExitIoError},
 };
 
 const ResultRow& rowOf(GenerateResult eResult) {

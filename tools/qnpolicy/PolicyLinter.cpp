@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
 
 #include "DeferredLog.h"
 #include "NameSuggestion.h"
@@ -68,7 +69,8 @@ void CPolicyLinter::resetState() {
     m_uiOpenUpdatePolicies = 0;
     m_uiOpenServerLists = 0;
     m_settingFirstLines.clear();
-    m_serverNameFirstLines.clear();
+    m_serverNameTexts.clear();
+    m_serverNames.clear();
     m_findings.clear();
 }
 
@@ -120,6 +122,7 @@ LintResult CPolicyLinter::lint(const ParseStep& parseStep) {
         result.failure = DescribeParseFailure(deferred.Records(), HexText(status));
         deferred.Discard();
     }
+    reportDuplicateServerNames();
     result.bReadable = status == XMLPARSER_SUCCESS;
     result.findings = std::move(m_findings);
     m_findings.clear();
@@ -190,14 +193,16 @@ void CPolicyLinter::addElement(const std::string& elementName) {
             m_bUpdatePolicySection = true;
             break;
         case ElementRole::SETTING:
-            openSetting(element);
             break;
     }
-    m_openElements.push_back(element);
+    if (element.pSetting != nullptr) {
+        openSetting(element, *element.pSetting);
+    }
+    m_openElements.push_back(std::move(element));
 }
 
-void CPolicyLinter::openSetting(OpenElement& element) {
-    switch (element.pSetting->kind) {
+void CPolicyLinter::openSetting(OpenElement& element, const LocalPolicySettingInfo& setting) {
+    switch (setting.kind) {
         case LocalPolicySettingKind::SERVER_LIST:
             ++m_uiOpenServerLists;
             if (m_bUpdatePolicySection) {
@@ -311,17 +316,19 @@ void CPolicyLinter::endElement(const std::string& /*elementName*/) {
     if (m_openElements.empty()) {
         return;
     }
-    const OpenElement element = m_openElements.back();
+    const OpenElement& element = m_openElements.back();
     checkEmptyElement(element);
+    const bool bServerList = isKind(element, LocalPolicySettingKind::SERVER_LIST);
+    const bool bUpdatePolicy = element.eRole == ElementRole::UPDATE_POLICY;
     m_openElements.pop_back();
     // The reader's flags, cleared at any such end tag whatever the nesting, exactly as it
     // does.
-    if (isKind(element, LocalPolicySettingKind::SERVER_LIST)) {
+    if (bServerList) {
         m_bAuthorizedServerList = false;
         if (m_uiOpenServerLists > 0) {
             --m_uiOpenServerLists;
         }
-    } else if (element.eRole == ElementRole::UPDATE_POLICY) {
+    } else if (bUpdatePolicy) {
         m_bUpdatePolicySection = false;
         if (m_uiOpenUpdatePolicies > 0) {
             --m_uiOpenUpdatePolicies;
@@ -429,17 +436,45 @@ void CPolicyLinter::checkTunnelText(const OpenElement& element, const std::strin
 }
 
 void CPolicyLinter::checkServerName(const OpenElement& element, const std::string& text) {
-    if (trimmed(text) != text) {
+    const auto isSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+    if (!text.empty() && (isSpace(text.front()) || isSpace(text.back()))) {
         report(element, findingkind::kPaddedServerName,
                "Server name " + Quoted(text) +
                    " has blanks around it; the reader keeps them, so the name is authorized "
                    "with them.");
     }
-    const auto inserted = m_serverNameFirstLines.emplace(text, element.line);
-    if (!inserted.second) {
-        report(element, findingkind::kDuplicateServerName,
-               "Server name " + Quoted(text) + " is listed again (first at line " +
-                   std::to_string(inserted.first->second) + ").");
+    m_serverNames.push_back(ServerNameSeen{std::hash<std::string>()(text), m_serverNameTexts.size(),
+                                           text.size(), element.line, element.column,
+                                           &element.pSetting->element});
+    m_serverNameTexts += text;
+}
+
+void CPolicyLinter::reportDuplicateServerNames() {
+    const auto textOf = [this](const ServerNameSeen& seen) {
+        return std::string_view(m_serverNameTexts).substr(seen.offset, seen.length);
+    };
+    // Equal names end up next to each other, in document order.
+    std::vector<const ServerNameSeen*> sorted;
+    sorted.reserve(m_serverNames.size());
+    for (const ServerNameSeen& seen : m_serverNames) {
+        sorted.push_back(&seen);
+    }
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [&textOf](const ServerNameSeen* a, const ServerNameSeen* b) {
+                         return a->hash != b->hash ? a->hash < b->hash : textOf(*a) < textOf(*b);
+                     });
+    for (size_t first = 0; first < sorted.size();) {
+        size_t next = first + 1;
+        while (next < sorted.size() && sorted[next]->hash == sorted[first]->hash &&
+               textOf(*sorted[next]) == textOf(*sorted[first])) {
+            const ServerNameSeen& again = *sorted[next];
+            report(again.line, again.column, findingkind::kDuplicateServerName,
+                   "Server name " + Quoted(textOf(again)) + " is listed again (first at line " +
+                       std::to_string(sorted[first]->line) + ").",
+                   *again.pElement);
+            ++next;
+        }
+        first = next;
     }
 }
 

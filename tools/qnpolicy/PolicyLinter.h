@@ -2,8 +2,8 @@
 #define QNPOLICY_POLICYLINTER_H
 
 #include <functional>
-#include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "GenDefs.h"
@@ -76,13 +76,14 @@ class CPolicyLinter : public XmlMgr {
     void report(const OpenElement& element, const char* kind, const std::string& message);
     bool isKind(const OpenElement& element, LocalPolicySettingKind eKind) const;
 
-    void openSetting(OpenElement& element);
+    void openSetting(OpenElement& element, const LocalPolicySettingInfo& setting);
     void checkDuplicateSetting(const OpenElement& element);
     void checkBooleanText(const OpenElement& element, const std::string& text);
     void checkCachingList(const OpenElement& element, const std::string& text);
     void checkTunnelText(const OpenElement& element, const std::string& text);
     void checkServerName(const OpenElement& element, const std::string& text);
     void checkEmptyElement(const OpenElement& element);
+    void reportDuplicateServerNames();
 
     std::vector<std::string> m_knownNames;  // candidates for "did you mean"
 
@@ -93,8 +94,20 @@ class CPolicyLinter : public XmlMgr {
     bool m_bAuthorizedServerList = false;  // likewise
     unsigned int m_uiOpenUpdatePolicies = 0;
     unsigned int m_uiOpenServerLists = 0;
-    std::map<std::string, unsigned long> m_settingFirstLines;
-    std::map<std::string, unsigned long> m_serverNameFirstLines;
+    // The line of each setting's first occurrence.
+    std::unordered_map<std::string, unsigned long> m_settingFirstLines;
+    // Every server name read, for the duplicates found after the parse: the texts one after
+    // the other in one string, so that 100,000 names cost no allocation each.
+    struct ServerNameSeen {
+        size_t hash;
+        size_t offset;  // in m_serverNameTexts
+        size_t length;
+        unsigned long line;
+        unsigned long column;
+        const std::string* pElement;
+    };
+    std::string m_serverNameTexts;
+    std::vector<ServerNameSeen> m_serverNames;
     std::vector<LintFinding> m_findings;
 };
 

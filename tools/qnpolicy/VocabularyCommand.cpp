@@ -9,13 +9,14 @@
 #include "JsonWriter.h"
 #include "LocalPolicySettings.h"
 #include "ToolSession.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace qnpolicy::tool {
 
 namespace {
 
 constexpr char kRootSection[] = "root";
-constexpr char kUpdateSection[] = "UpdatePolicy";
+constexpr const char* kUpdateSection = kUpdatePolicyElement;
 constexpr int kAbbreviationWidth = 7;
 constexpr int kElementWidth = 47;
 constexpr int kSectionWidth = 14;
