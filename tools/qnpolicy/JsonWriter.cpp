@@ -8,6 +8,7 @@ namespace {
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
 constexpr size_t kIndentWidth = 2;
+constexpr size_t kFlushSize = size_t{64} << 10;
 
 // The length of the valid UTF-8 sequence at text[i], or 0 when the bytes there are not one
 // (overlong forms, surrogates and values above U+10FFFF included).
@@ -43,11 +44,20 @@ size_t utf8SequenceLength(std::string_view text, size_t i) {
 
 }  // namespace
 
-void CJsonWriter::newline() {
-    m_out.put('\n');
-    for (size_t i = 0; i < m_scopeHasMembers.size() * kIndentWidth; ++i) {
-        m_out.put(' ');
+CJsonWriter::~CJsonWriter() {
+    flush(true);
+}
+
+void CJsonWriter::flush(bool bForce) {
+    if (bForce || m_buffer.size() >= kFlushSize) {
+        m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
+        m_buffer.clear();
     }
+}
+
+void CJsonWriter::newline() {
+    m_buffer.push_back('\n');
+    m_buffer.append(m_scopeHasMembers.size() * kIndentWidth, ' ');
 }
 
 void CJsonWriter::beforeValue() {
@@ -57,7 +67,7 @@ void CJsonWriter::beforeValue() {
     }
     if (!m_scopeHasMembers.empty()) {
         if (m_scopeHasMembers.back()) {
-            m_out.put(',');
+            m_buffer.push_back(',');
         }
         m_scopeHasMembers.back() = true;
         newline();
@@ -66,7 +76,7 @@ void CJsonWriter::beforeValue() {
 
 CJsonWriter& CJsonWriter::open(char bracket) {
     beforeValue();
-    m_out.put(bracket);
+    m_buffer.push_back(bracket);
     m_scopeHasMembers.push_back(false);
     return *this;
 }
@@ -77,7 +87,8 @@ CJsonWriter& CJsonWriter::close(char bracket) {
     if (bHadMembers) {
         newline();
     }
-    m_out.put(bracket);
+    m_buffer.push_back(bracket);
+    flush(false);
     return *this;
 }
 
@@ -100,7 +111,7 @@ CJsonWriter& CJsonWriter::EndArray() {
 CJsonWriter& CJsonWriter::Key(std::string_view name) {
     beforeValue();
     writeString(name);
-    m_out.write(": ", 2);
+    m_buffer.append(": ");
     m_bAfterKey = true;
     return *this;
 }
@@ -108,36 +119,38 @@ CJsonWriter& CJsonWriter::Key(std::string_view name) {
 CJsonWriter& CJsonWriter::String(std::string_view text) {
     beforeValue();
     writeString(text);
+    flush(false);
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Bool(bool b) {
     beforeValue();
-    m_out << (b ? "true" : "false");
+    m_buffer.append(b ? "true" : "false");
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Number(unsigned long value) {
     beforeValue();
-    m_out << value;
+    m_buffer.append(std::to_string(value));
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Null() {
     beforeValue();
-    m_out << "null";
+    m_buffer.append("null");
     return *this;
 }
 
 void CJsonWriter::Finish() {
-    m_out.put('\n');
+    m_buffer.push_back('\n');
+    flush(true);
 }
 
 void CJsonWriter::writeString(std::string_view text) {
-    m_out.put('"');
+    m_buffer.push_back('"');
     size_t plainStart = 0;
     const auto flushPlain = [this, &text, &plainStart](size_t end) {
-        m_out.write(text.data() + plainStart, static_cast<std::streamsize>(end - plainStart));
+        m_buffer.append(text.data() + plainStart, end - plainStart);
     };
     for (size_t i = 0; i < text.size();) {
         const auto c = static_cast<unsigned char>(text[i]);
@@ -171,12 +184,12 @@ void CJsonWriter::writeString(std::string_view text) {
             replacement = kReplacementCharacter;
         }
         flushPlain(i);
-        m_out << replacement;
+        m_buffer.append(replacement);
         i += length;
         plainStart = i;
     }
     flushPlain(text.size());
-    m_out.put('"');
+    m_buffer.push_back('"');
 }
 
 }  // namespace qnpolicy::tool

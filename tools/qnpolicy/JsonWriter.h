@@ -2,6 +2,7 @@
 #define QNPOLICY_JSONWRITER_H
 
 #include <ostream>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +22,8 @@ namespace qnpolicy::tool {
 class CJsonWriter {
   public:
     explicit CJsonWriter(std::ostream& out) : m_out(out) {}
+    // Writes what is still buffered.
+    ~CJsonWriter();
     CJsonWriter(const CJsonWriter&) = delete;
     CJsonWriter& operator=(const CJsonWriter&) = delete;
 
@@ -43,8 +46,13 @@ class CJsonWriter {
     CJsonWriter& close(char bracket);
     void newline();
     void writeString(std::string_view text);
+    // Hands the buffered text to the stream once it is large, or always with bForce.
+    void flush(bool bForce);
 
     std::ostream& m_out;
+    // The text not yet handed to the stream: appending to a string costs far less per
+    // character than the stream's own insertion.
+    std::string m_buffer;
     std::vector<bool> m_scopeHasMembers;  // one entry per open object or array
     bool m_bAfterKey = false;
 };
