@@ -76,7 +76,8 @@ void printFinding(std::ostream& out, const std::string& file, unsigned long line
     out << ' ' << kind << ": " << message << '\n';
 }
 
-void printText(std::ostream& out, const CheckedFile& checked) {
+// The findings, then (unless bQuiet) a summary line.
+void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
     const LintResult& result = checked.result;
     for (const LintFinding& finding : result.findings) {
         printFinding(out, checked.name, finding.line, finding.column, finding.kind,
@@ -85,6 +86,9 @@ void printText(std::ostream& out, const CheckedFile& checked) {
     if (!result.bReadable) {
         printFinding(out, checked.name, result.failure.line, result.failure.column, "unreadable",
                      result.failure.message);
+        return;
+    }
+    if (bQuiet) {
         return;
     }
     if (result.findings.empty()) {
@@ -170,7 +174,7 @@ int RunCheck(const CommandArgs& args, CToolContext& context) {
         if (context.Options().bJson) {
             writeJson(json, checked);
         } else {
-            printText(context.Out(), checked);
+            printText(context.Out(), checked, context.Options().bQuiet);
         }
     }
     if (context.Options().bJson) {

@@ -367,7 +367,7 @@ int RunGenerate(const CommandArgs& args, CToolContext& context) {
         context.Error(text);
     } else if (args.bDryRun || args.bDiff) {
         context.Note(text);
-    } else if (!bJson) {
+    } else if (!bJson && !context.Options().bQuiet) {
         context.Out() << text << '\n';
     }
     if (eResult == GenerateResult::FAILED) {
