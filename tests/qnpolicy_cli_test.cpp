@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -22,11 +23,13 @@ namespace {
 using Json = nlohmann::json;
 
 // One run of the tool through the shell: "$Q" stands for the binary in words, which are run
-// as they are when they mention it, else after it. Exit status, standard output and error.
+// as they are when they mention it or bRaw is given, else after it. Exit status, standard
+// output and error.
 struct ToolRun {
-    explicit ToolRun(const std::string& words) {
+    explicit ToolRun(const std::string& words, bool bRaw = false) {
         const qntest::TempDir capture;
-        const std::string command = words.find("$Q") == std::string::npos ? "$Q " + words : words;
+        const std::string command =
+            bRaw || words.find("$Q") != std::string::npos ? words : "$Q " + words;
         const std::string script = "Q='" QNPOLICY_BINARY "'; " + command;
         const std::string shell = "sh -c '" + escapeQuotes(script) + "' >" + capture.path() +
                                   "o 2>" + capture.path() + "e";
@@ -163,6 +166,11 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
                          "did you mean \"fm\"?"))
         << text.err;
 
+    // Any bytes of an argument come back as valid JSON: controls escaped, invalid UTF-8
+    // replaced.
+    const ToolRun binary("generate \"$(printf 'x\\001=\\377')\"" + d);
+    EXPECT_EQ(binary.json().at("skipped").at(0).at("argument"), "x\x01=\xEF\xBF\xBD");
+
     const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC" + d);
     EXPECT_EQ(lenient.status, 0);
     EXPECT_EQ(lenient.json().at("result"), "written");
@@ -243,6 +251,40 @@ TEST(QnpolicyTool, GenerateIsIdempotentAndPreviewsWithoutWriting) {
                     .has("@@ -1,4 +1,4 @@\n <?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"));
     EXPECT_TRUE(ToolRun("generate --diff --overwrite fm=false" + d)
                     .has("\n-    <FipsMode>true</FipsMode>\n+    <FipsMode>false</FipsMode>\n"));
+}
+
+// --diff prints the hunks `diff -u` prints, for each kind of difference from the file on disk.
+TEST(QnpolicyTool, GenerateDiffMatchesDiffU) {
+    qntest::TempDir dir;
+    const std::string path = dir.path() + kPolicyFile;
+    const std::string generate =
+        "generate --diff --overwrite fm=true bd=true sct=true ecc=true "
+        "'upal=a;b;c;d;e;f;g;h;i' --install-dir " +
+        dir.path();
+    ASSERT_EQ(ToolRun(generate.substr(0, 9) + generate.substr(16)).status, 0);  // written
+    const std::string written = qntest::readFile(path);
+    std::string middle = written;
+    middle.replace(middle.find("<ServerName>e<"), 14, "<ServerName>x<");
+    const std::vector<std::string> onDisk = {
+        "",  // only the header
+        middle,
+        written.substr(0, written.find("    <UpdatePolicy>")) + "</QuillnetLocalPolicy>\n",
+        "<a/>",  // no line feed at its end
+        "line 1\nline 2\n" + written + "tail\n",
+    };
+    for (const std::string& content : onDisk) {
+        dir.write("old", content);
+        dir.write(kPolicyFile, content);
+        const ToolRun ours(generate);
+        std::ofstream(dir.path() + "new", std::ios::binary) << written;
+        const ToolRun expected("diff -u " + dir.path() + "old " + dir.path() + "new", true);
+        EXPECT_EQ(ours.status, 1);
+        const auto body = [](const std::string& diff) {
+            const size_t hunks = diff.find("\n@@");
+            return hunks == std::string::npos ? diff : diff.substr(hunks + 1);
+        };
+        EXPECT_EQ(body(ours.out), body(expected.out)) << content;
+    }
 }
 
 // show FILE reads a file elsewhere as the client would; a failed load still prints one JSON

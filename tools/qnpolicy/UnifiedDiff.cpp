@@ -93,10 +93,11 @@ void appendLine(std::string& out, char op, const Line& line) {
     }
 }
 
-// "-start,count" in diff's convention: an empty range names the line before it.
+// "start,count" in diff's convention: an empty range names the line before it, and a
+// range of one line is written without its count.
 std::string range(size_t first, size_t count) {
     const size_t start = count == 0 ? first : first + 1;
-    return std::to_string(start) + "," + std::to_string(count);
+    return count == 1 ? std::to_string(start) : std::to_string(start) + "," + std::to_string(count);
 }
 
 }  // namespace
