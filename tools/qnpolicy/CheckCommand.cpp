@@ -1,7 +1,6 @@
 // qnpolicy check: the linter for administrators, over one or several files.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -28,6 +28,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "ArgumentCheck.h"
 #include "Commands.h"

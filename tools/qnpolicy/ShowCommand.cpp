@@ -2,7 +2,6 @@
 // setting named by its element in catalogue order.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>

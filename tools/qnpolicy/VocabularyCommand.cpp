@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iomanip>
+#include <stdexcept>
 
 #include "Commands.h"
 #include "ExitCodes.h"

@@ -27,7 +27,17 @@
 
 namespace {
 
-using namespace qnpolicy::tool;
+using qnpolicy::tool::CCheckedOutputBuffer;
+using qnpolicy::tool::CommandArgs;
+using qnpolicy::tool::CToolContext;
+using qnpolicy::tool::CToolLog;
+using qnpolicy::tool::kExitCodeHelp;
+using qnpolicy::tool::kExitInternal;
+using qnpolicy::tool::kExitIoError;
+using qnpolicy::tool::kExitSuccess;
+using qnpolicy::tool::kExitUsage;
+using qnpolicy::tool::SharedOptions;
+using qnpolicy::tool::SuggestName;
 
 constexpr char kInstallDirHelp[] =
     "Main installation directory holding QuillnetLocalPolicy.xml (a missing trailing '/' is "
@@ -48,21 +58,21 @@ const Subcommand kSubcommands[] = {
      "is linted first: any unusable argument or finding refuses the run (exit 65) unless "
      "--lenient is given. An existing file is kept unless --overwrite is given, and left "
      "untouched when it already holds the same document.",
-     &AddGenerateOptions, &RunGenerate},
+     &qnpolicy::tool::AddGenerateOptions, &qnpolicy::tool::RunGenerate},
     {"show",
      "Load the policy file (or FILE) as the client does and print the effective policy: the "
      "file's path and presence, its version, every setting in catalogue order and the "
      "authorized servers.",
-     &AddShowOptions, &RunShow},
+     &qnpolicy::tool::AddShowOptions, &qnpolicy::tool::RunShow},
     {"check",
      "Lint policy files (default: the install directory's; - reads standard input): report, "
      "with line and column, every place where the client will not do what a file seems to "
      "say, and unsafe ownership or permissions of the file and the directories above it.",
-     &AddCheckOptions, &RunCheck},
+     &qnpolicy::tool::AddCheckOptions, &qnpolicy::tool::RunCheck},
     {"vocabulary",
      "List the 29 installer abbreviations with their element, section, default, allowed "
      "values and meaning.",
-     &AddVocabularyOptions, &RunVocabulary},
+     &qnpolicy::tool::AddVocabularyOptions, &qnpolicy::tool::RunVocabulary},
 };
 
 // The options every subcommand shares, on the main command and on each subcommand, so that
