@@ -80,6 +80,7 @@ const Subcommand kSubcommands[] = {
 void addSharedOptions(CLI::App& command, SharedOptions& options) {
     command.add_option("--install-dir", options.installDir, kInstallDirHelp)
         ->type_name("DIR")
+        ->capture_default_str()
         ->check([](const std::string& value) {
             return value.empty() ? std::string("the directory must not be empty") : std::string();
         });
