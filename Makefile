@@ -4,10 +4,11 @@
 #              installed package, then test the Ansible collection
 #   make bench build the Release benchmark and run it (timings, peak memory, then the
 #              instruction counts of one load under callgrind)
+#   make bench-cli  time qnpolicy check and show --json against xmllint (hyperfine)
 #   make format  clang-format every tracked C++ file in place
 #   make lint    check the formatting and run clang-tidy over the library and the tool
 
-.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench format lint package \
+.PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench bench-cli format lint package \
 	package-test clean
 
 all: build
@@ -73,6 +74,11 @@ package: deps
 
 package-test: package
 	bash scripts/package-test.sh build-package
+
+# qnpolicy check and show --json against xmllint --noout at 100,000 servers (hyperfine),
+# and the peak memory of show --json against the library's load (figures in BENCHMARKS.md).
+bench-cli: build
+	bash scripts/bench-cli.sh build
 
 clean:
 	rm -rf build build-*

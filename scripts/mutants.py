@@ -69,5 +69,5 @@ M = [
  ("lint-tunnel", "tools/qnpolicy/PolicyLinter.cpp", "report(element, findingkind::kTunnelValueNotApplied,", "if (false) report(element, findingkind::kTunnelValueNotApplied,"),
  ("lint-dup", "tools/qnpolicy/PolicyLinter.cpp", "report(element, findingkind::kDuplicateSetting,", "if (false) report(element, findingkind::kDuplicateSetting,"),
  ("lint-nested", "tools/qnpolicy/PolicyLinter.cpp", "if (m_uiOpenUpdatePolicies > 0) {\n                report", "if (false) {\n                report"),
- ("cli-exit", "tools/qnpolicy/CheckCommand.cpp", "return result.findings.empty() ? kExitSuccess : kExitFailure;", "return kExitSuccess;"),
+ ("cli-exit", "tools/qnpolicy/CheckCommand.cpp", "return bFindings ? kExitFindings : kExitSuccess;", "return kExitSuccess;"),
 ]

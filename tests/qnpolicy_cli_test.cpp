@@ -1,6 +1,7 @@
-// qnpolicy end to end: the built binary is run as an administrator would run it, and its
-// exit status, standard output (text and JSON) and standard error are checked. The linter's
-// findings, kinds and lines, are checked here as `check --json` reports them.
+// qnpolicy end to end: the built binary is run as an installer script, an administrator and a
+// configuration-management run would run it, and its exit status, standard output (text and
+// JSON) and standard error are checked. The linter's findings, kinds and lines, are checked
+// here as `check --json` reports them.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -20,88 +22,300 @@ namespace {
 
 using Json = nlohmann::json;
 
-// One run of the tool with these shell words: its exit status, standard output and error.
+// One run of the tool through the shell: "$Q" stands for the binary in words, which are run
+// as they are when they mention it or bRaw is given, else after it. Exit status, standard
+// output and error.
 struct ToolRun {
-    explicit ToolRun(const std::string& words) {
+    explicit ToolRun(const std::string& words, bool bRaw = false) {
         const qntest::TempDir capture;
-        const std::string redirect = " >" + capture.path() + "o 2>" + capture.path() + "e";
-        status = WEXITSTATUS(std::system((QNPOLICY_BINARY " " + words + redirect).c_str()));
+        const std::string command =
+            bRaw || words.find("$Q") != std::string::npos ? words : "$Q " + words;
+        const std::string script = "Q='" QNPOLICY_BINARY "'; " + command;
+        const std::string shell = "sh -c '" + escapeQuotes(script) + "' >" + capture.path() +
+                                  "o 2>" + capture.path() + "e";
+        status = WEXITSTATUS(std::system(shell.c_str()));
         out = qntest::readFile(capture.path() + "o");
         err = qntest::readFile(capture.path() + "e");
     }
     bool has(const std::string& part) const { return (out + err).find(part) != std::string::npos; }
     Json json() const { return Json::parse(out); }
+    static std::string escapeQuotes(const std::string& text) {
+        std::string escaped;
+        for (const char c : text) {
+            escaped += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        }
+        return escaped;
+    }
 
     int status;
     std::string out;
     std::string err;
 };
 
-// Files the tests write belong to the test's user: a finding unless that is root.
-const std::string kOwnerFinding = ::geteuid() == 0 ? "" : "file-owner:0 ";
+// The kinds of a JSON list of findings or skipped arguments, space-separated, with
+// ":argument" where one is given.
+std::string kindsOf(const Json& items) {
+    std::string kinds;
+    for (const Json& item : items) {
+        kinds += (kinds.empty() ? "" : " ") + item.at("kind").get<std::string>();
+        if (item.contains("argument") && item.at("argument").is_string()) {
+            kinds += ":" + item.at("argument").get<std::string>();
+        }
+    }
+    return kinds;
+}
 
-// Every --help ends with the exit-code table; a usage error prints only on standard error.
-TEST(QnpolicyTool, HelpVersionUsageErrorsAndVocabulary) {
-    for (const std::string words :
-         {"--help", "generate --help", "show --help", "check --help", "vocabulary --help", "",
-          "frobnicate", "show --colour", "show --install-dir ''", "check a.xml b.xml"}) {
-        const bool bHelp = words.find("--help") != std::string::npos;
+struct stat statOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+    return status;
+}
+
+bool exists(const std::string& path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
+
+// Usage errors (64) print only on standard error and say what was wrong; --help ends with the
+// exit-code table; shared options go on either side of the subcommand; a missing install
+// directory is 66.
+TEST(QnpolicyTool, DispatchUsageErrorsAndMissingInputs) {
+    qntest::TempDir dir;
+    const std::string file = dir.write("plain", "x");
+    const std::string d = " --install-dir " + dir.path();
+    const std::vector<std::tuple<std::string, int, std::string>> cases = {
+        {"--help", 0, "\n  65  generate: arguments refused"},
+        {"check --help", 0, "\n  74  I/O error"},
+        {"", 64, "a subcommand is required"},
+        {"bogus", 64, "unknown subcommand 'bogus'; the subcommands are generate, show,"},
+        {"SHOW", 64, "unknown subcommand 'SHOW'; did you mean 'show'?"},
+        {"--verison", 64, "unknown option '--verison'; did you mean '--version'?"},
+        {"show --colour", 64, "--colour"},
+        {"show --install-dir ''", 64, "must not be empty"},
+        {"generate" + d, 64, "no arguments"},
+        {"generate --dry-run --diff fm=true" + d, 64, "excludes"},
+        {"check --ignore file-owners", 64, "did you mean file-owner?"},
+        {"--quiet -v vocabulary", 64, "excludes"},
+        {d + " show --json", 0, "\"exists\": false"},
+        {"show --json" + d, 0, "\"exists\": false"},
+        {"show --install-dir /opt/quilnet", 66, "\"/opt/quilnet\": no such directory"},
+        {"show --install-dir " + file, 66, "no such directory (not a directory)"},
+        {"check --install-dir /opt/quilnet", 66, "no such directory"},
+        {"generate fm=true --install-dir /opt/quilnet", 66, "no such directory"},
+        {"show " + dir.path() + "none.xml", 66, "none.xml\": no such file"},
+    };
+    for (const auto& [words, status, part] : cases) {
         const ToolRun run(words);
-        EXPECT_EQ(run.status, bHelp ? 0 : 64) << words;
-        EXPECT_EQ(run.has("\nExit codes:\n") && run.has("\n  64  usage error"), bHelp) << words;
-        EXPECT_EQ(run.out.empty() && !run.err.empty(), !bHelp) << words;
+        EXPECT_EQ(run.status, status) << words << "\n" << run.err;
+        EXPECT_TRUE(run.has(part)) << words << "\n" << run.out << run.err;
+        if (status == 64 || status == 66) {
+            EXPECT_TRUE(run.out.empty()) << words;
+        }
     }
     EXPECT_EQ(ToolRun("--version").out, "qnpolicy 5.1.8.105\n");
-    const Json rows = ToolRun("vocabulary --json").json();  // in abbreviation order
+    EXPECT_EQ(ToolRun("check" + d).status, 2);  // an existing directory without the file
+}
+
+// vocabulary: the 29 rows in abbreviation order, each with its meaning and default.
+TEST(QnpolicyTool, VocabularyListsEveryRowWithItsMeaning) {
+    const Json vocabulary = ToolRun("vocabulary --json").json();
+    EXPECT_EQ(vocabulary.at("formatVersion"), 1);
+    const Json& rows = vocabulary.at("vocabulary");
     ASSERT_EQ(rows.size(), 29U);
-    EXPECT_EQ(rows[15], Json::parse(R"({"abbreviation": "rtp", "element": "RestrictTunnelProtocols",
-        "section": "root", "allowedValues": ["false", "TLS", "IPSec"]})"));
+    for (const Json& row : rows) {
+        EXPECT_FALSE(row.at("description").get<std::string>().empty()) << row;
+        EXPECT_TRUE(row.at("default").is_string()) << row;
+    }
+    EXPECT_EQ(rows[15].at("abbreviation"), "rtp");
+    EXPECT_EQ(rows[15].at("allowedValues"), Json({"false", "TLS", "IPSec"}));
+    EXPECT_EQ(rows[27].at("default"), "true");  // upsu: updates from any server by default
     EXPECT_TRUE(ToolRun("vocabulary").has("\necc    EnableCRLCheck"));
+}
+
+// generate fails closed: each unusable argument and each finding of the would-be document
+// refuses the run (65) and names its argument; nothing is written. --lenient writes the rest.
+TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
+    qntest::TempDir dir;
+    const std::string d = " --json --install-dir " + dir.path();
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+        {"fm true", "invalid-argument:fm invalid-argument:true", ""},
+        {"fmm=true FM=TRUE sct=yes",
+         "unknown-abbreviation:fmm=true unknown-abbreviation:FM=TRUE value-not-allowed:sct=yes",
+         ""},
+        {"ecc= upal=", "empty-value:ecc= empty-value:upal=", ""},
+        {"fm=true fm=false", "duplicate-argument:fm=false", ""},
+        {"rpc=credentials,Thumbprints", "",
+         "unknown-caching-token:rpc=credentials,Thumbprints "
+         "ignored-caching-token:rpc=credentials,Thumbprints"},
+        {"'upal=a; gw2.example.com ' fm=true", "", "padded-server-name:upal=a; gw2.example.com "},
+        {"rtp=tls", "", "tunnel-value-not-applied:rtp=tls"},
+    };
+    for (const auto& [args, skipped, findings] : cases) {
+        const ToolRun run("generate " + args + d);
+        EXPECT_EQ(run.status, 65) << args;
+        const Json report = run.json();
+        EXPECT_EQ(report.at("result"), "refused") << args;
+        EXPECT_EQ(kindsOf(report.at("skipped")), skipped) << args;
+        EXPECT_EQ(kindsOf(report.at("findings")), findings) << args;
+        EXPECT_FALSE(exists(dir.path() + kPolicyFile)) << args;
+    }
+    const ToolRun text("generate fmm=true --install-dir " + dir.path());
+    EXPECT_TRUE(text.out.empty() &&
+                text.has("qnpolicy generate: error: \"fmm=true\": unknown abbreviation \"fmm\"; "
+                         "did you mean \"fm\"?"))
+        << text.err;
+
+    // Any bytes of an argument come back as valid JSON: controls escaped, invalid UTF-8
+    // replaced.
+    const ToolRun binary("generate \"$(printf 'x\\001=\\377')\"" + d);
+    EXPECT_EQ(binary.json().at("skipped").at(0).at("argument"), "x\x01=\xEF\xBF\xBD");
+
+    const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC" + d);
+    EXPECT_EQ(lenient.status, 0);
+    EXPECT_EQ(lenient.json().at("result"), "written");
+    EXPECT_EQ(kindsOf(lenient.json().at("findings")), "tunnel-value-not-applied:rtp=IPSEC");
+    EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("FipsMode"), true);
 }
 
 // What generate writes, show reads back and check finds clean: each on/off setting under its
 // element name (a flag is on in the runs of the set bits of its row, so no two rows can swap
-// unseen), the exclude mask and the servers. Then the generate warnings and failures.
+// unseen), the exclude mask, the caching options and the servers.
 TEST(QnpolicyTool, GenerateWritesWhatShowReadsBackAndCheckFindsClean) {
     qntest::TempDir dir;
-    const std::string path = dir.path() + "QuillnetLocalPolicy.xml";
     // Without its trailing separator, which the tool adds.
     const std::string install = " --install-dir " + dir.path().substr(0, dir.path().size() - 1);
     for (unsigned int bit = 0; bit < 5; ++bit) {
         std::map<std::string, std::string> settings;
-        std::string args = "generate --overwrite ewn=true 'upal=gw 1;gw2'";
+        std::string args = "generate --overwrite ewn=true rpc=Credentials,All 'upal=gw1;gw2'";
         unsigned int row = 0;
         for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
             settings[flag.element] = ((row++ >> bit) & 1U) != 0 ? "true" : "false";
             args += std::string(" ") + flag.abbreviation + "=" + settings[flag.element];
         }
-        EXPECT_EQ(ToolRun(args + install).out, "Wrote the policy file " + path + ".\n");
+        EXPECT_EQ(ToolRun(args + install).out,
+                  "Wrote the policy file " + dir.path() + kPolicyFile + ".\n");
         const Json shown = ToolRun("show --json" + install).json();
         const LocalQNPolicyInfo expected = qntest::expectedRecord(settings, "");
         for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
             EXPECT_EQ(shown.at("settings").at(flag.element), (expected.*flag.get)()) << bit;
         }
         EXPECT_EQ(shown.at("excludeCertStoreMask"), "0x000000C3");
-        EXPECT_EQ(shown.at("settings").at("AuthorizedServerList"), Json({"gw 1", "gw2"}));
-        EXPECT_EQ(ToolRun("check" + install).status, kOwnerFinding.empty() ? 0 : 1);
+        EXPECT_EQ(shown.at("settings").at("RestrictPreferenceCaching"),
+                  Json({"false", "Credentials", "All"}));
+        EXPECT_EQ(shown.at("settings").at("AuthorizedServerList"), Json({"gw1", "gw2"}));
+        EXPECT_FALSE(shown.at("descriptions").at("FipsMode").get<std::string>().empty());
+        EXPECT_EQ(ToolRun("check" + install).status, 0);
     }
-    EXPECT_TRUE(ToolRun("show" + install).has("\n      \"gw 1\"\n"));
-    EXPECT_EQ(ToolRun("generate rtp=tls" + install).out,
-              "Kept the existing policy file " + path + " (use --overwrite to replace it).\n");
-    // The warning follows the first accepted "rtp" value, which generation writes.
-    for (const std::string args : {"rtp=IPSEC", "rtp=udp rtp=tls", "rtp=false rtp=tls"}) {
-        EXPECT_EQ(ToolRun("generate --overwrite " + std::string(args) + install)
-                      .has("qnpolicy generate: warning: the tunnel restriction is written as"),
-                  args != "rtp=false rtp=tls");
+    EXPECT_TRUE(ToolRun("show" + install).has("\n      \"gw1\"\n"));
+}
+
+// Idempotence, dry run and diff: a file that already holds the document is left untouched
+// (same inode, same time stamp); --dry-run and --diff write nothing; --diff exits 1 on a
+// difference, 0 without one.
+TEST(QnpolicyTool, GenerateIsIdempotentAndPreviewsWithoutWriting) {
+    qntest::TempDir dir;
+    const std::string path = dir.path() + kPolicyFile;
+    const std::string d = " --install-dir " + dir.path();
+
+    const ToolRun diffAbsent("generate --diff fm=true" + d);
+    EXPECT_EQ(diffAbsent.status, 1);
+    EXPECT_TRUE(diffAbsent.has("--- /dev/null\n+++ " + path + " (generated)\n@@ -0,0 +1,4 @@\n"));
+    const ToolRun dryRun("generate --dry-run fm=true" + d);
+    EXPECT_EQ(dryRun.status, 0);
+    EXPECT_EQ(dryRun.out.rfind("<?xml", 0), 0U);
+    EXPECT_FALSE(exists(path));
+
+    ASSERT_EQ(ToolRun("generate fm=true" + d + " --json").json().at("result"), "written");
+    EXPECT_EQ(qntest::readFile(path), dryRun.out);
+    const struct stat before = statOf(path);
+    const std::vector<std::tuple<std::string, std::string, int>> cases = {
+        {"--overwrite fm=true", "unchanged", 0},
+        {"fm=false", "kept", 0},
+        {"--diff --overwrite fm=true", "unchanged", 0},
+        {"--diff --overwrite fm=false", "written", 1},
+        {"--dry-run --overwrite fm=false", "written", 0},
+    };
+    for (const auto& [args, result, status] : cases) {
+        const ToolRun run("generate --json " + args + d);
+        EXPECT_EQ(run.status, status) << args;
+        EXPECT_EQ(run.json().at("result"), result) << args;
+        EXPECT_EQ(run.json().at("dryRun"), args.find("--d") != std::string::npos) << args;
     }
-    const ToolRun failed("generate fm=true --install-dir " + path + "/sub");
-    EXPECT_EQ(failed.status, 1);
-    EXPECT_TRUE(failed.out.empty() && failed.has("was not written") && failed.has("E "));
-    dir.write("QuillnetLocalPolicy.xml", "<QuillnetLocalPolicy><FipsMode>true</Fips");
-    const ToolRun unloadable("show --json" + install);
-    EXPECT_EQ(unloadable.status, 1);
-    EXPECT_TRUE(unloadable.out.empty() && unloadable.has("E LoadLocalQuillnetPolicy ") &&
-                unloadable.has("qnpolicy show: cannot load " + path));
+    const struct stat after = statOf(path);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    EXPECT_TRUE(ToolRun("generate --diff --overwrite fm=false" + d)
+                    .has("@@ -1,4 +1,4 @@\n <?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"));
+    EXPECT_TRUE(ToolRun("generate --diff --overwrite fm=false" + d)
+                    .has("\n-    <FipsMode>true</FipsMode>\n+    <FipsMode>false</FipsMode>\n"));
+}
+
+// --diff prints the hunks `diff -u` prints, for each kind of difference from the file on disk.
+TEST(QnpolicyTool, GenerateDiffMatchesDiffU) {
+    qntest::TempDir dir;
+    const std::string path = dir.path() + kPolicyFile;
+    const std::string generate =
+        "generate --diff --overwrite fm=true bd=true sct=true ecc=true "
+        "'upal=a;b;c;d;e;f;g;h;i' --install-dir " +
+        dir.path();
+    ASSERT_EQ(ToolRun(generate.substr(0, 9) + generate.substr(16)).status, 0);  // written
+    const std::string written = qntest::readFile(path);
+    std::string middle = written;
+    middle.replace(middle.find("<ServerName>e<"), 14, "<ServerName>x<");
+    const std::vector<std::string> onDisk = {
+        "",  // only the header
+        middle,
+        written.substr(0, written.find("    <UpdatePolicy>")) + "</QuillnetLocalPolicy>\n",
+        "<a/>",  // no line feed at its end
+        "line 1\nline 2\n" + written + "tail\n",
+    };
+    for (const std::string& content : onDisk) {
+        dir.write("old", content);
+        dir.write(kPolicyFile, content);
+        const ToolRun ours(generate);
+        std::ofstream(dir.path() + "new", std::ios::binary) << written;
+        const ToolRun expected("diff -u " + dir.path() + "old " + dir.path() + "new", true);
+        EXPECT_EQ(ours.status, 1);
+        const auto body = [](const std::string& diff) {
+            const size_t hunks = diff.find("\n@@");
+            return hunks == std::string::npos ? diff : diff.substr(hunks + 1);
+        };
+        EXPECT_EQ(body(ours.out), body(expected.out)) << content;
+    }
+}
+
+// show FILE reads a file elsewhere as the client would; a failed load still prints one JSON
+// object, with the parser's reason and position, and exits 1.
+TEST(QnpolicyTool, ShowReportsAFailedLoadInItsJson) {
+    qntest::TempDir dir;
+    const std::vector<std::tuple<std::string, std::string, unsigned long>> cases = {
+        {"<QuillnetLocalPolicy><FipsMode>true</Fips", "unclosed token", 1},
+        {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy/>",
+         "document type declaration", 2},
+    };
+    for (const auto& [content, message, line] : cases) {
+        const std::string file = dir.write("elsewhere.xml", content);
+        const ToolRun run("show --json " + file);
+        EXPECT_EQ(run.status, 1) << content;
+        const Json shown = run.json();
+        EXPECT_EQ(shown.at("loaded"), false);
+        EXPECT_EQ(shown.at("policyFile"), file);
+        EXPECT_NE(shown.at("error").at("message").get<std::string>().find(message),
+                  std::string::npos)
+            << shown;
+        EXPECT_EQ(shown.at("error").at("line"), line);
+        EXPECT_TRUE(run.has("qnpolicy show: cannot load " + file + ":" + std::to_string(line)));
+    }
+    const std::string file = dir.write(
+        "elsewhere.xml", "<QuillnetLocalPolicy><FipsMode>true</FipsMode></QuillnetLocalPolicy>");
+    const Json shown = ToolRun("show --json " + file).json();
+    EXPECT_EQ(shown.at("loaded"), true);
+    EXPECT_EQ(shown.at("exists"), true);
+    EXPECT_EQ(shown.at("settings").at("FipsMode"), true);
+    EXPECT_EQ(shown.at("fipsModeModifiedOnDisk"), false);
+    EXPECT_FALSE(shown.at("settings").contains("FipsModeModifiedOnDisk"));
 }
 
 // Each document yields exactly the findings, kinds and lines, of its flaws; the files are
@@ -139,37 +353,87 @@ TEST(QnpolicyTool, CheckFindsExactlyTheFlawsOfEachDocument) {
     for (const auto& [content, expected] : cases) {
         const std::string path = dir.write("p.xml", content);
         ASSERT_EQ(::chmod(path.c_str(), 0620), 0);
-        const Json report = ToolRun("check --json " + path).json();
+        const Json report = ToolRun("check --json --ignore file-owner " + path).json();
         std::string found;
-        for (const Json& finding : report.at("findings")) {
+        for (const Json& finding : report.at("files").at(0).at("findings")) {
             found += (found.empty() ? "" : " ") + finding.at("kind").get<std::string>() + ":" +
                      finding.at("line").dump();
         }
-        EXPECT_EQ(found, kOwnerFinding + expected) << content;
+        EXPECT_EQ(found, expected) << content;
     }
 }
 
-// Findings print as FILE[:LINE:COLUMN]: kind: message, the owner if not root and write access
-// for others among them; findings exit with 1, a file that cannot be read with 2.
-TEST(QnpolicyTool, CheckPrintsFindingsAndExitsWith2OnUnreadableFiles) {
+// check over several files and standard input: findings print as FILE[:LINE:COLUMN]: kind:
+// message, with a severity in JSON; a file that cannot be read or parsed is reported in the
+// same form with the parser's reason, and makes the exit status 2; --ignore drops a kind; the
+// directories above a file are audited too.
+TEST(QnpolicyTool, CheckReportsEveryFileAndItsDirectories) {
     qntest::TempDir dir;
-    const std::string path = dir.write("f.xml", qntest::readFile(QN_FLAWED_SAMPLE));
+    const std::string open = dir.path() + "open/";
+    ASSERT_EQ(::mkdir(open.c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(open.c_str(), 0777), 0);  // whatever the umask
+    const std::string flawed = dir.write("open/f.xml", qntest::readFile(QN_FLAWED_SAMPLE));
     const uid_t owner = ::geteuid() == 0 ? 65534 : ::geteuid();
-    ASSERT_EQ(::chown(path.c_str(), owner, static_cast<gid_t>(-1)), 0);
-    ASSERT_EQ(::chmod(path.c_str(), 0602), 0);
-    const ToolRun text("check " + path);
-    EXPECT_EQ(text.status, 1);
+    ASSERT_EQ(::chown(flawed.c_str(), owner, static_cast<gid_t>(-1)), 0);
+    const std::string bad = dir.write("bad.xml", "<x>\n<y>");
+    const std::string none = dir.path() + "none.xml";
+
+    const ToolRun text("check " + flawed + " " + bad + " " + none);
+    EXPECT_EQ(text.status, 2);
     for (const std::string& line : std::vector<std::string>{
-             ": file-owner: The file is owned by user id " + std::to_string(owner) + ", not by",
-             ": file-permissions: The file's mode is 0602: its group or others can change",
-             ":6:5: unknown-element: Unknown element \"BypassDownloder\"", ": 12 findings\n"}) {
-        EXPECT_TRUE(text.has(path + line)) << line << "\n" << text.out;
+             flawed + ": file-owner: The file is owned by user id " + std::to_string(owner),
+             flawed + ": file-permissions: The directory " + dir.path() + "open's mode is 0777",
+             flawed + ":6:5: unknown-element: Unknown element \"BypassDownloder\"",
+             flawed + (::geteuid() == 0 ? ": 12 findings\n" : ": 14 findings\n"),
+             bad + ":2:4: unreadable: no element found\n", none + ": unreadable: no such file\n"}) {
+        EXPECT_TRUE(text.has(line)) << line << "\n" << text.out;
     }
-    for (const std::string& bad : {dir.write("bad.xml", "<x><y>"), dir.path() + "none.xml"}) {
-        const ToolRun json("check --json " + bad);
-        EXPECT_TRUE(json.status == 2 && json.json().at("readable") == false) << json.out;
-        EXPECT_TRUE(json.has("\nqnpolicy check: " + bad + " is missing, unreadable or not well-"));
+    const ToolRun ignoring("check --json --ignore file-owner --ignore file-permissions " + flawed);
+    EXPECT_EQ(ignoring.status, 1);
+    const Json ignored = ignoring.json();
+    const Json& findings = ignored.at("files").at(0).at("findings");
+    EXPECT_EQ(findings.size(), 10U);
+    EXPECT_EQ(findings.at(0).at("severity"), "warning");  // newer-version
+    EXPECT_EQ(findings.at(1).at("severity"), "error");    // non-boolean-value
+
+    const ToolRun stdinRun("check --json - < " + bad);
+    EXPECT_EQ(stdinRun.status, 2);
+    const Json unreadable = stdinRun.json().at("files").at(0);
+    EXPECT_EQ(unreadable.at("file"), "<stdin>");
+    EXPECT_EQ(unreadable.at("readable"), false);
+    EXPECT_EQ(unreadable.at("error"),
+              Json::parse(R"({"message": "no element found", "line": 2, "column": 4})"));
+    EXPECT_EQ(ToolRun("check --json " + none).json().at("files").at(0).at("error").at("message"),
+              "no such file");
+    ASSERT_EQ(ToolRun("generate fm=true --install-dir " + dir.path()).status, 0);
+    EXPECT_EQ(ToolRun("check - < " + dir.path() + kPolicyFile).status, 0);
+}
+
+// Output that cannot be written is an I/O error (74); a reader that goes away ends the run
+// quietly; a file-size limit ends generation with "File too large" instead of a signal.
+TEST(QnpolicyTool, OutputAndWriteFailuresEndWithAnIoError) {
+    qntest::TempDir dir;
+    const std::string d = " --install-dir " + dir.path();
+    for (const std::string& words :
+         std::vector<std::string>{"show --json" + d, "vocabulary", "generate fm=true" + d}) {
+        const ToolRun full(words + " >/dev/full");
+        EXPECT_EQ(full.status, 74) << words;
+        EXPECT_TRUE(full.has("cannot write to standard output: No space left on device")) << words;
     }
+    std::string servers = "upal=";
+    for (int i = 0; i < 12000; ++i) {
+        servers += "gw" + std::to_string(i) + ";";
+    }
+    const ToolRun limited("ulimit -f 100; $Q generate --overwrite '" + servers + "'" + d);
+    EXPECT_EQ(limited.status, 74);
+    EXPECT_TRUE(limited.has("File too large"));
+    EXPECT_EQ(qntest::readFile(dir.path() + kPolicyFile).find("gw11999"), std::string::npos);
+
+    ASSERT_EQ(ToolRun("generate --overwrite '" + servers.substr(0, 60000) + "gw'" + d).status, 0);
+    const ToolRun piped("{ $Q show --quiet --json" + d +
+                        "; echo \"status $?\" >&2; } | head -c 10");
+    EXPECT_TRUE(piped.has("status 74")) << piped.err;
+    EXPECT_EQ(piped.err, "status 74\n");
 }
 
 }  // namespace

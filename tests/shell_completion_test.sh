@@ -49,10 +49,10 @@ expect() {
 }
 
 expect 'qnpolicy ' 'check generate schema show vocabulary'
-expect 'qnpolicy --' '--help --log --version'
+expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'
-expect 'qnpolicy generate --' '--help --install-dir --overwrite'
+expect 'qnpolicy generate --' '--diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
 expect 'qnpolicy generate fm=true ecc=' 'false true'
 expect 'qnpolicy generate rtp=I' 'IPSec'
@@ -60,7 +60,7 @@ expect 'qnpolicy generate upal=' ''
 expect 'qnpolicy generate --install-dir ' 'sub'
 expect 'qnpolicy check ' 'a.xml sub'
 expect 'qnpolicy check --json a' 'a.xml'
-expect 'qnpolicy show ' ''
+expect 'qnpolicy show ' 'a.xml sub'
 expect 'qnpolicy show --install-dir s' 'sub'
 
 if ((failures > 0)); then

@@ -1,28 +1,53 @@
 #ifndef QNPOLICY_COMMANDS_H
 #define QNPOLICY_COMMANDS_H
 
-#include <ostream>
 #include <string>
 #include <vector>
 
-// The four subcommands of qnpolicy. Each registers the module's services on installDir (see
-// CToolSession), writes its result to out and its own messages to err (the module's log
-// records go to standard error through CAppLog), and returns the exit status (ExitCodes.h).
+#include "ToolContext.h"
+
+namespace CLI {
+class App;
+}
+
+// The subcommands of qnpolicy. Each adds its own options to its CLI11 subcommand
+// (AddXxxOptions, bound to CommandArgs) and runs with the shared context (RunXxx), returning
+// the exit status (ExitCodes.h). main.cpp lists them in one table.
 namespace qnpolicy::tool {
 
-// Writes the policy file from "policy_abbreviation=value" arguments, as given.
-int RunGenerate(const std::string& installDir, const std::vector<std::string>& policyArgs,
-                bool bOverwrite, std::ostream& out, std::ostream& err);
+// The subcommands' own arguments, filled by the command-line parser.
+struct CommandArgs {
+    // generate
+    std::vector<std::string> policyArgs;
+    bool bOverwrite = false;
+    bool bLenient = false;
+    bool bDryRun = false;
+    bool bDiff = false;
+    // show: one file; check: several, "-" for standard input
+    std::vector<std::string> files;
+    // check
+    std::vector<std::string> ignoredKinds;
+};
 
-// Loads the policy file and prints the effective policy, as text or as one JSON object.
-int RunShow(const std::string& installDir, bool bJson, std::ostream& out, std::ostream& err);
+void AddGenerateOptions(CLI::App& command, CommandArgs& args);
+// Writes the policy file from "policy_abbreviation=value" arguments, refusing unusable ones.
+int RunGenerate(const CommandArgs& args, CToolContext& context);
 
-// Lints file, or the policy file of installDir when file is empty.
-int RunCheck(const std::string& installDir, const std::string& file, bool bJson, std::ostream& out,
-             std::ostream& err);
+void AddShowOptions(CLI::App& command, CommandArgs& args);
+// Loads the policy file as the client does and prints the effective policy.
+int RunShow(const CommandArgs& args, CToolContext& context);
 
-// Prints the vocabulary of installer abbreviations.
-int RunVocabulary(const std::string& installDir, bool bJson, std::ostream& out, std::ostream& err);
+void AddCheckOptions(CLI::App& command, CommandArgs& args);
+// Lints policy files, or the policy file of the install directory.
+int RunCheck(const CommandArgs& args, CToolContext& context);
+
+void AddVocabularyOptions(CLI::App& command, CommandArgs& args);
+// Prints the vocabulary of installer abbreviations with each setting's meaning.
+int RunVocabulary(const CommandArgs& args, CToolContext& context);
+
+void AddSchemaOptions(CLI::App& command, CommandArgs& args);
+// Prints the XML Schema of the policy document, generated from the settings catalogue.
+int RunSchema(const CommandArgs& args, CToolContext& context);
 
 }  // namespace qnpolicy::tool
 

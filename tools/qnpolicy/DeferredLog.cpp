@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "TextFormat.h"
+
 namespace qnpolicy::tool {
 
 CDeferredLog::CDeferredLog() : m_pRecords(std::make_shared<std::vector<CAppLogRecord>>()) {
@@ -23,16 +25,23 @@ void CDeferredLog::restore() {
 }
 
 void CDeferredLog::Forward() {
+    ForwardExcept([](const CAppLogRecord&) { return false; });
+}
+
+void CDeferredLog::ForwardExcept(const std::function<bool(const CAppLogRecord&)>& bReplaced) {
     if (m_bRestored) {
         return;
     }
     restore();
     for (const CAppLogRecord& record : *m_pRecords) {
+        if (bReplaced(record)) {
+            continue;
+        }
         if (m_previous) {
             m_previous(record);
         } else {
-            // The default sink's form: one readable line per record on standard error.
-            std::fprintf(stderr, "%s\n", CAppLog::FormatRecord(record).c_str());
+            // The default sink's form: one line per record on standard error.
+            std::fprintf(stderr, "%s\n", OneLine(CAppLog::FormatRecord(record)).c_str());
         }
     }
     m_pRecords->clear();

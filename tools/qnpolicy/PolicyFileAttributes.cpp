@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "AppLog.h"
 
@@ -21,29 +22,52 @@ std::string octalMode(mode_t mode) {
     return text;
 }
 
-}  // namespace
-
-std::vector<LintFinding> CheckPolicyFileAttributes(const std::string& path) {
-    std::vector<LintFinding> findings;
+// The findings of one entry: "The file" or "The directory /opt".
+void checkEntry(const std::string& path, const std::string& subject, bool bDirectory,
+                std::vector<LintFinding>& rFindings) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {
         const int error = errno;
         CAppLog::LogDebugMessage("CheckPolicyFileAttributes", kSourceFile, __LINE__,
                                  Logging::DBG_Warning, "cannot examine %s: %s", path.c_str(),
                                  std::strerror(error));
+        return;
+    }
+    const auto finding = [&rFindings](const char* kind, const std::string& message) {
+        rFindings.push_back(LintFinding{0, 0, kind, SeverityOf(kind), message, std::string()});
+    };
+    if (status.st_uid != kRootUid) {
+        finding(findingkind::kFileOwner,
+                subject + " is owned by user id " + std::to_string(status.st_uid) +
+                    ", not by root: that user can change the policy. Run: chown root " + path);
+    }
+    const bool bSticky = bDirectory && (status.st_mode & S_ISVTX) != 0;
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !bSticky) {
+        finding(findingkind::kFilePermissions,
+                subject + "'s mode is " + octalMode(status.st_mode) +
+                    ": its group or others can change the policy. Run: chmod go-w " + path);
+    }
+}
+
+}  // namespace
+
+std::vector<LintFinding> CheckPolicyFileAttributes(const std::string& path) {
+    std::vector<LintFinding> findings;
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    if (error) {
+        CAppLog::LogDebugMessage("CheckPolicyFileAttributes", kSourceFile, __LINE__,
+                                 Logging::DBG_Warning, "cannot resolve %s: %s", path.c_str(),
+                                 error.message().c_str());
         return findings;
     }
-    if (status.st_uid != kRootUid) {
-        findings.push_back(LintFinding{
-            0, 0, findingkind::kFileOwner,
-            "The file is owned by user id " + std::to_string(status.st_uid) +
-                ", not by root: that user can change the policy. Run: chown root " + path});
-    }
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        findings.push_back(LintFinding{
-            0, 0, findingkind::kFilePermissions,
-            "The file's mode is " + octalMode(status.st_mode) +
-                ": its group or others can change the policy. Run: chmod go-w " + path});
+    checkEntry(path, "The file", false, findings);
+    for (std::filesystem::path directory = real.parent_path();;
+         directory = directory.parent_path()) {
+        checkEntry(directory.string(), "The directory " + directory.string(), true, findings);
+        if (directory == directory.root_path()) {
+            break;
+        }
     }
     return findings;
 }

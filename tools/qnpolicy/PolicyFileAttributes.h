@@ -8,10 +8,13 @@
 
 namespace qnpolicy::tool {
 
-// Findings about who can change the policy file at path: a file not owned by root, or one
-// that its group or others may write, lets someone other than the administrator loosen the
-// policy. The file's own entry is examined after following symbolic links, as the client
-// opens it. Nothing is reported for a path that cannot be examined (the parse reports it).
+// Findings about who can change the policy file at path, as a careful loader of a
+// root-owned configuration checks it: the file and every directory above it up to "/" must
+// be owned by root and not writable by group or others, since whoever can write the file,
+// or rename entries in one of its directories, can loosen the policy. A directory with the
+// sticky bit (such as /tmp) may be writable by others: they cannot rename or remove what
+// they do not own. The file's real location is examined (symbolic links followed, as the
+// client opens it). A path that cannot be examined gives no finding (the parse reports it).
 std::vector<LintFinding> CheckPolicyFileAttributes(const std::string& path);
 
 }  // namespace qnpolicy::tool

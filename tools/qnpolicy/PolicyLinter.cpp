@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
-#include <iterator>
+#include <string_view>
 
-#include "AppLog.h"
 #include "DeferredLog.h"
-#include "LocalQNPolicyOptionTexts.h"
 #include "NameSuggestion.h"
 #include "StringUtils.h"
+#include "TextFormat.h"
 #include "VersionCompare.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlParser.h"
@@ -18,21 +16,10 @@ namespace qnpolicy::tool {
 
 namespace {
 
-constexpr char kSourceFile[] = "tools/qnpolicy/PolicyLinter";
-
 constexpr char kTrue[] = "true";
 constexpr char kFalse[] = "false";
 constexpr char kVersionSeparators[] = ".,";
-constexpr char kCachingElement[] = "RestrictPreferenceCaching";
-constexpr char kTunnelElement[] = "RestrictTunnelProtocols";
-constexpr char kExclusionPrefix[] = "Exclude";
-constexpr char kDoctypeMarkup[] = "<!DOCTYPE";
-// The only tunnel texts the reader applies, exactly as it compares them.
-const char* const kAppliedTunnelTexts[] = {"false", "ipsec", "tls"};
-
-std::string quoted(const std::string& text) {
-    return "\"" + text + "\"";
-}
+constexpr char kCachingDelimiter = ',';
 
 std::string lowerCase(const std::string& text) {
     std::string lowered = text;
@@ -57,64 +44,21 @@ std::string joinQuoted(std::vector<std::string>::const_iterator first,
                        std::vector<std::string>::const_iterator last) {
     std::string joined;
     for (auto it = first; it != last; ++it) {
-        joined += (joined.empty() ? "" : ", ") + quoted(*it);
+        joined += (joined.empty() ? "" : ", ") + Quoted(*it);
     }
     return joined;
 }
 
 std::string didYouMean(const std::string& suggestion) {
-    return suggestion.empty() ? std::string() : " Did you mean " + quoted(suggestion) + "?";
-}
-
-// Where the DOCTYPE declaration starts, for the finding that replaces the parser's refusal;
-// (0, 0) when the file cannot be read again or holds no such markup.
-std::pair<unsigned long, unsigned long> findDoctype(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string content((std::istreambuf_iterator<char>(in)),
-                              std::istreambuf_iterator<char>());
-    const size_t offset = content.find(kDoctypeMarkup);
-    if (offset == std::string::npos) {
-        return {0, 0};
-    }
-    const size_t lineStart = content.rfind('\n', offset);
-    const unsigned long column = lineStart == std::string::npos ? offset + 1 : offset - lineStart;
-    return {1 + std::count(content.begin(), content.begin() + offset, '\n'), column};
+    return suggestion.empty() ? std::string() : " Did you mean " + Quoted(suggestion) + "?";
 }
 
 }  // namespace
 
-CPolicyLinter::CPolicyLinter(const std::map<std::string, LocalPolicySetting>& vocabulary) {
-    m_elementKinds[kRootElement] = ElementKind::ROOT;
-    m_elementKinds[kUpdatePolicyElement] = ElementKind::UPDATE_POLICY;
-    m_elementKinds[kAuthorizedServerListElement] = ElementKind::SERVER_LIST;
-    m_elementKinds[kServerNameElement] = ElementKind::SERVER_NAME;
-    // Every other vocabulary element is a setting; its kind follows from its row, the way
-    // the reader treats it: update rows are permissions, the two free-text rows have their
-    // own syntax, the exclusions only ever add, everything else is a plain boolean.
-    for (const auto& entry : vocabulary) {
-        const std::string& name = entry.second.tstrFullName;
-        if (m_elementKinds.count(name) != 0) {
-            continue;
-        }
-        ElementKind eKind = ElementKind::BOOLEAN;
-        if (entry.second.bIsUpdatePolicy) {
-            eKind = ElementKind::UPDATE_PERMISSION;
-        } else if (name == kCachingElement) {
-            eKind = ElementKind::CACHING_LIST;
-        } else if (name == kTunnelElement) {
-            eKind = ElementKind::TUNNEL_PROTOCOL;
-        } else if (name.rfind(kExclusionPrefix, 0) == 0) {
-            eKind = ElementKind::EXCLUSION;
-        }
-        m_elementKinds[name] = eKind;
-    }
-    m_knownNames.reserve(m_elementKinds.size());
-    for (const auto& entry : m_elementKinds) {
-        m_knownNames.push_back(entry.first);
-    }
-    m_cachingTexts.reserve(sg_restrictPrefCachingOptionToStrMap.size());
-    for (const auto& entry : sg_restrictPrefCachingOptionToStrMap) {
-        m_cachingTexts.push_back(entry.second);
+CPolicyLinter::CPolicyLinter() {
+    m_knownNames = {kRootElement, kUpdatePolicyElement};
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        m_knownNames.push_back(setting.element);
     }
 }
 
@@ -125,49 +69,64 @@ void CPolicyLinter::resetState() {
     m_uiOpenUpdatePolicies = 0;
     m_uiOpenServerLists = 0;
     m_settingFirstLines.clear();
-    m_serverNameFirstLines.clear();
-}
-
-STATUSCODE CPolicyLinter::parse(const std::string& path, bool bSecure) {
-    resetState();
-    XmlParser parser(this);
-    m_pParser = &parser;
-    const STATUSCODE status = parser.parseFile(path, bSecure);
-    m_pParser = nullptr;
-    return status;
+    m_serverNameTexts.clear();
+    m_serverNames.clear();
+    m_findings.clear();
 }
 
 LintResult CPolicyLinter::LintFile(const std::string& path) {
-    m_findings.clear();
-    STATUSCODE status = XMLPARSER_SUCCESS;
-    {
-        // The module refuses a DTD, and so does the first parse; that refusal becomes a
-        // finding, so its log line is dropped, and the rest of the file is linted by a
-        // second parse that tolerates the DTD (still never reading external entities).
-        CDeferredLog deferred;
-        status = parse(path, true);
-        if (status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-            deferred.Discard();
-            m_findings.clear();
-            const auto position = findDoctype(path);
-            report(position.first, position.second, findingkind::kDoctype,
-                   "The file declares a DTD. The client refuses every policy file with a "
-                   "DOCTYPE declaration: loading fails and none of its settings take effect. "
-                   "Remove the declaration.");
-        }
-    }
-    if (status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        status = parse(path, false);
-    }
-    if (status != XMLPARSER_SUCCESS) {
-        CAppLog::LogReturnCode("LintFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                               "XmlParser::parseFile", static_cast<uint32_t>(status),
-                               "cannot lint %s", nullptr, path.c_str());
-    }
+    return lint(
+        [&path](XmlParser& parser, bool bSecure) { return parser.parseFile(path, bSecure); });
+}
+
+LintResult CPolicyLinter::LintBuffer(const std::string& content, const std::string& name) {
+    return lint([&content, &name](XmlParser& parser, bool bSecure) {
+        return parser.parseBuffer(content.data(), content.size(), bSecure, name);
+    });
+}
+
+LintResult CPolicyLinter::lint(const ParseStep& parseStep) {
+    const auto parse = [this, &parseStep](bool bSecure) {
+        resetState();
+        XmlParser parser(this);
+        m_pParser = &parser;
+        const STATUSCODE status = parseStep(parser, bSecure);
+        m_pParser = nullptr;
+        return status;
+    };
     LintResult result;
-    result.parseStatus = status;
+    std::vector<LintFinding> doctype;
+    CDeferredLog deferred;
+    STATUSCODE status = parse(true);
+    if (status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
+        // The module refuses a DTD, and so did this parse, which says in its failure record
+        // where the declaration starts. That refusal becomes a finding; the rest of the file
+        // is linted by a second parse that tolerates the DTD (still never reading anything
+        // outside the document).
+        const ParseFailure where = DescribeParseFailure(deferred.Records(), std::string());
+        doctype.push_back(LintFinding{where.line, where.column, findingkind::kDoctype,
+                                      SeverityOf(findingkind::kDoctype),
+                                      "The file declares a DTD. The client refuses every policy "
+                                      "file with a DOCTYPE declaration: loading fails and none "
+                                      "of its settings take effect. Remove the declaration.",
+                                      std::string()});
+        deferred.Discard();
+        CDeferredLog tolerant;
+        status = parse(false);
+        if (status != XMLPARSER_SUCCESS) {
+            result.failure = DescribeParseFailure(tolerant.Records(), HexText(status));
+        }
+        // Reported below as the result's failure.
+        tolerant.Discard();
+    } else if (status != XMLPARSER_SUCCESS) {
+        result.failure = DescribeParseFailure(deferred.Records(), HexText(status));
+        deferred.Discard();
+    }
+    reportDuplicateServerNames();
+    result.bReadable = status == XMLPARSER_SUCCESS;
     result.findings = std::move(m_findings);
     m_findings.clear();
+    result.findings.insert(result.findings.begin(), doctype.begin(), doctype.end());
     std::stable_sort(result.findings.begin(), result.findings.end(),
                      [](const LintFinding& a, const LintFinding& b) {
                          return std::make_pair(a.line, a.column) < std::make_pair(b.line, b.column);
@@ -176,28 +135,30 @@ LintResult CPolicyLinter::LintFile(const std::string& path) {
 }
 
 void CPolicyLinter::report(unsigned long line, unsigned long column, const char* kind,
-                           const std::string& message) {
-    m_findings.push_back(LintFinding{line, column, kind, message});
+                           const std::string& message, const std::string& element) {
+    m_findings.push_back(LintFinding{line, column, kind, SeverityOf(kind), message, element});
 }
 
 void CPolicyLinter::report(const OpenElement& element, const char* kind,
                            const std::string& message) {
-    report(element.line, element.column, kind, message);
+    report(element.line, element.column, kind, message, element.name);
 }
 
-CPolicyLinter::ElementKind CPolicyLinter::kindOf(const std::string& elementName) const {
-    const auto found = m_elementKinds.find(elementName);
-    return found == m_elementKinds.end() ? ElementKind::UNKNOWN : found->second;
-}
-
-std::string CPolicyLinter::suggestElement(const std::string& elementName) const {
-    return SuggestName(elementName, m_knownNames);
+bool CPolicyLinter::isKind(const OpenElement& element, LocalPolicySettingKind eKind) const {
+    return element.pSetting != nullptr && element.pSetting->kind == eKind;
 }
 
 void CPolicyLinter::addElement(const std::string& elementName) {
     OpenElement element;
     element.name = elementName;
-    element.eKind = kindOf(elementName);
+    element.pSetting = FindLocalPolicySetting(elementName);
+    if (element.pSetting != nullptr) {
+        element.eRole = ElementRole::SETTING;
+    } else if (elementName == kRootElement) {
+        element.eRole = ElementRole::ROOT;
+    } else if (elementName == kUpdatePolicyElement) {
+        element.eRole = ElementRole::UPDATE_POLICY;
+    }
     if (m_pParser != nullptr) {
         element.line = m_pParser->CurrentLine();
         element.column = m_pParser->CurrentColumn();
@@ -207,22 +168,22 @@ void CPolicyLinter::addElement(const std::string& elementName) {
         m_openElements.back().bHasChildren = true;
     }
 
-    switch (element.eKind) {
-        case ElementKind::UNKNOWN:
+    switch (element.eRole) {
+        case ElementRole::UNKNOWN:
             element.bIgnored = true;
             report(element, findingkind::kUnknownElement,
-                   (bIsRoot ? "The root element " + quoted(elementName) + " is not " +
-                                  quoted(kRootElement) +
+                   (bIsRoot ? "The root element " + Quoted(elementName) + " is not " +
+                                  Quoted(kRootElement) +
                                   ": the settings inside it are still read, but its "
                                   "version attribute is not."
-                            : "Unknown element " + quoted(elementName) +
+                            : "Unknown element " + Quoted(elementName) +
                                   ": the reader ignores it and its text (known settings inside it "
                                   "still count).") +
-                       didYouMean(suggestElement(elementName)));
+                       didYouMean(SuggestName(elementName, m_knownNames)));
             break;
-        case ElementKind::ROOT:
+        case ElementRole::ROOT:
             break;
-        case ElementKind::UPDATE_POLICY:
+        case ElementRole::UPDATE_POLICY:
             if (m_uiOpenUpdatePolicies > 0) {
                 report(element, findingkind::kNestedUpdatePolicy,
                        "\"UpdatePolicy\" inside \"UpdatePolicy\": when the inner one ends, the "
@@ -231,34 +192,46 @@ void CPolicyLinter::addElement(const std::string& elementName) {
             ++m_uiOpenUpdatePolicies;
             m_bUpdatePolicySection = true;
             break;
-        case ElementKind::SERVER_LIST:
+        case ElementRole::SETTING:
+            break;
+    }
+    if (element.pSetting != nullptr) {
+        openSetting(element, *element.pSetting);
+    }
+    m_openElements.push_back(std::move(element));
+}
+
+void CPolicyLinter::openSetting(OpenElement& element, const LocalPolicySettingInfo& setting) {
+    switch (setting.kind) {
+        case LocalPolicySettingKind::SERVER_LIST:
             ++m_uiOpenServerLists;
             if (m_bUpdatePolicySection) {
                 m_bAuthorizedServerList = true;
             } else {
                 element.bIgnored = true;
                 report(element, findingkind::kServerListOutsideSection,
-                       "\"AuthorizedServerList\" outside \"UpdatePolicy\": the reader ignores "
-                       "it and every server name in it.");
+                       Quoted(element.name) +
+                           " outside \"UpdatePolicy\": the reader ignores it and every server "
+                           "name in it.");
             }
             break;
-        case ElementKind::SERVER_NAME:
+        case LocalPolicySettingKind::SERVER_NAME:
             if (!m_bAuthorizedServerList) {
                 element.bIgnored = true;
                 // Inside an ignored list the list's own finding already says so.
                 if (m_uiOpenServerLists == 0) {
                     report(element, findingkind::kServerNameOutsideList,
-                           "\"ServerName\" outside \"AuthorizedServerList\": the reader "
-                           "ignores it; authorized servers belong in UpdatePolicy/"
-                           "AuthorizedServerList.");
+                           Quoted(element.name) +
+                               " outside its list: the reader ignores it; authorized servers "
+                               "belong in UpdatePolicy/AuthorizedServerList.");
                 }
             }
             break;
-        case ElementKind::UPDATE_PERMISSION:
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
             if (!m_bUpdatePolicySection) {
                 element.bIgnored = true;
                 report(element, findingkind::kUpdatePermissionOutsideSection,
-                       quoted(elementName) +
+                       Quoted(element.name) +
                            " outside \"UpdatePolicy\": the reader ignores it (and logs "
                            "\"Local Policy XML structure is incorrect.\"); move it into the "
                            "\"UpdatePolicy\" section.");
@@ -266,14 +239,14 @@ void CPolicyLinter::addElement(const std::string& elementName) {
                 checkDuplicateSetting(element);
             }
             break;
-        case ElementKind::BOOLEAN:
-        case ElementKind::EXCLUSION:
-        case ElementKind::CACHING_LIST:
-        case ElementKind::TUNNEL_PROTOCOL:
+        case LocalPolicySettingKind::FIPS_MODE:
+        case LocalPolicySettingKind::FLAG:
+        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
+        case LocalPolicySettingKind::CACHING_LIST:
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
             checkDuplicateSetting(element);
             break;
     }
-    m_openElements.push_back(element);
 }
 
 void CPolicyLinter::addAttribute(const std::string& attributeName,
@@ -282,15 +255,14 @@ void CPolicyLinter::addAttribute(const std::string& attributeName,
         return;
     }
     const OpenElement& element = m_openElements.back();
-    if (element.eKind == ElementKind::ROOT) {
-        // The reader compares the version of every element so named, like this.
+    if (element.eRole == ElementRole::ROOT) {
         // Compared like the reader does, without a list node per component of the text.
         if (attributeName == kVersionAttribute &&
             IsVersionTextGreater(attributeValue, kVersionSeparators,
                                  Version(kClientVersion, kVersionSeparators))) {
             report(element, findingkind::kNewerVersion,
-                   "The file's version " + quoted(attributeValue) +
-                       " is newer than this client's " + quoted(kClientVersion) +
+                   "The file's version " + Quoted(attributeValue) +
+                       " is newer than this client's " + Quoted(kClientVersion) +
                        ": the client reads it anyway and warns that unexpected behaviour "
                        "can result.");
         }
@@ -298,7 +270,7 @@ void CPolicyLinter::addAttribute(const std::string& attributeName,
     }
     if (!element.bIgnored) {
         report(element, findingkind::kIgnoredAttribute,
-               "Attribute " + quoted(attributeName) + " of " + quoted(element.name) +
+               "Attribute " + Quoted(attributeName) + " of " + Quoted(element.name) +
                    " is ignored: the reader takes a setting's value from the element's text "
                    "only.");
     }
@@ -310,51 +282,53 @@ void CPolicyLinter::setElementValue(const std::string& elementValue) {
     }
     OpenElement& element = m_openElements.back();
     element.bHasText = true;
-    if (element.bIgnored) {
+    if (element.bIgnored || element.pSetting == nullptr) {
         return;
     }
-    switch (element.eKind) {
-        case ElementKind::BOOLEAN:
-        case ElementKind::EXCLUSION:
-        case ElementKind::UPDATE_PERMISSION:
+    switch (element.pSetting->kind) {
+        case LocalPolicySettingKind::FIPS_MODE:
+        case LocalPolicySettingKind::FLAG:
+        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
             checkBooleanText(element, elementValue);
             break;
-        case ElementKind::CACHING_LIST:
+        case LocalPolicySettingKind::CACHING_LIST:
             checkCachingList(element, elementValue);
             break;
-        case ElementKind::TUNNEL_PROTOCOL:
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
             checkTunnelText(element, elementValue);
             break;
-        case ElementKind::SERVER_NAME:
+        case LocalPolicySettingKind::SERVER_NAME:
             checkServerName(element, elementValue);
             break;
-        case ElementKind::SERVER_LIST:
+        case LocalPolicySettingKind::SERVER_LIST:
             if (!isBlank(elementValue)) {
                 report(element, findingkind::kServerListText,
-                       "The text " + quoted(elementValue) +
-                           " of \"AuthorizedServerList\" is ignored: give each server in a "
-                           "\"ServerName\" element of its own.");
+                       "The text " + Quoted(elementValue) + " of " + Quoted(element.name) +
+                           " is ignored: give each server in an element of its own (see "
+                           "`qnpolicy generate --dry-run upal=...`).");
             }
-            break;
-        case ElementKind::UNKNOWN:
-        case ElementKind::ROOT:
-        case ElementKind::UPDATE_POLICY:
             break;
     }
 }
 
-void CPolicyLinter::endElement(const std::string& elementName) {
-    if (!m_openElements.empty()) {
-        checkEmptyElement(m_openElements.back());
-        m_openElements.pop_back();
+void CPolicyLinter::endElement(const std::string& /*elementName*/) {
+    if (m_openElements.empty()) {
+        return;
     }
-    // The reader's flags, cleared by name whatever the nesting, exactly as it does.
-    if (elementName == kAuthorizedServerListElement) {
+    const OpenElement& element = m_openElements.back();
+    checkEmptyElement(element);
+    const bool bServerList = isKind(element, LocalPolicySettingKind::SERVER_LIST);
+    const bool bUpdatePolicy = element.eRole == ElementRole::UPDATE_POLICY;
+    m_openElements.pop_back();
+    // The reader's flags, cleared at any such end tag whatever the nesting, exactly as it
+    // does.
+    if (bServerList) {
         m_bAuthorizedServerList = false;
         if (m_uiOpenServerLists > 0) {
             --m_uiOpenServerLists;
         }
-    } else if (elementName == kUpdatePolicyElement) {
+    } else if (bUpdatePolicy) {
         m_bUpdatePolicySection = false;
         if (m_uiOpenUpdatePolicies > 0) {
             --m_uiOpenUpdatePolicies;
@@ -368,14 +342,14 @@ void CPolicyLinter::checkDuplicateSetting(const OpenElement& element) {
         return;
     }
     std::string effect;
-    switch (element.eKind) {
-        case ElementKind::EXCLUSION:
+    switch (element.pSetting->kind) {
+        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
             effect = "an exclusion once made stays, whatever a later occurrence says.";
             break;
-        case ElementKind::CACHING_LIST:
+        case LocalPolicySettingKind::CACHING_LIST:
             effect = "the lists are applied one after the other.";
             break;
-        case ElementKind::TUNNEL_PROTOCOL:
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
             effect = "the last recognised value wins.";
             break;
         default:
@@ -383,7 +357,7 @@ void CPolicyLinter::checkDuplicateSetting(const OpenElement& element) {
             break;
     }
     report(element, findingkind::kDuplicateSetting,
-           quoted(element.name) + " is given again (first at line " +
+           Quoted(element.name) + " is given again (first at line " +
                std::to_string(inserted.first->second) +
                "): the reader applies every occurrence in document order, and " + effect);
 }
@@ -392,25 +366,24 @@ void CPolicyLinter::checkBooleanText(const OpenElement& element, const std::stri
     if (text == kTrue || text == kFalse) {
         return;
     }
-    const std::string consequence = element.eKind == ElementKind::EXCLUSION
+    const std::string consequence = isKind(element, LocalPolicySettingKind::CERT_STORE_EXCLUSION)
                                         ? "which the reader ignores (only \"true\" excludes "
                                           "the store group)"
                                         : "which the reader takes as false";
     const std::string meant = lowerCase(trimmed(text));
     const std::string hint = meant == kTrue || meant == kFalse
-                                 ? " Write " + quoted(meant) + " exactly."
+                                 ? " Write " + Quoted(meant) + " exactly."
                                  : " Write \"true\" or \"false\".";
     report(element, findingkind::kNonBooleanValue,
-           quoted(element.name) + " holds " + quoted(text) + ", " + consequence + "." + hint);
+           Quoted(element.name) + " holds " + Quoted(text) + ", " + consequence + "." + hint);
 }
 
 void CPolicyLinter::checkCachingList(const OpenElement& element, const std::string& text) {
-    const std::vector<std::string>& optionTexts = m_cachingTexts;
-    const std::vector<std::string> tokens =
-        CStringUtils::tokenize(text, sg_restrictPrefCachingDelim);
+    const std::vector<std::string>& optionTexts = LocalPolicyCachingOptionTexts();
+    const std::vector<std::string> tokens = CStringUtils::tokenize(text, kCachingDelimiter);
     if (tokens.empty()) {
         report(element, findingkind::kEmptyValue,
-               quoted(element.name) + " holds " + quoted(text) +
+               Quoted(element.name) + " holds " + Quoted(text) +
                    ", which names no caching option: the setting stays unchanged.");
         return;
     }
@@ -425,19 +398,19 @@ void CPolicyLinter::checkCachingList(const OpenElement& element, const std::stri
         const std::string before = joinQuoted(tokens.begin(), token);
         if (!bKnown) {
             report(element, findingkind::kUnknownCachingToken,
-                   "Unknown caching option " + quoted(*token) + " in " + quoted(element.name) +
+                   "Unknown caching option " + Quoted(*token) + " in " + Quoted(element.name) +
                        ": the reader takes it as \"false\", which clears every caching "
                        "restriction" +
                        (before.empty() ? std::string() : " (here " + before + ")") + "." +
                        didYouMean(SuggestName(*token, optionTexts)));
         } else if (!before.empty()) {
             report(element, findingkind::kCachingRestrictionsCleared,
-                   "\"false\" in " + quoted(element.name) + " clears the restrictions before it (" +
+                   "\"false\" in " + Quoted(element.name) + " clears the restrictions before it (" +
                        before + ").");
         }
         if (token + 1 != tokens.end()) {
             report(element, findingkind::kIgnoredCachingToken,
-                   "The caching options after " + quoted(*token) + " in " + quoted(element.name) +
+                   "The caching options after " + Quoted(*token) + " in " + Quoted(element.name) +
                        " are ignored: " + joinQuoted(token + 1, tokens.end()) + ".");
         }
         return;
@@ -445,61 +418,88 @@ void CPolicyLinter::checkCachingList(const OpenElement& element, const std::stri
 }
 
 void CPolicyLinter::checkTunnelText(const OpenElement& element, const std::string& text) {
-    for (const char* applied : kAppliedTunnelTexts) {
-        if (text == applied) {
-            return;
-        }
+    const std::vector<std::string>& applied = LocalPolicyAppliedTunnelTexts();
+    if (std::find(applied.begin(), applied.end(), text) != applied.end()) {
+        return;
     }
+    std::string hint =
+        " The reader applies only " + joinQuoted(applied.begin(), applied.end()) + ", exactly.";
     const std::string lowered = lowerCase(trimmed(text));
-    std::string hint = " The reader applies only \"false\", \"ipsec\" and \"tls\", exactly.";
-    for (const char* applied : kAppliedTunnelTexts) {
-        if (lowered == applied) {
-            hint += " Write " + quoted(applied) + ".";
-        }
+    if (std::find(applied.begin(), applied.end(), lowered) != applied.end()) {
+        hint += " Write " + Quoted(lowered) + ".";
     }
     report(element, findingkind::kTunnelValueNotApplied,
-           quoted(element.name) + " holds " + quoted(text) +
+           Quoted(element.name) + " holds " + Quoted(text) +
                ", which the reader does not apply: the tunnel setting keeps its previous value (by "
                "default, no restriction)." +
                hint);
 }
 
 void CPolicyLinter::checkServerName(const OpenElement& element, const std::string& text) {
-    if (trimmed(text) != text) {
+    const auto isSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+    if (!text.empty() && (isSpace(text.front()) || isSpace(text.back()))) {
         report(element, findingkind::kPaddedServerName,
-               "Server name " + quoted(text) +
+               "Server name " + Quoted(text) +
                    " has blanks around it; the reader keeps them, so the name is authorized "
                    "with them.");
     }
-    const auto inserted = m_serverNameFirstLines.emplace(text, element.line);
-    if (!inserted.second) {
-        report(element, findingkind::kDuplicateServerName,
-               "Server name " + quoted(text) + " is listed again (first at line " +
-                   std::to_string(inserted.first->second) + ").");
+    m_serverNames.push_back(ServerNameSeen{std::hash<std::string>()(text), m_serverNameTexts.size(),
+                                           text.size(), element.line, element.column,
+                                           &element.pSetting->element});
+    m_serverNameTexts += text;
+}
+
+void CPolicyLinter::reportDuplicateServerNames() {
+    const auto textOf = [this](const ServerNameSeen& seen) {
+        return std::string_view(m_serverNameTexts).substr(seen.offset, seen.length);
+    };
+    // Equal names end up next to each other, in document order.
+    std::vector<const ServerNameSeen*> sorted;
+    sorted.reserve(m_serverNames.size());
+    for (const ServerNameSeen& seen : m_serverNames) {
+        sorted.push_back(&seen);
+    }
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [&textOf](const ServerNameSeen* a, const ServerNameSeen* b) {
+                         return a->hash != b->hash ? a->hash < b->hash : textOf(*a) < textOf(*b);
+                     });
+    for (size_t first = 0; first < sorted.size();) {
+        size_t next = first + 1;
+        while (next < sorted.size() && sorted[next]->hash == sorted[first]->hash &&
+               textOf(*sorted[next]) == textOf(*sorted[first])) {
+            const ServerNameSeen& again = *sorted[next];
+            report(again.line, again.column, findingkind::kDuplicateServerName,
+                   "Server name " + Quoted(textOf(again)) + " is listed again (first at line " +
+                       std::to_string(sorted[first]->line) + ").",
+                   *again.pElement);
+            ++next;
+        }
+        first = next;
     }
 }
 
 void CPolicyLinter::checkEmptyElement(const OpenElement& element) {
-    if (element.bIgnored || element.bHasText) {
+    if (element.bIgnored || element.bHasText || element.pSetting == nullptr) {
         return;
     }
-    switch (element.eKind) {
-        case ElementKind::BOOLEAN:
-        case ElementKind::EXCLUSION:
-        case ElementKind::UPDATE_PERMISSION:
-        case ElementKind::CACHING_LIST:
-        case ElementKind::TUNNEL_PROTOCOL:
+    switch (element.pSetting->kind) {
+        case LocalPolicySettingKind::FIPS_MODE:
+        case LocalPolicySettingKind::FLAG:
+        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
+        case LocalPolicySettingKind::CACHING_LIST:
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
             report(element, findingkind::kEmptyValue,
-                   quoted(element.name) +
+                   Quoted(element.name) +
                        (element.bHasChildren ? " holds elements instead of a value"
                                              : " has no value") +
                        ": the reader leaves the setting unchanged.");
             break;
-        case ElementKind::SERVER_NAME:
+        case LocalPolicySettingKind::SERVER_NAME:
             report(element, findingkind::kEmptyValue,
-                   "\"ServerName\" has no value: the reader adds no server for it.");
+                   Quoted(element.name) + " has no value: the reader adds no server for it.");
             break;
-        default:
+        case LocalPolicySettingKind::SERVER_LIST:
             break;
     }
 }

@@ -1,13 +1,15 @@
 #ifndef QNPOLICY_POLICYLINTER_H
 #define QNPOLICY_POLICYLINTER_H
 
-#include <map>
+#include <functional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "GenDefs.h"
 #include "LintFinding.h"
-#include "XmlLocalQNPolMgr.h"
+#include "LocalPolicySettings.h"
+#include "ParseFailure.h"
 #include "XmlMgr.h"
 
 class XmlParser;
@@ -16,9 +18,10 @@ namespace qnpolicy::tool {
 
 // The outcome of linting one document.
 struct LintResult {
-    // XMLPARSER_SUCCESS when the document was read to its end; otherwise the parser's status
-    // (missing, unreadable, not well-formed) and the findings stop where the parse stopped.
-    STATUSCODE parseStatus = 0;
+    // False when the document could not be read to its end (missing, unreadable, not
+    // well-formed); failure then says why and where, and the findings stop there.
+    bool bReadable = true;
+    ParseFailure failure;
     std::vector<LintFinding> findings;  // ordered by line, then column
 };
 
@@ -28,17 +31,19 @@ struct LintResult {
 // settings given twice, a newer version, a DTD. It is a separate XmlMgr with its own state:
 // linting never changes how the module reads a file.
 //
-//   CPolicyLinter linter(manager.GetPolicyTransTable());
+//   CPolicyLinter linter;
 //   LintResult result = linter.LintFile("/opt/quillnet/QuillnetLocalPolicy.xml");
 //
-// The element names and their kinds come from the vocabulary table, the structural names
-// (root, "UpdatePolicy", "AuthorizedServerList", "ServerName") from the module's constants.
-// The file's owner and mode are not looked at here (see PolicyFileAttributes.h).
+// What each element is comes from the settings catalogue (LocalPolicySettings.h): its kind
+// decides how its text is checked, its section where it counts. The file's owner and mode
+// are not looked at here (see PolicyFileAttributes.h).
 class CPolicyLinter : public XmlMgr {
   public:
-    explicit CPolicyLinter(const std::map<std::string, LocalPolicySetting>& vocabulary);
+    CPolicyLinter();
 
     LintResult LintFile(const std::string& path);
+    // Lints an in-memory document; name stands for it in messages.
+    LintResult LintBuffer(const std::string& content, const std::string& name);
 
     void addElement(const std::string& elementName) override;
     void endElement(const std::string& elementName) override;
@@ -46,23 +51,14 @@ class CPolicyLinter : public XmlMgr {
     void addAttribute(const std::string& attributeName, const std::string& attributeValue) override;
 
   private:
-    // How the reader treats an element's text.
-    enum class ElementKind {
-        UNKNOWN,
-        ROOT,
-        UPDATE_POLICY,
-        SERVER_LIST,
-        SERVER_NAME,
-        BOOLEAN,            // "true" is true, any other text false
-        EXCLUSION,          // "true" excludes a store group, any other text changes nothing
-        UPDATE_PERMISSION,  // boolean, counted only inside "UpdatePolicy"
-        CACHING_LIST,
-        TUNNEL_PROTOCOL,
-    };
+    // What an element is to the reader: the root, the update section, a catalogue row, or
+    // nothing it knows.
+    enum class ElementRole { UNKNOWN, ROOT, UPDATE_POLICY, SETTING };
 
     struct OpenElement {
         std::string name;
-        ElementKind eKind = ElementKind::UNKNOWN;
+        ElementRole eRole = ElementRole::UNKNOWN;
+        const LocalPolicySettingInfo* pSetting = nullptr;  // with SETTING
         unsigned long line = 0;
         unsigned long column = 0;
         bool bHasChildren = false;
@@ -70,24 +66,26 @@ class CPolicyLinter : public XmlMgr {
         bool bIgnored = false;  // the reader skips it; already reported
     };
 
-    void resetState();
-    STATUSCODE parse(const std::string& path, bool bSecure);
-    void report(unsigned long line, unsigned long column, const char* kind,
-                const std::string& message);
-    void report(const OpenElement& element, const char* kind, const std::string& message);
-    ElementKind kindOf(const std::string& elementName) const;
-    std::string suggestElement(const std::string& elementName) const;
+    // Parses the document with the parser's secure or tolerant setting.
+    using ParseStep = std::function<STATUSCODE(XmlParser& parser, bool bSecure)>;
 
+    LintResult lint(const ParseStep& parseStep);
+    void resetState();
+    void report(unsigned long line, unsigned long column, const char* kind,
+                const std::string& message, const std::string& element);
+    void report(const OpenElement& element, const char* kind, const std::string& message);
+    bool isKind(const OpenElement& element, LocalPolicySettingKind eKind) const;
+
+    void openSetting(OpenElement& element, const LocalPolicySettingInfo& setting);
     void checkDuplicateSetting(const OpenElement& element);
     void checkBooleanText(const OpenElement& element, const std::string& text);
     void checkCachingList(const OpenElement& element, const std::string& text);
     void checkTunnelText(const OpenElement& element, const std::string& text);
     void checkServerName(const OpenElement& element, const std::string& text);
     void checkEmptyElement(const OpenElement& element);
+    void reportDuplicateServerNames();
 
-    std::map<std::string, ElementKind> m_elementKinds;
-    std::vector<std::string> m_knownNames;    // candidates for "did you mean"
-    std::vector<std::string> m_cachingTexts;  // the six caching option texts
+    std::vector<std::string> m_knownNames;  // candidates for "did you mean"
 
     // State of one lint run.
     const XmlParser* m_pParser = nullptr;
@@ -96,8 +94,20 @@ class CPolicyLinter : public XmlMgr {
     bool m_bAuthorizedServerList = false;  // likewise
     unsigned int m_uiOpenUpdatePolicies = 0;
     unsigned int m_uiOpenServerLists = 0;
-    std::map<std::string, unsigned long> m_settingFirstLines;
-    std::map<std::string, unsigned long> m_serverNameFirstLines;
+    // The line of each setting's first occurrence.
+    std::unordered_map<std::string, unsigned long> m_settingFirstLines;
+    // Every server name read, for the duplicates found after the parse: the texts one after
+    // the other in one string, so that 100,000 names cost no allocation each.
+    struct ServerNameSeen {
+        size_t hash;
+        size_t offset;  // in m_serverNameTexts
+        size_t length;
+        unsigned long line;
+        unsigned long column;
+        const std::string* pElement;
+    };
+    std::string m_serverNameTexts;
+    std::vector<ServerNameSeen> m_serverNames;
     std::vector<LintFinding> m_findings;
 };
 

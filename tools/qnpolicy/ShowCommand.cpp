@@ -1,118 +1,106 @@
-// qnpolicy show: the effective policy as the client sees it after loading the file.
+// qnpolicy show: the effective policy as the client sees it after loading the file, every
+// setting named by its element in catalogue order.
 
-#include <cstdio>
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <iomanip>
-#include <nlohmann/json.hpp>
 
 #include "Commands.h"
+#include "DeferredLog.h"
 #include "ExitCodes.h"
+#include "JsonWriter.h"
+#include "LocalPolicySettings.h"
+#include "ParseFailure.h"
+#include "PrivateDirectory.h"
+#include "TextFormat.h"
 #include "ToolSession.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace qnpolicy::tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-struct FlagRow {
-    const char* name;  // the element name administrators know from the file
-    bool (LocalQNPolicyInfo::*getter)() const;
-};
-
-// Every boolean getter of the record, named by its element, in a fixed order.
-const FlagRow kSettings[] = {
-    {"FipsMode", &LocalQNPolicyInfo::UseFIPSMode},
-    {"BypassDownloader", &LocalQNPolicyInfo::BypassDownloader},
-    {"BypassDefaultLocalization", &LocalQNPolicyInfo::BypassDefaultLocalization},
-    {"RestrictScriptWebDeploy", &LocalQNPolicyInfo::RestrictScriptWebDeploy},
-    {"RestrictHelpWebDeploy", &LocalQNPolicyInfo::RestrictHelpWebDeploy},
-    {"RestrictResourceWebDeploy", &LocalQNPolicyInfo::RestrictResourceWebDeploy},
-    {"RestrictLocalizationWebDeploy", &LocalQNPolicyInfo::RestrictLocalizationWebDeploy},
-    {"RestrictWebLaunch", &LocalQNPolicyInfo::RestrictWebLaunchMode},
-    {"StrictCertificateTrust", &LocalQNPolicyInfo::StrictCertTrustMode},
-    {"EnableCRLCheck", &LocalQNPolicyInfo::IsCRLCheckEnabled},
-    {"OCSPRevocation", &LocalQNPolicyInfo::IsOCSPRevocationEnabled},
-    {"RestrictServerCertStore", &LocalQNPolicyInfo::IsRestrictServerCertStore},
-};
-
-const FlagRow kExclusions[] = {
-    {"ExcludeWinNativeCertStore", &LocalQNPolicyInfo::ExcludeWinNativeCertStores},
-    {"ExcludeMacNativeCertStore", &LocalQNPolicyInfo::ExcludeMacNativeCertStores},
-    {"ExcludeFirefoxNSSCertStore", &LocalQNPolicyInfo::ExcludeFirefoxNSSCertStores},
-    {"ExcludePemFileCertStore", &LocalQNPolicyInfo::ExcludePemFileCertStores},
-};
-
-const FlagRow kUpdatePermissions[] = {
-    {"AllowSoftwareUpdatesFromAnyServer", &LocalQNPolicyInfo::IsSoftwareUpdateAllowed},
-    {"AllowComplianceModuleUpdatesFromAnyServer",
-     &LocalQNPolicyInfo::IsComplianceModuleSoftwareUpdateAllowed},
-    {"AllowVPNProfileUpdatesFromAnyServer", &LocalQNPolicyInfo::IsVPNProfileUpdateAllowed},
-    {"AllowManagementVPNProfileUpdatesFromAnyServer",
-     &LocalQNPolicyInfo::IsMgmtVPNProfileUpdateAllowed},
-    {"AllowPlexoProfileUpdatesFromAnyServer", &LocalQNPolicyInfo::IsPlexoProfileUpdateAllowed},
-    {"AllowServiceProfileUpdatesFromAnyServer", &LocalQNPolicyInfo::IsServiceProfileUpdateAllowed},
-    {"AllowScriptUpdatesFromAnyServer", &LocalQNPolicyInfo::IsScriptUpdateAllowed},
-    {"AllowHelpUpdatesFromAnyServer", &LocalQNPolicyInfo::IsHelpUpdateAllowed},
-    {"AllowResourceUpdatesFromAnyServer", &LocalQNPolicyInfo::IsResourceUpdateAllowed},
-    {"AllowLocalizationUpdatesFromAnyServer", &LocalQNPolicyInfo::IsLocalizationUpdateAllowed},
-};
-
 constexpr int kNameWidth = 52;
-constexpr char kCachingElement[] = "RestrictPreferenceCaching";
-constexpr char kTunnelElement[] = "RestrictTunnelProtocols";
-constexpr char kServerListElement[] = "AuthorizedServerList";
-
-// The tunnel option in the spelling the reader accepts for it.
-std::string tunnelText(RestrictTunnelProtocolOption eOption) {
-    switch (eOption) {
-        case RESTRICT_TUNNEL_PROTOCOL_FALSE:
-            return "false";
-        case RESTRICT_TUNNEL_PROTOCOL_TLS:
-            return "tls";
-        case RESTRICT_TUNNEL_PROTOCOL_IPSEC:
-            return "ipsec";
-    }
-    return "unknown (" + std::to_string(static_cast<int>(eOption)) + ")";
-}
-
-std::string hexMask(uint32_t mask) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned int>(mask));
-    return text;
-}
 
 const char* boolText(bool b) {
     return b ? "true" : "false";
 }
 
-Json toJson(const std::string& path, bool bExists, XmlLocalQNPolMgr& manager) {
-    const LocalQNPolicyInfo info = manager.GetLocalPolicyInfo();
-    Json settings = Json::object();
-    for (const FlagRow& row : kSettings) {
-        settings[row.name] = (info.*row.getter)();
+// The caching options in force, in option order ("false" always first).
+std::vector<std::string> cachingTexts(const LocalQNPolicyInfo& info) {
+    const std::vector<bool> values = info.RestrictPrefCaching();
+    const std::vector<std::string>& texts = LocalPolicyCachingOptionTexts();
+    std::vector<std::string> set;
+    for (size_t i = 0; i < values.size() && i < texts.size(); ++i) {
+        if (values[i]) {
+            set.push_back(texts[i]);
+        }
     }
-    settings[kCachingElement] = info.RestrictPrefCachingStr();
-    settings[kTunnelElement] = tunnelText(info.RestrictTunnelProtocols());
-    for (const FlagRow& row : kExclusions) {
-        settings[row.name] = (info.*row.getter)();
-    }
-    for (const FlagRow& row : kUpdatePermissions) {
-        settings[row.name] = (info.*row.getter)();
-    }
-    Json servers = Json::array();
-    for (const std::string& server : info.GetAuthorizedServerList()) {
-        servers.push_back(server);
-    }
-    settings[kServerListElement] = servers;
+    return set;
+}
 
-    Json document = Json::object();
-    document["policyFile"] = path;
-    document["exists"] = bExists;
-    document["version"] = info.GetQNVersion().empty() ? Json(nullptr) : Json(info.GetQNVersion());
-    document["fipsModeModifiedOnDisk"] = manager.FipsModeModifiedOnDisk();
-    document["excludeCertStoreMask"] = hexMask(info.ExcludeCertStores());
-    document["settings"] = settings;
-    return document;
+std::string tunnelText(const LocalQNPolicyInfo& info) {
+    const std::string& text = LocalPolicyTunnelOptionText(info.RestrictTunnelProtocols());
+    return text.empty() ? "unknown (" +
+                              std::to_string(static_cast<int>(info.RestrictTunnelProtocols())) + ")"
+                        : text;
+}
+
+// What show prints of a setting: an on/off value, a text, or a list.
+bool isBoolean(const LocalPolicySettingInfo& row) {
+    return row.getter != nullptr;
+}
+
+void writeJson(std::ostream& out, const std::string& path, bool bExists, XmlLocalQNPolMgr& manager,
+               const LocalQNPolicyInfo& info) {
+    CJsonWriter json(out);
+    json.BeginObject().Key("formatVersion").Number(1).Key("loaded").Bool(true);
+    json.Key("policyFile").String(path).Key("exists").Bool(bExists).Key("version");
+    if (info.GetQNVersion().empty()) {
+        json.Null();
+    } else {
+        json.String(info.GetQNVersion());
+    }
+    json.Key("fipsModeModifiedOnDisk").Bool(manager.FipsModeModifiedOnDisk());
+    json.Key("excludeCertStoreMask").String(HexText(info.ExcludeCertStores()));
+    json.Key("settings").BeginObject();
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        if (isBoolean(row)) {
+            json.Key(row.element).Bool((info.*row.getter)());
+            continue;
+        }
+        switch (row.kind) {
+            case LocalPolicySettingKind::CACHING_LIST:
+                json.Key(row.element).BeginArray();
+                for (const std::string& text : cachingTexts(info)) {
+                    json.String(text);
+                }
+                json.EndArray();
+                break;
+            case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+                json.Key(row.element).String(tunnelText(info));
+                break;
+            case LocalPolicySettingKind::SERVER_LIST:
+                json.Key(row.element).BeginArray();
+                for (const std::string& server : info.GetAuthorizedServerList()) {
+                    json.String(server);
+                }
+                json.EndArray();
+                break;
+            default:
+                // The server names are the list's entries, not a setting of their own.
+                break;
+        }
+    }
+    json.EndObject().Key("descriptions").BeginObject();
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        json.Key(row.element).String(row.description);
+    }
+    json.EndObject().EndObject().Finish();
 }
 
 // One "name value" line, the values of all levels aligned in one column.
@@ -123,61 +111,141 @@ void printLine(std::ostream& out, const std::string& name, const std::string& va
         << std::setw(kNameWidth - indent) << name << value << '\n';
 }
 
-void printFlags(std::ostream& out, const LocalQNPolicyInfo& info, const FlagRow* first,
-                const FlagRow* last, int level = 1) {
-    for (const FlagRow* row = first; row != last; ++row) {
-        printLine(out, row->name, boolText((info.*row->getter)()), level);
-    }
-}
-
-void printText(std::ostream& out, const std::string& path, bool bExists,
-               XmlLocalQNPolMgr& manager) {
-    const LocalQNPolicyInfo info = manager.GetLocalPolicyInfo();
+void printText(std::ostream& out, const std::string& path, bool bExists, XmlLocalQNPolMgr& manager,
+               const LocalQNPolicyInfo& info) {
     out << "Policy file: " << path << (bExists ? " (present)" : " (absent: defaults apply)")
         << '\n';
     out << "Version:     " << (info.GetQNVersion().empty() ? "(none)" : info.GetQNVersion())
         << '\n';
+    out << "FipsModeModifiedOnDisk: " << boolText(manager.FipsModeModifiedOnDisk()) << '\n';
     out << "Effective policy:\n";
-    printFlags(out, info, std::begin(kSettings), std::end(kSettings));
-    printLine(out, "FipsModeModifiedOnDisk", boolText(manager.FipsModeModifiedOnDisk()));
-    printLine(out, kCachingElement, info.RestrictPrefCachingStr());
-    printLine(out, kTunnelElement, tunnelText(info.RestrictTunnelProtocols()));
-    printFlags(out, info, std::begin(kExclusions), std::end(kExclusions));
-    printLine(out, "ExcludeCertStoreMask", hexMask(info.ExcludeCertStores()));
-    out << "  UpdatePolicy:\n";
-    printFlags(out, info, std::begin(kUpdatePermissions), std::end(kUpdatePermissions), 2);
-    const std::list<std::string>& servers = info.GetAuthorizedServerList();
-    printLine(out, kServerListElement,
-              servers.empty() ? "(none)" : std::to_string(servers.size()) + " server(s)", 2);
-    // Quoted, since a server name is kept exactly as written, blanks included.
-    for (const std::string& server : servers) {
-        out << "      \"" << server << "\"\n";
+    bool bInUpdateSection = false;
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        const bool bUpdate = row.section != LocalPolicySection::ROOT;
+        if (bUpdate && !bInUpdateSection) {
+            out << "  " << kUpdatePolicyElement << ":\n";
+            bInUpdateSection = true;
+        }
+        const int level = bUpdate ? 2 : 1;
+        if (isBoolean(row)) {
+            printLine(out, row.element, boolText((info.*row.getter)()), level);
+            continue;
+        }
+        switch (row.kind) {
+            case LocalPolicySettingKind::CACHING_LIST: {
+                std::string joined;
+                for (const std::string& text : cachingTexts(info)) {
+                    joined += (joined.empty() ? "" : ",") + text;
+                }
+                printLine(out, row.element, joined, level);
+                break;
+            }
+            case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+                printLine(out, row.element, tunnelText(info), level);
+                break;
+            case LocalPolicySettingKind::SERVER_LIST: {
+                const std::list<std::string>& servers = info.GetAuthorizedServerList();
+                printLine(
+                    out, row.element,
+                    servers.empty() ? "(none)" : std::to_string(servers.size()) + " server(s)",
+                    level);
+                // Quoted, since a server name is kept exactly as written, blanks included.
+                for (const std::string& server : servers) {
+                    out << "      " << Quoted(server) << '\n';
+                }
+                break;
+            }
+            default:
+                break;
+        }
     }
+    printLine(out, "ExcludeCertStoreMask", HexText(info.ExcludeCertStores()));
+}
+
+// Where the module is to look: the install directory, or a private directory holding a
+// link named like the policy file to FILE. 0, or the exit status of the failure (reported).
+int locate(const CommandArgs& args, CToolContext& context, CPrivateDirectory& scratch,
+           std::string& rDirectory, std::string& rPath) {
+    if (args.files.empty()) {
+        rDirectory = context.Options().installDir;
+        rPath = context.InstallPolicyPath();
+        return context.RequireInstallDir();
+    }
+    rPath = args.files.front();
+    struct stat status {};
+    if (::stat(rPath.c_str(), &status) != 0) {
+        const int error = errno;
+        context.Error(Quoted(rPath) + ": " +
+                      (error == ENOENT ? std::string("no such file") : std::strerror(error)));
+        return kExitNoInput;
+    }
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::absolute(rPath, error);
+    if (error || !scratch.Create()) {
+        context.Error("cannot prepare a private directory to read " + Quoted(rPath));
+        return kExitInternal;
+    }
+    std::filesystem::create_symlink(target, scratch.Path() + kPolicyFileName, error);
+    if (error) {
+        context.Error("cannot link " + Quoted(rPath) + " into " + scratch.Path() + ": " +
+                      error.message());
+        return kExitInternal;
+    }
+    rDirectory = scratch.Path();
+    return kExitSuccess;
 }
 
 }  // namespace
 
-int RunShow(const std::string& installDir, bool bJson, std::ostream& out, std::ostream& err) {
+void AddShowOptions(CLI::App& command, CommandArgs& args) {
+    command
+        .add_option("FILE", args.files,
+                    "A policy file elsewhere, read as the client would read it in the install "
+                    "directory")
+        ->type_name("FILE")
+        ->expected(0, 1);
+}
+
+int RunShow(const CommandArgs& args, CToolContext& context) {
+    CPrivateDirectory scratch;
+    std::string directory;
+    std::string path;
+    if (const int status = locate(args, context, scratch, directory, path);
+        status != kExitSuccess) {
+        return status;
+    }
     CToolSession session;
-    if (session.Open(installDir) != XMLLOCALQNPOLMGR_SUCCESS) {
-        err << "qnpolicy show: cannot set up the policy module\n";
-        return kExitFailure;
+    if (session.Open(directory) != XMLLOCALQNPOLMGR_SUCCESS) {
+        context.Error("cannot set up the policy module");
+        return kExitInternal;
     }
     XmlLocalQNPolMgr& manager = session.Manager();
-    const std::string path = session.PolicyPath();
     const bool bExists = manager.LocalPolicyFileExists();
+    CDeferredLog deferred;
     const STATUSCODE status = manager.LoadLocalQuillnetPolicy();
+    const ParseFailure failure = DescribeParseFailure(
+        deferred.Records(), "status " + HexText(static_cast<uint32_t>(status)));
+    deferred.Forward();
     if (status != XMLLOCALQNPOLMGR_SUCCESS) {
-        err << "qnpolicy show: cannot load " << path << ": status "
-            << hexMask(static_cast<uint32_t>(status))
-            << " (see the log lines above; `qnpolicy check` shows where the file goes wrong)\n";
-        return kExitFailure;
+        if (context.Options().bJson) {
+            CJsonWriter json(context.Out());
+            json.BeginObject().Key("formatVersion").Number(1).Key("loaded").Bool(false);
+            json.Key("policyFile").String(path).Key("error").BeginObject();
+            json.Key("message").String(failure.message).Key("line").Number(failure.line);
+            json.Key("column").Number(failure.column).EndObject().EndObject().Finish();
+        }
+        context.Error("cannot load " + path +
+                      (failure.line != 0 ? ":" + std::to_string(failure.line) + ":" +
+                                               std::to_string(failure.column)
+                                         : std::string()) +
+                      ": " + failure.message + " (`qnpolicy check` lists every flaw)");
+        return kExitFindings;
     }
-    if (bJson) {
-        out << toJson(path, bExists, manager).dump(2, ' ', false, Json::error_handler_t::replace)
-            << '\n';
+    const LocalQNPolicyInfo info = manager.GetLocalPolicyInfo();
+    if (context.Options().bJson) {
+        writeJson(context.Out(), path, bExists, manager, info);
     } else {
-        printText(out, path, bExists, manager);
+        printText(context.Out(), path, bExists, manager, info);
     }
     return kExitSuccess;
 }

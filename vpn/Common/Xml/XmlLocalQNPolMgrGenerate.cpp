@@ -25,9 +25,8 @@ constexpr char kServerListDelimiters[] = ",;";
 // Without overwrite, an existing policy file is kept, whether it was there when generation
 // began or appeared while the new one was being written.
 void logExistingFileKept(int line) {
-    CAppLog::LogDebugMessage(
-        "GenerateLocalPolicy", qnpolicy::kAppLogSourceFile, line, Logging::DBG_Warning,
-        "Local Security Policy file already exists and therefore will not be generated");
+    CAppLog::LogDebugMessage("GenerateLocalPolicy", qnpolicy::kAppLogSourceFile, line,
+                             Logging::DBG_Warning, "%s", qnpolicy::kFileKeptMessage);
 }
 
 }  // namespace
