@@ -22,7 +22,7 @@ FORMAT_VERSION = 1
 # Exit code of show and generate when the install directory does not exist.
 EXIT_NO_SUCH_DIRECTORY = 66
 
-# Options both modules take, in the form of an AnsibleModule argument spec.
+# Options both modules take, in the form of an AnsibleModule argument_spec.
 COMMON_ARGUMENT_SPEC = dict(
     install_dir=dict(type='path', default=DEFAULT_INSTALL_DIR),
     qnpolicy=dict(type='path'),

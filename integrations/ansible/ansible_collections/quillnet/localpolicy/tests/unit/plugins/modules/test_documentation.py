@@ -1,6 +1,6 @@
 # -*- coding: utf-8 -*-
 # GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
-"""Each module's DOCUMENTATION options describe its argument spec exactly."""
+"""Each module's DOCUMENTATION options describe its argument_spec exactly."""
 
 from __future__ import absolute_import, division, print_function
 __metaclass__ = type
@@ -12,7 +12,7 @@ from ansible_collections.quillnet.localpolicy.plugins.modules import local_polic
 
 
 def facts(option):
-    """What documentation and argument spec must agree on, with AnsibleModule's defaults filled in."""
+    """What documentation and argument_spec must agree on, with AnsibleModule's defaults filled in."""
     return dict(type=option.get('type', 'str'), default=option.get('default'), choices=option.get('choices'),
                 elements=option.get('elements'), required=option.get('required', False))
 
