@@ -1,8 +1,6 @@
 #include "DeferredLog.h"
 
-#include <cstdio>
-
-#include "TextFormat.h"
+#include "ToolLog.h"
 
 namespace qnpolicy::tool {
 
@@ -40,8 +38,7 @@ void CDeferredLog::ForwardExcept(const std::function<bool(const CAppLogRecord&)>
         if (m_previous) {
             m_previous(record);
         } else {
-            // The default sink's form: one line per record on standard error.
-            std::fprintf(stderr, "%s\n", OneLine(CAppLog::FormatRecord(record)).c_str());
+            CToolLog::WriteLine(record);
         }
     }
     m_pRecords->clear();

@@ -21,13 +21,18 @@ CToolLog::CToolLog(Verbosity eVerbosity, bool bSyslog) {
     }
     m_previous = CAppLog::SetSink([eVerbosity](const CAppLogRecord& record) {
         if (Shows(eVerbosity, record.importance)) {
-            std::fprintf(stderr, "%s\n", OneLine(CAppLog::FormatRecord(record)).c_str());
+            WriteLine(record);
         }
     });
 }
 
 CToolLog::~CToolLog() {
     CAppLog::SetSink(m_previous);
+}
+
+void CToolLog::WriteLine(const CAppLogRecord& record) {
+    std::fprintf(stderr, "%s%s\n", CAppLog::StandardErrorPrefix(record.importance).c_str(),
+                 OneLine(CAppLog::FormatRecord(record)).c_str());
 }
 
 bool CToolLog::Shows(Verbosity eVerbosity, Logging::DebugImportance eImportance) {

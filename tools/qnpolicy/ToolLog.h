@@ -25,6 +25,11 @@ class CToolLog {
     CToolLog(const CToolLog&) = delete;
     CToolLog& operator=(const CToolLog&) = delete;
 
+    // Writes one record as one line on standard error: the journal's priority prefix where
+    // standard error is the journal (CAppLog::StandardErrorPrefix), then the readable line
+    // with control characters escaped.
+    static void WriteLine(const CAppLogRecord& record);
+
     // Whether a record of this importance is shown.
     static bool Shows(Verbosity eVerbosity, Logging::DebugImportance eImportance);
 

@@ -50,11 +50,7 @@ bool standardErrorIsJournal() {
 }
 
 void writeToStandardError(const CAppLogRecord& record) {
-    std::string line;
-    if (standardErrorIsJournal()) {
-        // The journal reads a leading "<N>" as the line's priority, as the kernel's log does.
-        line = "<" + std::to_string(CAppLog::SyslogPriority(record.importance)) + ">";
-    }
+    std::string line = CAppLog::StandardErrorPrefix(record.importance);
     line += CAppLog::FormatRecord(record);
     line.push_back('\n');
     std::fwrite(line.data(), 1, line.size(), stderr);
@@ -148,6 +144,14 @@ int CAppLog::SyslogPriority(Logging::DebugImportance importance) {
             return LOG_DEBUG;
     }
     return LOG_NOTICE;
+}
+
+std::string CAppLog::StandardErrorPrefix(Logging::DebugImportance importance) {
+    if (!standardErrorIsJournal()) {
+        return std::string();
+    }
+    // The journal reads a leading "<N>" as the line's priority, as the kernel's log does.
+    return "<" + std::to_string(SyslogPriority(importance)) + ">";
 }
 
 std::string CAppLog::FormatRecord(const CAppLogRecord& record) {

@@ -70,6 +70,11 @@ class CAppLog {
     // T LOG_DEBUG; LOG_NOTICE for a value outside the enumeration.
     static int SyslogPriority(Logging::DebugImportance importance);
 
+    // What the default sink puts before a record's line: the kernel-style priority of the
+    // importance ("<3>" ...) when standard error is the journal's stream, else nothing. A sink
+    // of its own that writes to standard error puts it first too.
+    static std::string StandardErrorPrefix(Logging::DebugImportance importance);
+
     // The readable one-line form of a record used by the default sink (no trailing newline):
     // the importance letter, a space, then FormatRecordText.
     static std::string FormatRecord(const CAppLogRecord& record);
