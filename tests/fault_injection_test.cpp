@@ -251,8 +251,9 @@ class FaultInjection : public qntest::PolicyDocumentFixture {
     }
 };
 
-// Each call of each write path fails in turn.
-TEST_F(FaultInjection, AFailingCallLeavesTheOldFileOrTheNewOneNamesTheStepAndNoStray) {
+// Each call of each write path fails in turn: the write leaves the old file or the new one,
+// no stray name, and one record naming the step that failed.
+TEST_F(FaultInjection, AFailingWriteCallAtAnyStepFailsCleanly) {
     const std::string document = newDocument();
     const struct {
         const char* name;
@@ -309,8 +310,9 @@ TEST_F(FaultInjection, AFailingCallLeavesTheOldFileOrTheNewOneNamesTheStepAndNoS
     }
 }
 
-// A writer killed at each call of each write path, in a child.
-TEST_F(FaultInjection, AWriterKilledAtAnyCallLeavesAWholeFileAndTheNextWriteNoStray) {
+// A writer killed at each call of each write path, in a child, leaves the old file or the new
+// one whole; a temporary name it strands is removed by the next write.
+TEST_F(FaultInjection, AWriterKilledAtAnyCallLeavesNoLastingDamage) {
     const std::string document = newDocument();
     const struct {
         const char* name;
@@ -401,9 +403,8 @@ TEST_F(FaultInjection, SwappingTheDirectoryLinkMidWriteCannotRedirectAnyStep) {
 }
 
 // Generation without overwrite never replaces a file that appears while it writes: it
-// reports the file kept, as if it had been there from the start. A failed directory sync
-// is reported with its own status; the file then holds the new policy.
-TEST_F(FaultInjection, GenerationKeepsAFileThatAppearedAndReportsANotSyncedReplacement) {
+// reports the file kept, as if it had been there from the start.
+TEST_F(FaultInjection, GenerationKeepsAFileThatAppearsWhileItWrites) {
     const std::string other = "<QuillnetLocalPolicy/>";
     Plan plan;
     plan.hooks[7] = [&] { m_dir.write(kName, other); };  // before renameat2
@@ -418,9 +419,13 @@ TEST_F(FaultInjection, GenerationKeepsAFileThatAppearedAndReportsANotSyncedRepla
                             "GenerateLocalPolicy", Logging::DBG_Warning,
                             "Local Security Policy file already exists and therefore will not "
                             "be generated")});
+}
 
-    m_log.clear();
-    plan = Plan();
+// A failed directory sync is reported with its own status; the file then holds the new
+// policy.
+TEST_F(FaultInjection, GenerationReportsAReplacementItCouldNotSync) {
+    m_dir.write(kName, "<QuillnetLocalPolicy/>");  // an old policy without FIPS mode
+    Plan plan;
     plan.failures[8] = EIO;  // the directory's fsync
     {
         Armed armed(plan);

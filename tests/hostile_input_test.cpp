@@ -110,7 +110,7 @@ std::string converted(std::string utf8, const char* encoding) {
 // Each file, parsed secure or tolerant: the status, the events (each leaf's text whole at its
 // end tag; none from the point of failure on) and, for a failure, the one error record of
 // parseFile naming the file and where. What is not a regular file is never read.
-TEST(XmlParser, DeliversEventsInDocumentOrderOrFailsWithOneRecordNamingFileLineAndColumn) {
+TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
     qntest::TempDir dir;
     ASSERT_EQ(::mkfifo((dir.path() + "fifo").c_str(), 0600), 0);
     using Case = std::tuple<std::string, bool, STATUSCODE, const char*, const char*>;
@@ -188,7 +188,7 @@ void writeDocument(const std::string& path, const std::string& head, const std::
 // fetched, explode in size or open a FIFO, which would block until the child is killed.
 // Every size attack is refused within 2 seconds; each limit is checked just under and just
 // over it.
-TEST_F(HostileInput, EntitiesDeepAndHugeDocumentsEndInBoundedTimeAndMemory) {
+TEST_F(HostileInput, EveryDocumentEndsWithinBoundedResourcesWhateverItsSizeOrEntities) {
     const std::string fifo = m_dir.path() + "entity.fifo";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     const std::string laughs = "[<!ENTITY a \"" + filled("lol", 300) + "\"><!ENTITY b \"" +
@@ -289,7 +289,7 @@ TEST_F(HostileInput, EntitiesDeepAndHugeDocumentsEndInBoundedTimeAndMemory) {
 // UTF-16 or Latin-1 it loads to the record of the UTF-8 original; cut at any offset, the load
 // fails (but for the final line break) with the record of what the cut file states up to its
 // last complete tag (a leaf's text counts at its end tag).
-TEST_F(HostileInput, FullPolicyLoadsAlikeInOtherEncodingsAndWhenCutOnlyItsIntactPart) {
+TEST_F(HostileInput, FullPolicyLoadsExactlyWhatItsBytesStateWhateverTheEncodingOrCut) {
     ASSERT_TRUE(qntest::generate(*m_mgr, {"fm=true", "bd=true", "sct=true", "rtp=IPSec", "efn=true",
                                           "upsu=false", "rpc=Credentials,Thumbprints,All",
                                           "upal=gw-\xC3\xBC.example,caf\xC3\xA9-\xC3\x9F;gw3"}));

@@ -24,7 +24,7 @@ namespace {
 
 // A counter that is not atomic, read and written back with a yield in between, loses nothing
 // when the manual lock, or the logging lock around the sink, serialises the threads.
-TEST(Lock, ManualLockAndTheLoggingLockExcludeOtherThreads) {
+TEST(Lock, EveryLockLetsOneThreadInAtATime) {
     CManualLock lock(500);
     int guarded = 0;
     int logged = 0;
@@ -79,7 +79,7 @@ void expectLifecycle(STATUSCODE refused, const Args&... args) {
     EXPECT_EQ(Service::GetAcquisitionCount(), 0U) << "a failed acquisition counted";
 }
 
-TEST(ManagerLifecycle, OfTheInstallationPathServiceAndThePolicyManager) {
+TEST(ManagerLifecycle, EachServiceStaysOneCountedInstanceUnderRacingThreads) {
     expectLifecycle<CStoragePath>(CSTORAGEPATH_ERROR_ALREADY_INITIALIZED, std::string("/x"));
     expectLifecycle<XmlLocalQNPolMgr>(XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED);
 }
@@ -146,7 +146,7 @@ TEST(AppLog, DefaultSinkWritesEachRecordAsOneReadableLine) {
 
 // Groups of equal texts in ascending order under the separators ".,": every operator and the
 // reader's bounded text comparison must follow this order.
-TEST(Version, OperatorsAndTheBoundedTextComparisonFollowTheNumericOrder) {
+TEST(Version, EveryComparisonFollowsTheNumericOrder) {
     const std::vector<std::vector<std::string>> ascending = {
         {"", "...", "0.0"}, {".5"},
         {"1", "1.0.0"},     {"5;1"},
@@ -172,8 +172,8 @@ TEST(Version, OperatorsAndTheBoundedTextComparisonFollowTheNumericOrder) {
 }
 
 // The parser hands out every piece between delimiters untrimmed, empty ones too, and clears
-// the token when nothing is left; tokenize drops the empty pieces.
-TEST(Tokenizers, ParserKeepsEveryPieceBetweenDelimitersTokenizeDropsTheEmptyOnes) {
+// the token when nothing is left.
+TEST(Tokenizers, ParserHandsOutEveryPieceBetweenDelimitersUntrimmed) {
     using Tokens = std::vector<std::string>;
     TTokenParser<char> parser(",,gw1;; gw2 ,");
     Tokens tokens;
@@ -186,6 +186,11 @@ TEST(Tokenizers, ParserKeepsEveryPieceBetweenDelimitersTokenizeDropsTheEmptyOnes
     EXPECT_TRUE(wide.NextToken(token, L";") && token == L"a,b");
     EXPECT_TRUE(wide.RestOfStr(token) && token == L"c");
     EXPECT_FALSE(wide.NextToken(token, L",") || !token.empty());
+}
+
+// tokenize drops the empty pieces.
+TEST(Tokenizers, TokenizeDropsTheEmptyPieces) {
+    using Tokens = std::vector<std::string>;
     EXPECT_EQ(CStringUtils::tokenize(",Credentials,, All,", ','), (Tokens{"Credentials", " All"}));
 }
 

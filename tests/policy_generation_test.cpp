@@ -54,7 +54,7 @@ std::string warn(const std::string& text) {
     return qntest::managerRecord("GenerateLocalPolicy", Logging::DBG_Warning, text);
 }
 
-TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSorted) {
+TEST_F(PolicyGeneration, WritesEachUsableArgumentInByteOrderWarningAboutTheOthers) {
     const std::string kInvalid = ". Arguments in the form policy_abbreviation=value expected";
     const std::string kDuplicate = ". The first value will be used";
     const struct {
@@ -102,13 +102,16 @@ TEST_F(PolicyGeneration, WarnsAboutEachUnusableArgumentInOrderAndWritesTheRestSo
     EXPECT_EQ(qntest::readFile(policyPath()), policyDocument({"Fips=3", "FipsMode=2", "alpha=1"}));
 }
 
-TEST_F(PolicyGeneration, RefusesBadArgumentsKeepsAnExistingFileAndReportsAFailedWrite) {
+TEST_F(PolicyGeneration, RefusesAMissingOrNegativeArgumentList) {
     char* none[] = {nullptr};
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(nullptr, 0, true));
     EXPECT_FALSE(m_mgr->GenerateLocalPolicy(none, -1, true));
     EXPECT_EQ(logged(), Lines(2, qntest::managerRecord("GenerateLocalPolicy", Logging::DBG_Error,
                                                        "Invalid Arguments")));
     EXPECT_FALSE(std::filesystem::exists(policyPath()));
+}
+
+TEST_F(PolicyGeneration, WithoutOverwriteKeepsAnExistingFile) {
     EXPECT_TRUE(qntest::generate(*m_mgr, {}, false));  // nothing to keep: written
     EXPECT_TRUE(std::filesystem::exists(policyPath()));
 
@@ -117,9 +120,11 @@ TEST_F(PolicyGeneration, RefusesBadArgumentsKeepsAnExistingFileAndReportsAFailed
     EXPECT_TRUE(qntest::generate(*m_mgr, {"fm=true", "bogus"}, false));
     EXPECT_EQ(logged(), Lines{warn("Local Security Policy file already exists and therefore "
                                    "will not be generated")});
+}
 
-    // The writer logs its own cause; this layer adds exactly one record with its status.
-    m_log.clear();
+// The writer logs its own cause; this layer adds exactly one record with its status.
+TEST_F(PolicyGeneration, AFailedWriteIsReportedOnceWithTheWritersStatus) {
+    writePolicy("not even XML");
     EXPECT_FALSE(qntest::generate(*m_mgr, {"rpc=bad\x01text"}));
     ASSERT_EQ(logged().size(), 2U);
     EXPECT_EQ(logged()[1], qntest::managerRecord("writeLocalPolicy", Logging::DBG_Error, "",
@@ -139,7 +144,7 @@ LocalQNPolicyInfo generateAndLoad(const std::string& argument) {
 
 // Every abbreviation with each of its allowed values (realistic samples for free text) loads
 // back as the record the argument asks for.
-TEST_F(PolicyGeneration, EveryAbbreviationAndEachOfItsValuesLoadsBack) {
+TEST_F(PolicyGeneration, EveryAllowedValueOfEveryAbbreviationLoadsBack) {
     for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
         std::list<std::string> values = row.listAllowedValues;
         if (values.empty()) {

@@ -27,7 +27,7 @@ using PolicyLoading = qntest::PolicyDocumentFixture;
 
 // Each step: the file's FIPS element, then the retained mode (0 none, 1 enabled, 2 disabled),
 // the record's mode and the modified-on-disk flag. A file without the element states false.
-TEST_F(PolicyLoading, FirstSuccessfulLoadFixesFipsModeAndLaterFilesOnlyMarkADifference) {
+TEST_F(PolicyLoading, FipsModeIsFixedByTheFirstSuccessfulLoad) {
     static_assert(Mgr::NONE == 0 && Mgr::ENABLED == 1 && Mgr::DISABLED == 2);
     const std::vector<std::pair<const char*, const char*>> sequences[] = {
         {{"true", "110"}, {"true", "110"}, {"", "111"}, {"false", "111"}},
@@ -97,7 +97,7 @@ TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
 
 // A load that stopped inside the update section and the server list must not make the next
 // file's stray elements count.
-TEST_F(PolicyLoading, EachLoadStartsFromDefaultsAndFromOutsideEverySection) {
+TEST_F(PolicyLoading, NothingOfAnAbortedLoadCarriesIntoTheNext) {
     writePolicy(
         "<QuillnetLocalPolicy><EnableCRLCheck>true</EnableCRLCheck><UpdatePolicy>"
         "<AuthorizedServerList><ServerName>gw</ServerName>");

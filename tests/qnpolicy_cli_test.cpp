@@ -80,7 +80,7 @@ constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
 // Usage errors (64) print only on standard error and say what was wrong; --help ends with the
 // exit-code table; shared options go on either side of the subcommand; a missing install
 // directory is 66.
-TEST(QnpolicyTool, DispatchUsageErrorsAndMissingInputs) {
+TEST(QnpolicyTool, DispatchesEachCommandLineToItsExitCodeWithAReason) {
     qntest::TempDir dir;
     const std::string file = dir.write("plain", "x");
     const std::string d = " --install-dir " + dir.path();
@@ -181,7 +181,7 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
 // What generate writes, show reads back and check finds clean: each on/off setting under its
 // element name (a flag is on in the runs of the set bits of its row, so no two rows can swap
 // unseen), the exclude mask, the caching options and the servers.
-TEST(QnpolicyTool, GenerateWritesWhatShowReadsBackAndCheckFindsClean) {
+TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
     qntest::TempDir dir;
     // Without its trailing separator, which the tool adds.
     const std::string install = " --install-dir " + dir.path().substr(0, dir.path().size() - 1);
@@ -213,7 +213,7 @@ TEST(QnpolicyTool, GenerateWritesWhatShowReadsBackAndCheckFindsClean) {
 // Idempotence, dry run and diff: a file that already holds the document is left untouched
 // (same inode, same time stamp); --dry-run and --diff write nothing; --diff exits 1 on a
 // difference, 0 without one.
-TEST(QnpolicyTool, GenerateIsIdempotentAndPreviewsWithoutWriting) {
+TEST(QnpolicyTool, GenerateLeavesTheFileUntouchedUnlessItWritesADifferentDocument) {
     qntest::TempDir dir;
     const std::string path = dir.path() + kPolicyFile;
     const std::string d = " --install-dir " + dir.path();
@@ -367,7 +367,7 @@ TEST(QnpolicyTool, CheckFindsExactlyTheFlawsOfEachDocument) {
 // message, with a severity in JSON; a file that cannot be read or parsed is reported in the
 // same form with the parser's reason, and makes the exit status 2; --ignore drops a kind; the
 // directories above a file are audited too.
-TEST(QnpolicyTool, CheckReportsEveryFileAndItsDirectories) {
+TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     qntest::TempDir dir;
     const std::string open = dir.path() + "open/";
     ASSERT_EQ(::mkdir(open.c_str(), 0777), 0);
@@ -411,7 +411,7 @@ TEST(QnpolicyTool, CheckReportsEveryFileAndItsDirectories) {
 
 // Output that cannot be written is an I/O error (74); a reader that goes away ends the run
 // quietly; a file-size limit ends generation with "File too large" instead of a signal.
-TEST(QnpolicyTool, OutputAndWriteFailuresEndWithAnIoError) {
+TEST(QnpolicyTool, EveryFailedWriteEndsWithAnIoError) {
     qntest::TempDir dir;
     const std::string d = " --install-dir " + dir.path();
     for (const std::string& words :

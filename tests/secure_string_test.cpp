@@ -33,7 +33,7 @@ TYPED_TEST_SUITE(SecureStringTest, StringTypes);
 
 // Twelve bytes of text in the in-object buffer: all are zero after destruction; after growth
 // the first eight hold the new capacity and the other four must be zero.
-TYPED_TEST(SecureStringTest, DestructionAndGrowthLeaveNoCharactersInTheObject) {
+TYPED_TEST(SecureStringTest, NoCharactersRemainInTheObjectAfterDestructionOrGrowth) {
     using SecureT = SecureString<TypeParam>;
     using CharT = typename TypeParam::value_type;
     for (const bool grow : {false, true}) {
@@ -55,7 +55,8 @@ TYPED_TEST(SecureStringTest, DestructionAndGrowthLeaveNoCharactersInTheObject) {
     }
 }
 
-TYPED_TEST(SecureStringTest, AssignmentResetAndGetAndClearZeroTheOldCharactersAndRefuseNull) {
+// Assignment, Reset and GetAndClear zero the characters they drop.
+TYPED_TEST(SecureStringTest, DiscardedCharactersAreZeroed) {
     using SecureT = SecureString<TypeParam>;
     using CharT = typename TypeParam::value_type;
     SecureT secure(TypeParam(26, CharT('a')));
@@ -74,8 +75,12 @@ TYPED_TEST(SecureStringTest, AssignmentResetAndGetAndClearZeroTheOldCharactersAn
     CharT callers[6] = {CharT('c'), CharT('c'), CharT('c'), CharT('c'), CharT(), CharT('z')};
     EXPECT_EQ(TypeParam(SecureT::GetAndClear(callers).c_str()), TypeParam(4, CharT('c')));
     EXPECT_TRUE(TestFixture::zero(callers, 5) && callers[5] == CharT('z'));
+}
 
-    // Null pointers throw, unless nothing is to be copied.
+// Null pointers throw, unless nothing is to be copied.
+TYPED_TEST(SecureStringTest, NullPointersAreRefusedUnlessNothingIsCopied) {
+    using SecureT = SecureString<TypeParam>;
+    using CharT = typename TypeParam::value_type;
     const CharT* null = nullptr;
     EXPECT_THROW(SecureT{null}, std::logic_error);
     EXPECT_THROW(SecureT(null, 1), std::logic_error);

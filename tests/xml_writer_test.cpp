@@ -92,7 +92,7 @@ TEST_F(XmlWriter, ReplacesTheFileWithTheIndentedEscapedDocumentInMode0644Whateve
 
 // One member per distinct rule of the name and character checks and of the UTF-8 decoder
 // (every other character is accepted, see the round-trip suite), then calls out of order.
-TEST_F(XmlWriter, RefusesBadNamesTextsAndCallOrderKeepingTheFirstFailureAndTheOldFile) {
+TEST_F(XmlWriter, RefusesAMalformedDocumentWithTheStatusOfItsFirstFault) {
     for (const std::string& name :
          {""s, "1abc"s, "a b"s, "a&b"s, "\xC2\xB7x"s, "x\xC0\xAE"s, "x\xEF\xBF\xBE"s, "x\0y"s}) {
         SCOPED_TRACE(testing::PrintToString(name));
@@ -119,7 +119,7 @@ TEST_F(XmlWriter, RefusesBadNamesTextsAndCallOrderKeepingTheFirstFailureAndTheOl
 
 // Storing is all or nothing: a failure keeps the old file and logs one record, and a writer
 // killed at any moment leaves the old or the new document whole.
-TEST_F(XmlWriter, StoringFailsWithOneRecordAndNeverLeavesAPartialFile) {
+TEST_F(XmlWriter, StoringIsAllOrNothing) {
     const std::string missing = m_dir.path() + "missing/";
     EXPECT_EQ(run(missing, "r", "S|E"), QNCSAXWRITER_ERROR_FILE_WRITE);
     ASSERT_EQ(m_log.records().size(), 1U);
