@@ -22,8 +22,8 @@ inline constexpr char kVersionAttribute[] = "qnversion";
 inline constexpr char kUpdatePolicyElement[] = "UpdatePolicy";
 
 // The server list's and the server name's element names, as the catalogue holds them, for the
-// command-line tool's linter, which still names them so; the library itself asks the
-// catalogue by kind.
+// tool's messages and generated documentation that name these two structural elements; the
+// library itself asks the catalogue by kind.
 inline const std::string& kAuthorizedServerListElement =
     FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST)->element;
 inline const std::string& kServerNameElement =
