@@ -7,6 +7,7 @@
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "XmlWriterSyntax.h"
 
 namespace qndocgen {
 
@@ -24,27 +25,17 @@ constexpr char kVersionPattern[] = "[0-9]+(\\.[0-9]+)*";
 // A server name the reader keeps as written: not empty, no blanks around it.
 constexpr char kServerNamePattern[] = "\\S([\\s\\S]*\\S)?";
 
-// Text and attribute values: the five characters XML reserves.
-std::string escapeXml(std::string_view text) {
+// Element content and attribute values, escaped by the rules the policy document's writer
+// follows.
+std::string escapedText(const std::string& text) {
     std::string escaped;
-    for (const char character : text) {
-        switch (character) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += character;
-        }
-    }
+    qnxml::appendEscapedText(escaped, text);
+    return escaped;
+}
+
+std::string escapedAttribute(const std::string& value) {
+    std::string escaped;
+    qnxml::appendEscapedAttribute(escaped, value);
     return escaped;
 }
 
@@ -70,7 +61,7 @@ std::string indent(int depth) {
 
 void writeDocumentation(std::ostream& out, int depth, const std::string& text) {
     out << indent(depth) << "<xs:annotation>\n"
-        << indent(depth + 1) << "<xs:documentation>" << escapeXml(text) << "</xs:documentation>\n"
+        << indent(depth + 1) << "<xs:documentation>" << escapedText(text) << "</xs:documentation>\n"
         << indent(depth) << "</xs:annotation>\n";
 }
 
@@ -106,7 +97,7 @@ void writeSimpleTypes(std::ostream& out) {
                        "Preference-caching options separated by commas, exactly as spelled "
                        "here: the client reads an unknown option as the clearing one.");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
-        << indent(3) << "<xs:pattern value=\"" << escapeXml(cachingListPattern()) << "\"/>\n"
+        << indent(3) << "<xs:pattern value=\"" << escapedAttribute(cachingListPattern()) << "\"/>\n"
         << indent(2) << "</xs:restriction>\n"
         << indent(1) << "</xs:simpleType>\n";
 
@@ -116,7 +107,7 @@ void writeSimpleTypes(std::ostream& out) {
                        "other text changes nothing.");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n";
     for (const std::string& text : LocalPolicyAppliedTunnelTexts()) {
-        out << indent(3) << "<xs:enumeration value=\"" << escapeXml(text) << "\"/>\n";
+        out << indent(3) << "<xs:enumeration value=\"" << escapedAttribute(text) << "\"/>\n";
     }
     out << indent(2) << "</xs:restriction>\n" << indent(1) << "</xs:simpleType>\n";
 
@@ -124,14 +115,14 @@ void writeSimpleTypes(std::ostream& out) {
     writeDocumentation(out, 2,
                        "A server name: the client keeps blanks around a name as part of it.");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
-        << indent(3) << "<xs:pattern value=\"" << escapeXml(kServerNamePattern) << "\"/>\n"
+        << indent(3) << "<xs:pattern value=\"" << escapedAttribute(kServerNamePattern) << "\"/>\n"
         << indent(2) << "</xs:restriction>\n"
         << indent(1) << "</xs:simpleType>\n";
 
     out << indent(1) << "<xs:simpleType name=\"" << kVersionType << "\">\n";
     writeDocumentation(out, 2, "A dotted version such as " + std::string(QN_CLIENT_VERSION) + ".");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
-        << indent(3) << "<xs:pattern value=\"" << escapeXml(kVersionPattern) << "\"/>\n"
+        << indent(3) << "<xs:pattern value=\"" << escapedAttribute(kVersionPattern) << "\"/>\n"
         << indent(2) << "</xs:restriction>\n"
         << indent(1) << "</xs:simpleType>\n";
 }
