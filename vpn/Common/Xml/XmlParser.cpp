@@ -13,6 +13,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "AppLog.h"
@@ -47,17 +48,35 @@ struct Position {
     unsigned long column = 0;
 };
 
-// name cut to kQuotedNameBytes at a UTF-8 character boundary, marked "..." when cut.
-std::string quotedName(const char* name) {
-    std::string quoted(name, ::strnlen(name, kQuotedNameBytes + 1));
-    if (quoted.size() <= kQuotedNameBytes) {
-        return quoted;
+// name (of which at most kQuotedNameBytes + 1 bytes need be given) in double quotes, cut to
+// kQuotedNameBytes at a UTF-8 character boundary and marked "..." when cut.
+std::string quotedName(std::string_view name) {
+    if (name.size() <= kQuotedNameBytes) {
+        return "\"" + std::string(name) + "\"";
     }
     size_t cut = kQuotedNameBytes;
-    while (cut > 0 && (static_cast<unsigned char>(quoted[cut]) & 0xC0) == 0x80) {
+    while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) {
         --cut;
     }
-    return quoted.substr(0, cut) + "...";
+    return "\"" + std::string(name.substr(0, cut)) + "...\"";
+}
+
+// "<what> over the limit of <limit> <unit> in element <element>", the reason of a refusal.
+std::string overLimit(const std::string& what, size_t limit, const char* unit,
+                      const std::string& element) {
+    return what + " over the limit of " + std::to_string(limit) + " " + unit + " in element " +
+           element;
+}
+
+// name in double quotes, as a failure record names a document.
+std::string quoted(const std::string& name) {
+    return "\"" + name + "\"";
+}
+
+// "<verb> "<name>" at line L, column C", the start of a failure record that has a position.
+std::string located(const char* verb, const std::string& name, const Position& at) {
+    return std::string(verb) + " \"" + name + "\" at line " + std::to_string(at.line) +
+           ", column " + std::to_string(at.column);
 }
 
 }  // namespace
@@ -121,6 +140,11 @@ class XmlParser::Source {
 
 // One parse: the expat parser, the handler, and the text of the element being read. Lives on
 // the stack of XmlParser::parse; expat's callbacks reach it through the user data pointer.
+//
+// The callbacks of a document that stays within the limits build no text and allocate nothing
+// per element once the reused strings have grown: a limit is checked against sizes and the
+// depth, and the names of the open elements, which a refusal quotes, are kept one after the
+// other in one reused buffer. The text of a refusal is built only when one is made.
 class XmlParser::Session {
   public:
     // Why the parse was stopped from inside a callback.
@@ -157,40 +181,16 @@ class XmlParser::Session {
                 XML_GetCurrentColumnNumber(m_parser.get()) + 1};
     }
 
-    // The innermost open element, as quoted in a record.
+    // The innermost open element, quoted as a refusal names it: the leaf being read, or the
+    // innermost element that has children.
     std::string openElement() const {
-        return m_openNames.empty() ? std::string("(before the root element)")
-                                   : "\"" + m_openNames.back() + "\"";
-    }
-
-    // Text of what is over which limit, for a record: "<what> over the limit of <limit>
-    // <unit> in element "<name>"".
-    static std::string overLimit(const char* what, size_t limit, const char* unit,
-                                 const std::string& element) {
-        return std::string(what) + " over the limit of " + std::to_string(limit) + " " + unit +
-               " in element " + element;
-    }
-
-    // Refuses a start tag over a limit: its name, its depth, an attribute name or value.
-    // Empty when the tag is within every limit.
-    std::string startTagOverLimit(const XML_Char* name, const XML_Char** atts) const {
-        const std::string element = "\"" + quotedName(name) + "\"";
-        if (std::strlen(name) > kMaxNameBytes) {
-            return overLimit("element name", kMaxNameBytes, "bytes", element);
+        if (m_bLeafOpen) {
+            return quotedName(std::string_view(m_name).substr(0, kQuotedNameBytes + 1));
         }
-        if (m_openNames.size() >= kMaxDepth) {
-            return overLimit("nesting", kMaxDepth, "levels", element);
+        if (m_parentNameStarts.empty()) {
+            return "(before the root element)";
         }
-        for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
-            if (std::strlen(att[0]) > kMaxNameBytes) {
-                return overLimit("attribute name", kMaxNameBytes, "bytes", element);
-            }
-            if (std::strlen(att[1]) > kMaxTextBytes) {
-                return overLimit(("value of attribute \"" + quotedName(att[0]) + "\"").c_str(),
-                                 kMaxTextBytes, "bytes", element);
-            }
-        }
-        return std::string();
+        return quotedName(std::string_view(m_parentNames).substr(m_parentNameStarts.back()));
     }
 
   private:
@@ -209,58 +209,121 @@ class XmlParser::Session {
         XML_StopParser(m_parser.get(), XML_FALSE);
     }
 
-    // Runs one delivery step; a handler's exception is kept for XmlParser::parse to rethrow,
-    // because it must not unwind through expat's C frames.
-    template <typename Step>
-    void deliver(Step step) {
-        if (m_eStopReason != STOP_NONE) {
-            return;
-        }
+    // Stops the parse for a refused construct, with the detail describe() builds. Building it,
+    // like a handler's step, may throw (memory); an exception is kept for XmlParser::parse to
+    // rethrow, because it must not unwind through expat's C frames.
+    template <typename Describe>
+    void refuse(StopReason reason, Describe describe) {
         try {
-            step();
+            stop(reason, describe());
         } catch (...) {
             m_exception = std::current_exception();
             stop(STOP_EXCEPTION, std::string());
         }
     }
 
+    // The reason a start tag is over a limit, in the order the limits are checked: its name,
+    // its depth, then each attribute's name and value.
+    std::string startTagOverLimit(const XML_Char* name, size_t nameLength,
+                                  const XML_Char** atts) const {
+        const std::string element =
+            quotedName(std::string_view(name, std::min(nameLength, kQuotedNameBytes + 1)));
+        if (nameLength > kMaxNameBytes) {
+            return overLimit("element name", kMaxNameBytes, "bytes", element);
+        }
+        if (openElements() >= kMaxDepth) {
+            return overLimit("nesting", kMaxDepth, "levels", element);
+        }
+        for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
+            if (std::strlen(att[0]) > kMaxNameBytes) {
+                return overLimit("attribute name", kMaxNameBytes, "bytes", element);
+            }
+            if (std::strlen(att[1]) > kMaxTextBytes) {
+                const size_t attributeNameLength = ::strnlen(att[0], kQuotedNameBytes + 1);
+                return overLimit("value of attribute " +
+                                     quotedName(std::string_view(att[0], attributeNameLength)),
+                                 kMaxTextBytes, "bytes", element);
+            }
+        }
+        return std::string();
+    }
+
+    // The elements open before a start tag: those that have children, and the leaf.
+    size_t openElements() const { return m_parentNameStarts.size() + (m_bLeafOpen ? 1 : 0); }
+
+    // Whether a start tag stays within every limit: sizes and the depth only.
+    bool startTagWithinLimits(size_t nameLength, const XML_Char** atts) const {
+        if (nameLength > kMaxNameBytes || openElements() >= kMaxDepth) {
+            return false;
+        }
+        for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
+            if (std::strlen(att[0]) > kMaxNameBytes || std::strlen(att[1]) > kMaxTextBytes) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     // A start tag: the enclosing element now has a child, so its text is dropped; the new
     // element collects text until its end tag or its first child.
     static void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** atts) {
         Session& s = self(userData);
-        s.refuseOverLimit([&s, name, atts] { return s.startTagOverLimit(name, atts); });
-        s.deliver([&s, name, atts] {
+        if (s.m_eStopReason != STOP_NONE) {
+            return;
+        }
+        const size_t nameLength = std::strlen(name);
+        if (!s.startTagWithinLimits(nameLength, atts)) {
+            s.refuseStartTag(name, nameLength, atts);
+            return;
+        }
+        try {
             s.m_textRun = 0;
-            s.m_openNames.push_back(quotedName(name));
+            if (s.m_bLeafOpen) {
+                // The element read so far has a child now: its name joins its parents'.
+                s.m_parentNameStarts.push_back(s.m_parentNames.size());
+                s.m_parentNames.append(s.m_name, 0, kQuotedNameBytes + 1);
+            }
             s.m_text.clear();
             s.m_bLeafOpen = true;
-            s.m_name.assign(name);
+            s.m_name.assign(name, nameLength);
             s.m_pXmlMgr->addElement(s.m_name);
             for (const XML_Char** att = atts; att[0] != nullptr; att += 2) {
                 s.m_attributeName.assign(att[0]);
                 s.m_attributeValue.assign(att[1]);
                 s.m_pXmlMgr->addAttribute(s.m_attributeName, s.m_attributeValue);
             }
-        });
+        } catch (...) {
+            s.keepException();
+        }
     }
 
     // An end tag: a leaf delivers its whole text, if it has any; the enclosing element has had
     // a child, so nothing more is collected until the next start tag.
     static void XMLCALL onEnd(void* userData, const XML_Char* name) {
         Session& s = self(userData);
-        s.deliver([&s, name] {
-            if (s.m_bLeafOpen && !s.m_text.empty()) {
-                s.m_pXmlMgr->setElementValue(s.m_text);
+        if (s.m_eStopReason != STOP_NONE) {
+            return;
+        }
+        try {
+            if (s.m_bLeafOpen) {
+                // The leaf's end tag: its name is the one its start handed out.
+                if (!s.m_text.empty()) {
+                    s.m_pXmlMgr->setElementValue(s.m_text);
+                }
+                s.m_bLeafOpen = false;
+                s.m_text.clear();
+            } else {
+                if (!s.m_parentNameStarts.empty()) {
+                    s.m_parentNames.resize(s.m_parentNameStarts.back());
+                    s.m_parentNameStarts.pop_back();
+                }
+                s.m_name.assign(name);
             }
-            s.m_bLeafOpen = false;
-            s.m_text.clear();
             s.m_textRun = 0;
-            if (!s.m_openNames.empty()) {
-                s.m_openNames.pop_back();
-            }
-            s.m_name.assign(name);
             s.m_pXmlMgr->endElement(s.m_name);
-        });
+        } catch (...) {
+            s.keepException();
+        }
     }
 
     // Character data arrives in pieces (decoded references, CDATA sections and plain text
@@ -268,79 +331,85 @@ class XmlParser::Session {
     // towards the text limit.
     static void XMLCALL onText(void* userData, const XML_Char* text, int length) {
         Session& s = self(userData);
+        if (s.m_eStopReason != STOP_NONE) {
+            return;
+        }
         s.m_textRun += static_cast<size_t>(length);
         if (s.m_textRun > kMaxTextBytes) {
-            s.refuseOverLimit(
-                [&s] { return overLimit("text", kMaxTextBytes, "bytes", s.openElement()); });
-        }
-        if (s.m_bLeafOpen && s.m_eStopReason == STOP_NONE) {
-            s.deliver([&s, text, length] { s.m_text.append(text, static_cast<size_t>(length)); });
-        }
-    }
-
-    // Stops the parse for a refused construct. Building the detail may throw (memory); that
-    // too is kept for rethrowing rather than let through expat.
-    template <typename Detail>
-    void refuse(StopReason reason, Detail detail) {
-        if (m_eStopReason != STOP_NONE) {
+            s.refuseText();
             return;
         }
-        try {
-            stop(reason, detail());
-        } catch (...) {
-            m_exception = std::current_exception();
-            stop(STOP_EXCEPTION, std::string());
-        }
-    }
-
-    // Stops the parse when overLimit() names a limit that was passed.
-    template <typename OverLimit>
-    void refuseOverLimit(OverLimit overLimit) {
-        if (m_eStopReason != STOP_NONE) {
-            return;
-        }
-        try {
-            std::string detail = overLimit();
-            if (!detail.empty()) {
-                stop(STOP_LIMIT, std::move(detail));
+        if (s.m_bLeafOpen) {
+            try {
+                s.m_text.append(text, static_cast<size_t>(length));
+            } catch (...) {
+                s.keepException();
             }
-        } catch (...) {
-            m_exception = std::current_exception();
-            stop(STOP_EXCEPTION, std::string());
         }
+    }
+
+    // The refusals of the callbacks, out of their way: a document within the limits never
+    // runs them.
+    [[gnu::noinline, gnu::cold]] void refuseStartTag(const XML_Char* name, size_t nameLength,
+                                                     const XML_Char** atts) {
+        refuse(STOP_LIMIT, [this, name, nameLength, atts] {
+            return startTagOverLimit(name, nameLength, atts);
+        });
+    }
+    [[gnu::noinline, gnu::cold]] void refuseText() {
+        refuse(STOP_LIMIT,
+               [this] { return overLimit("text", kMaxTextBytes, "bytes", openElement()); });
+    }
+
+    // A handler's exception (or a failed allocation) stops the parse; parse rethrows it.
+    [[gnu::noinline, gnu::cold]] void keepException() {
+        m_exception = std::current_exception();
+        stop(STOP_EXCEPTION, std::string());
     }
 
     static void XMLCALL onDoctype(void* userData, const XML_Char* doctypeName,
                                   const XML_Char* /*sysid*/, const XML_Char* /*pubid*/,
                                   int /*hasInternalSubset*/) {
-        self(userData).refuse(STOP_DOCTYPE, [doctypeName] { return std::string(doctypeName); });
+        Session& s = self(userData);
+        if (s.m_eStopReason == STOP_NONE) {
+            s.refuse(STOP_DOCTYPE, [doctypeName] { return std::string(doctypeName); });
+        }
     }
 
     static int XMLCALL onExternalEntity(XML_Parser parser, const XML_Char* /*context*/,
                                         const XML_Char* /*base*/, const XML_Char* systemId,
                                         const XML_Char* /*publicId*/) {
-        self(XML_GetUserData(parser)).refuse(STOP_ENTITY, [systemId] {
-            return std::string("external entity \"") + systemId + "\"";
-        });
+        Session& s = self(XML_GetUserData(parser));
+        if (s.m_eStopReason == STOP_NONE) {
+            s.refuse(STOP_ENTITY,
+                     [systemId] { return std::string("external entity \"") + systemId + "\""; });
+        }
         return XML_STATUS_ERROR;
     }
 
     static void XMLCALL onSkippedEntity(void* userData, const XML_Char* entityName,
                                         int isParameterEntity) {
-        self(userData).refuse(STOP_ENTITY, [entityName, isParameterEntity] {
-            return std::string(isParameterEntity != 0 ? "%" : "&") + entityName +
-                   "; that was not declared or read";
-        });
+        Session& s = self(userData);
+        if (s.m_eStopReason == STOP_NONE) {
+            s.refuse(STOP_ENTITY, [entityName, isParameterEntity] {
+                return std::string(isParameterEntity != 0 ? "%" : "&") + entityName +
+                       "; that was not declared or read";
+            });
+        }
     }
 
     XmlMgr* m_pXmlMgr;
     std::unique_ptr<XML_ParserStruct, ParserFree> m_parser;
-    std::string m_text;                    // the text of the open leaf so far
-    size_t m_textRun = 0;                  // bytes of text since the last tag
-    bool m_bLeafOpen = false;              // an element is open and has no child yet
-    std::vector<std::string> m_openNames;  // the open elements, names cut for quoting
-    std::string m_name;                    // reused for every element name handed out
-    std::string m_attributeName;           // reused for every attribute handed out
+    std::string m_text;        // the text of the open leaf so far
+    size_t m_textRun = 0;      // bytes of text since the last tag
+    bool m_bLeafOpen = false;  // an element is open and has no child yet; m_name is its name
+    // The names of the open elements that have children, each cut to kQuotedNameBytes + 1
+    // bytes, one after the other, and where each starts: with the leaf, what a refusal quotes
+    // and the depth. A leaf costs nothing here.
+    std::string m_parentNames;
+    std::vector<size_t> m_parentNameStarts;
+    std::string m_name;           // reused for every element name handed out
+    std::string m_attributeName;  // reused for every attribute handed out
     std::string m_attributeValue;
     StopReason m_eStopReason = STOP_NONE;
     Position m_stopPosition;
@@ -360,11 +429,21 @@ unsigned long XmlParser::CurrentColumn() const {
     return m_pSession != nullptr ? m_pSession->currentPosition().column : 0;
 }
 
+STATUSCODE XmlParser::fail(const char* function, int sourceLine, STATUSCODE status,
+                           const std::string& message, Failure failure) {
+    m_lastFailure = std::move(failure);
+    if (m_bLogFailures) {
+        CAppLog::LogDebugMessage(function, kSourceFile, sourceLine, Logging::DBG_Error, "%s: %s",
+                                 message.c_str(), m_lastFailure.reason.c_str());
+    }
+    return status;
+}
+
 STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
+    m_lastFailure = Failure();
     if (m_pXmlMgr == nullptr) {
-        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot parse \"%s\": no event handler was given", path.c_str());
-        return XMLPARSER_ERROR_NULL_POINTER;
+        return fail("parseFile", __LINE__, XMLPARSER_ERROR_NULL_POINTER,
+                    "Cannot parse " + quoted(path), {0, 0, "no event handler was given"});
     }
     // O_NONBLOCK: opening a FIFO without a writer must not wait. Links are followed; what
     // the path finally names must be a regular file, so a device (/dev/zero) or a directory
@@ -372,24 +451,21 @@ STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
     const qnsys::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!fd.valid()) {
         const int error = errno;
-        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot open \"%s\": open failed: %s", path.c_str(),
-                                 qnsys::errnoText(error).c_str());
-        return XMLPARSER_ERROR_FILE_OPEN;
+        return fail("parseFile", __LINE__, XMLPARSER_ERROR_FILE_OPEN,
+                    "Cannot open " + quoted(path) + ": open failed",
+                    {0, 0, qnsys::errnoText(error)});
     }
 
     struct stat info {};
     if (::fstat(fd.get(), &info) != 0) {
         const int error = errno;
-        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot examine \"%s\": fstat failed: %s", path.c_str(),
-                                 qnsys::errnoText(error).c_str());
-        return XMLPARSER_ERROR_FILE_OPEN;
+        return fail("parseFile", __LINE__, XMLPARSER_ERROR_FILE_OPEN,
+                    "Cannot examine " + quoted(path) + ": fstat failed",
+                    {0, 0, qnsys::errnoText(error)});
     }
     if (!S_ISREG(info.st_mode)) {
-        CAppLog::LogDebugMessage("parseFile", kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot parse \"%s\": not a regular file", path.c_str());
-        return XMLPARSER_ERROR_FILE_OPEN;
+        return fail("parseFile", __LINE__, XMLPARSER_ERROR_FILE_OPEN,
+                    "Cannot parse " + quoted(path), {0, 0, "not a regular file"});
     }
     Source source(fd.get(), static_cast<size_t>(info.st_size));
     return parse(source, bSecure, path, "parseFile");
@@ -397,12 +473,11 @@ STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
 
 STATUSCODE XmlParser::parseBuffer(const char* data, size_t size, bool bSecure,
                                   const std::string& name) {
+    m_lastFailure = Failure();
     if (m_pXmlMgr == nullptr || (data == nullptr && size != 0)) {
-        CAppLog::LogDebugMessage(
-            "parseBuffer", kSourceFile, __LINE__, Logging::DBG_Error, "Cannot parse \"%s\": %s",
-            name.c_str(),
-            m_pXmlMgr == nullptr ? "no event handler was given" : "the buffer is null");
-        return XMLPARSER_ERROR_NULL_POINTER;
+        return fail(
+            "parseBuffer", __LINE__, XMLPARSER_ERROR_NULL_POINTER, "Cannot parse \"" + name + "\"",
+            {0, 0, m_pXmlMgr == nullptr ? "no event handler was given" : "the buffer is null"});
     }
     Source source(data, size);
     return parse(source, bSecure, name, "parseBuffer");
@@ -412,10 +487,8 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                             const char* function) {
     Session session(m_pXmlMgr, bSecure);
     if (!session.created()) {
-        CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                 "Cannot parse \"%s\": the XML parser could not be created",
-                                 name.c_str());
-        return XMLPARSER_ERROR_MEMALLOC_FAILED;
+        return fail(function, __LINE__, XMLPARSER_ERROR_MEMALLOC_FAILED,
+                    "Cannot parse " + quoted(name), {0, 0, "the XML parser could not be created"});
     }
     // CurrentLine() and CurrentColumn() answer from this session until the parse ends, however
     // it ends.
@@ -430,26 +503,24 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
     for (;;) {
         void* buffer = XML_GetBuffer(parser, static_cast<int>(want));
         if (buffer == nullptr) {
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Cannot parse \"%s\": no memory for %zu bytes of input",
-                                     name.c_str(), want);
-            return XMLPARSER_ERROR_MEMALLOC_FAILED;
+            return fail(function, __LINE__, XMLPARSER_ERROR_MEMALLOC_FAILED,
+                        "Cannot parse " + quoted(name),
+                        {0, 0, "no memory for " + std::to_string(want) + " bytes of input"});
         }
         size_t got = 0;
         int error = 0;
         if (!source.read(static_cast<char*>(buffer), want, got, error)) {
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Reading \"%s\" failed after %zu bytes: read failed: %s",
-                                     name.c_str(), source.offset(),
-                                     qnsys::errnoText(error).c_str());
-            return XMLPARSER_ERROR_FILE_READ;
+            return fail(function, __LINE__, XMLPARSER_ERROR_FILE_READ,
+                        "Reading " + quoted(name) + " failed after " +
+                            std::to_string(source.offset()) + " bytes: read failed",
+                        {0, 0, qnsys::errnoText(error)});
         }
         if (source.overflowed()) {
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Refused \"%s\": it grew past %zu bytes while it was read "
-                                     "(%zu bytes when it was opened)",
-                                     name.c_str(), source.limit(), source.size());
-            return XMLPARSER_ERROR_FILE_READ;
+            return fail(
+                function, __LINE__, XMLPARSER_ERROR_FILE_READ, "Refused " + quoted(name),
+                {0, 0,
+                 "it grew past " + std::to_string(source.limit()) + " bytes while it was read (" +
+                     std::to_string(source.size()) + " bytes when it was opened)"});
         }
         const bool bFinal = got < want;
         if (XML_ParseBuffer(parser, static_cast<int>(got), bFinal ? XML_TRUE : XML_FALSE) !=
@@ -466,14 +537,12 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                                    : 0;
         if (pending > kMaxMarkupBytes) {
             const Position at = session.currentPosition();
-            CAppLog::LogDebugMessage(
-                function, kSourceFile, __LINE__, Logging::DBG_Error,
-                "Refused \"%s\" at line %lu, column %lu: %s", name.c_str(), at.line, at.column,
-                Session::overLimit("markup (a start tag with its attributes, a comment or a "
+            return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
+                        located("Refused", name, at),
+                        {at.line, at.column,
+                         overLimit("markup (a start tag with its attributes, a comment or a "
                                    "processing instruction)",
-                                   kMaxMarkupBytes, "bytes", session.openElement())
-                    .c_str());
-            return XMLPARSER_ERROR_LIMIT_EXCEEDED;
+                                   kMaxMarkupBytes, "bytes", session.openElement())});
         }
         want = std::clamp(pending, kMinFeed, kMaxFeed);
     }
@@ -482,47 +551,43 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
     const Position& stopped = session.stopPosition();
     switch (session.stopReason()) {
         case Session::STOP_DOCTYPE:
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Refused \"%s\" at line %lu, column %lu: document type "
-                                     "declaration \"%s\" (a secure parse accepts no DTD)",
-                                     name.c_str(), stopped.line, stopped.column,
-                                     session.stopDetail().c_str());
-            return XMLPARSER_ERROR_DOCTYPE_REFUSED;
+            return fail(function, __LINE__, XMLPARSER_ERROR_DOCTYPE_REFUSED,
+                        located("Refused", name, stopped),
+                        {stopped.line, stopped.column,
+                         "document type declaration \"" + session.stopDetail() +
+                             "\" (a secure parse accepts no DTD)"});
         case Session::STOP_ENTITY:
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Refused \"%s\" at line %lu, column %lu: %s (entities "
-                                     "from outside the document are never read)",
-                                     name.c_str(), stopped.line, stopped.column,
-                                     session.stopDetail().c_str());
-            return XMLPARSER_ERROR_ENTITY_REFUSED;
+            return fail(
+                function, __LINE__, XMLPARSER_ERROR_ENTITY_REFUSED,
+                located("Refused", name, stopped),
+                {stopped.line, stopped.column,
+                 session.stopDetail() + " (entities from outside the document are never read)"});
         case Session::STOP_LIMIT:
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Refused \"%s\" at line %lu, column %lu: %s", name.c_str(),
-                                     stopped.line, stopped.column, session.stopDetail().c_str());
-            return XMLPARSER_ERROR_LIMIT_EXCEEDED;
+            return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
+                        located("Refused", name, stopped),
+                        {stopped.line, stopped.column, session.stopDetail()});
         case Session::STOP_EXCEPTION:
-            CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                                     "Parsing \"%s\" stopped at line %lu, column %lu: the event "
-                                     "handler threw an exception",
-                                     name.c_str(), stopped.line, stopped.column);
+            fail(function, __LINE__, XMLPARSER_ERROR_UNKNOWN, located("Parsing", name, stopped),
+                 {stopped.line, stopped.column, "the event handler threw an exception"});
             std::rethrow_exception(session.exception());
         case Session::STOP_NONE:
             break;
     }
     const XML_Error code = XML_GetErrorCode(parser);
-    const unsigned long line = XML_GetErrorLineNumber(parser);
-    const unsigned long column = XML_GetErrorColumnNumber(parser) + 1;
-    CAppLog::LogDebugMessage(function, kSourceFile, __LINE__, Logging::DBG_Error,
-                             "Cannot parse \"%s\" at line %lu, column %lu: %s", name.c_str(), line,
-                             column, XML_ErrorString(code));
+    const Position at{XML_GetErrorLineNumber(parser), XML_GetErrorColumnNumber(parser) + 1};
+    STATUSCODE status = XMLPARSER_ERROR_NOT_WELL_FORMED;
     switch (code) {
         case XML_ERROR_NO_MEMORY:
-            return XMLPARSER_ERROR_MEMALLOC_FAILED;
+            status = XMLPARSER_ERROR_MEMALLOC_FAILED;
+            break;
         case XML_ERROR_AMPLIFICATION_LIMIT_BREACH:
         case XML_ERROR_RECURSIVE_ENTITY_REF:
         case XML_ERROR_EXTERNAL_ENTITY_HANDLING:
-            return XMLPARSER_ERROR_ENTITY_REFUSED;
+            status = XMLPARSER_ERROR_ENTITY_REFUSED;
+            break;
         default:
-            return XMLPARSER_ERROR_NOT_WELL_FORMED;
+            break;
     }
+    return fail(function, __LINE__, status, located("Cannot parse", name, at),
+                {at.line, at.column, XML_ErrorString(code)});
 }

@@ -38,7 +38,9 @@ enum XMLPARSER_ERRORS : STATUSCODE {
 // calling thread (see XmlMgr.h for the order).
 //
 //   XmlParser parser(&handler);
-//   if (parser.parseFile(path, true) != XMLPARSER_SUCCESS) { ... }  // the reason is logged
+//   if (parser.parseFile(path, true) != XMLPARSER_SUCCESS) {
+//       const XmlParser::Failure& why = parser.LastFailure();   // line, column, reason
+//   }
 //
 // The input is streamed: memory grows with the largest single token or leaf text, not with
 // the document, and both are bounded. In both modes the parser refuses, with
@@ -55,8 +57,10 @@ enum XMLPARSER_ERRORS : STATUSCODE {
 // kMaxMarkupBytes, whatever the input. With bSecure a document type declaration is refused before
 // any element is delivered; without it a DTD is tolerated, but nothing outside the document
 // (external DTD subset, external or parameter entity) is ever read: a reference to one fails the
-// parse. Every failure is logged once, naming the document, line, column and reason. An exception
-// thrown by the handler stops the parse and passes on to the caller of parseFile.
+// parse. Every failure is logged once, naming the document, line, column and reason, and
+// described by LastFailure() as values. An exception thrown by the handler stops the parse and
+// passes on to the caller of parseFile. Nothing is formatted while a parse goes well: the text
+// of a refusal is built only when one is made.
 class XmlParser {
   public:
     // The limits, chosen at or a little above those the most trusted XML parsers ship by
@@ -88,6 +92,21 @@ class XmlParser {
     unsigned long CurrentLine() const;
     unsigned long CurrentColumn() const;
 
+    // Where and why the last parse failed, as its failure record says: the 1-based line and
+    // column (both 0 when the failure concerns the input as a whole, such as a file that cannot
+    // be opened) and the reason ("mismatched tag", "Permission denied"). All empty after a
+    // parse that succeeded.
+    struct Failure {
+        unsigned long line = 0;
+        unsigned long column = 0;
+        std::string reason;
+    };
+    const Failure& LastFailure() const { return m_lastFailure; }
+
+    // With false, a failure is not logged; LastFailure() still describes it. For callers that
+    // report a failure in their own words (a linter that turns it into a finding).
+    void LogFailures(bool bLog) { m_bLogFailures = bLog; }
+
   private:
     // Defined in XmlParser.cpp: where the document's bytes come from, and the state of the
     // parse that is running.
@@ -95,9 +114,15 @@ class XmlParser {
     class Session;
 
     STATUSCODE parse(Source& source, bool bSecure, const std::string& name, const char* function);
+    // Records a failure, logs it (unless LogFailures(false)) as "<message>: <reason>" and
+    // returns status.
+    STATUSCODE fail(const char* function, int sourceLine, STATUSCODE status,
+                    const std::string& message, Failure failure);
 
     XmlMgr* m_pXmlMgr;
     Session* m_pSession = nullptr;  // set only while a parse runs
+    Failure m_lastFailure;
+    bool m_bLogFailures = true;
 };
 
 #endif  // XMLPARSER_H
