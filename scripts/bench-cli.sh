@@ -13,7 +13,7 @@ set -euo pipefail
 build_dir=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)
 tool="$root/$build_dir/tools/qnpolicy/qnpolicy"
-loader="$root/$build_dir/tools/qnpolicy/qnpolicy_load_policy"
+loader="$root/$build_dir/qnpolicy_load_policy"
 runs=${RUNS:-30}
 servers=100000
 

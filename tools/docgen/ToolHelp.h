@@ -1,18 +1,16 @@
 #ifndef QNDOCGEN_TOOLHELP_H
 #define QNDOCGEN_TOOLHELP_H
 
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace qndocgen {
 
-// One option as --help lists it: "--install-dir DIR=/opt/quillnet/",
-// "--log SINK:{stderr,syslog}=stderr", "-h,--help".
+// One option of a command: "--install-dir DIR", "--log SINK" with its choices, "-h,--help".
 struct ToolOption {
     std::vector<std::string> names;    // "-h", "--help"
     std::string argument;              // the value's type name ("DIR"); empty for a flag
-    std::vector<std::string> choices;  // the allowed values, when --help lists them
+    std::vector<std::string> choices;  // the values it accepts, when it names them
     std::string defaultValue;
     std::string description;
 };
@@ -25,7 +23,7 @@ struct ToolPositional {
     std::string description;
 };
 
-// The tool or one of its subcommands, as its --help describes it.
+// The tool or one of its subcommands.
 struct ToolCommand {
     std::string name;         // empty for the tool itself
     std::string usage;        // the text after "Usage: "
@@ -40,13 +38,11 @@ struct ToolExitCode {
     std::string meaning;
 };
 
-// ToolHelp is what the built qnpolicy says about itself in --help and in each subcommand's
-// --help, read into a structure so that the manual page and the completion follow the tool
-// whatever it offers.
+// ToolHelp is what qnpolicy's command table says of the tool and each subcommand, as the
+// manual page and the completion need it: the same options, positionals and texts that --help
+// prints, taken from the table itself.
 //
-//   ToolHelp help;
-//   std::string error;
-//   if (!ReadToolHelp("build/tools/qnpolicy/qnpolicy", help, error)) { ... }
+//   ToolHelp help = DescribeTool();
 struct ToolHelp {
     std::string version;  // the --version line
     ToolCommand tool;
@@ -54,16 +50,7 @@ struct ToolHelp {
     std::vector<ToolExitCode> exitCodes;
 };
 
-// Reads a help text in the tool's layout: description lines, "Usage: ...", then sections
-// ("Options:", "Positionals:", "Subcommands:", "Exit codes:") of entries indented by two
-// spaces, a description after two or more spaces or on indented lines below.
-ToolCommand ParseCommandHelp(const std::string& name, const std::string& helpText,
-                             std::vector<std::string>* subcommandNames,
-                             std::vector<ToolExitCode>* exitCodes);
-
-// Runs the binary with --version, --help and SUBCOMMAND --help for every subcommand --help
-// lists. False with error set when one of them fails.
-bool ReadToolHelp(const std::string& binary, ToolHelp& help, std::string& error);
+ToolHelp DescribeTool();
 
 }  // namespace qndocgen
 

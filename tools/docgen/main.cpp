@@ -2,11 +2,11 @@
 //
 //   qn-docgen schema                          the XML Schema QuillnetLocalPolicy.xsd
 //   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
-//   qn-docgen tool-manpage QNPOLICY INCLUDE   scdoc source of qnpolicy(1)
-//   qn-docgen bash-completion QNPOLICY        the bash completion of qnpolicy
+//   qn-docgen tool-manpage INCLUDE            scdoc source of qnpolicy(1)
+//   qn-docgen bash-completion                 the bash completion of qnpolicy
 //
-// QNPOLICY is the built tool, whose --help the tool's page and completion follow. The build
-// runs these; the outputs are installed, never edited by hand.
+// The tool's page and the completion follow qnpolicy's command table. The build runs these;
+// the outputs are installed, never edited by hand.
 
 #include <CLI/CLI.hpp>
 #include <fstream>
@@ -21,7 +21,7 @@
 
 namespace {
 
-// sysexits.h: EX_SOFTWARE for a tool that does not answer as expected, EX_IOERR for output.
+// sysexits.h: EX_SOFTWARE for an unexpected failure, EX_NOINPUT, EX_IOERR for output.
 constexpr int kExitToolFailed = 70;
 constexpr int kExitNoInput = 66;
 constexpr int kExitIoError = 74;
@@ -29,26 +29,16 @@ constexpr int kExitIoError = 74;
 int run(int argc, char** argv) {
     CLI::App app{"Writes the generated documentation of the local policy module.", "qn-docgen"};
     app.require_subcommand(1);
-    std::string binary;
     std::string includeFile;
     CLI::App* schema = app.add_subcommand("schema", "The XML Schema of the policy document");
     CLI::App* policyPage =
         app.add_subcommand("policy-manpage", "scdoc source of QuillnetLocalPolicy.xml(5)");
     CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
-    toolPage->add_option("QNPOLICY", binary, "The built tool")->required();
     toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
-    CLI::App* completion = app.add_subcommand("bash-completion", "bash completion of qnpolicy");
-    completion->add_option("QNPOLICY", binary, "The built tool")->required();
+    app.add_subcommand("bash-completion", "bash completion of qnpolicy");
     CLI11_PARSE(app, argc, argv);
 
-    qndocgen::ToolHelp help;
-    if (toolPage->parsed() || completion->parsed()) {
-        std::string error;
-        if (!qndocgen::ReadToolHelp(binary, help, error)) {
-            std::cerr << "qn-docgen: " << error << '\n';
-            return kExitToolFailed;
-        }
-    }
+    const qndocgen::ToolHelp help = qndocgen::DescribeTool();
     if (schema->parsed()) {
         qndocgen::WritePolicySchema(std::cout);
     } else if (policyPage->parsed()) {

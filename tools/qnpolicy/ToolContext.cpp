@@ -1,22 +1,43 @@
 #include "ToolContext.h"
 
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
-#include "ExitCodes.h"
-#include "TextFormat.h"
-#include "ToolSession.h"
+#include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
 
 namespace qnpolicy::tool {
 
 CToolContext::CToolContext(const SharedOptions& options, const std::string& command,
                            std::ostream& out, std::ostream& err)
-    : m_options(options), m_prefix("qnpolicy " + command + ": "), m_out(out), m_err(err) {}
+    : m_options(options), m_prefix("qnpolicy " + command + ": "), m_out(out), m_err(err) {
+    const Verbosity eVerbosity = verbosity();
+    if (m_options.logSink == kLogSinkSyslog) {
+        ::openlog("qnpolicy", LOG_PID, LOG_USER);
+        m_previousSink = CAppLog::SetSink(
+            [eVerbosity, sink = CAppLog::SyslogSink()](const CAppLogRecord& record) {
+                if (Shows(eVerbosity, record.importance)) {
+                    sink(record);
+                }
+            });
+        return;
+    }
+    m_previousSink = CAppLog::SetSink([eVerbosity](const CAppLogRecord& record) {
+        if (Shows(eVerbosity, record.importance)) {
+            WriteLogLine(record);
+        }
+    });
+}
 
-Verbosity CToolContext::GetVerbosity() const {
+CToolContext::~CToolContext() {
+    CAppLog::SetSink(m_previousSink);
+}
+
+Verbosity CToolContext::verbosity() const {
     if (m_options.bQuiet) {
         return Verbosity::QUIET;
     }
@@ -55,8 +76,33 @@ int CToolContext::RequireInstallDir() {
     return kExitSuccess;
 }
 
+std::string CToolContext::InstallDir() const {
+    std::string dir = m_options.installDir;
+    if (dir.empty() || dir.back() != '/') {
+        dir.push_back('/');
+    }
+    return dir;
+}
+
 std::string CToolContext::InstallPolicyPath() const {
-    return NormalizeInstallDir(m_options.installDir) + kPolicyFileName;
+    return InstallDir() + kPolicyFileName;
+}
+
+void CToolContext::WriteLogLine(const CAppLogRecord& record) {
+    std::fprintf(stderr, "%s%s\n", CAppLog::StandardErrorPrefix(record.importance).c_str(),
+                 OneLine(CAppLog::FormatRecord(record)).c_str());
+}
+
+bool CToolContext::Shows(Verbosity eVerbosity, Logging::DebugImportance eImportance) {
+    switch (eVerbosity) {
+        case Verbosity::QUIET:
+            return eImportance == Logging::DBG_Error;
+        case Verbosity::NORMAL:
+            return eImportance != Logging::DBG_Trace;
+        case Verbosity::VERBOSE:
+            return true;
+    }
+    return true;
 }
 
 }  // namespace qnpolicy::tool

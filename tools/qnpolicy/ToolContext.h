@@ -4,15 +4,56 @@
 #include <ostream>
 #include <string>
 
-#include "ToolLog.h"
+#include "AppLog.h"
 
 namespace qnpolicy::tool {
 
-// The options every subcommand shares, accepted before or after the subcommand's name.
+// The exit statuses of qnpolicy, shared by every subcommand and documented in --help, the
+// manual page and the README. Above 2 they are those of sysexits.h, so that scripts can tell a
+// usage error from refused data, a missing input or an I/O error.
+inline constexpr int kExitSuccess = 0;
+// check: findings reported; generate --diff: the file differs; show: the policy could not
+// be loaded.
+inline constexpr int kExitFindings = 1;
+// check: a file could not be read or parsed.
+inline constexpr int kExitUnreadable = 2;
+// EX_USAGE: an unknown subcommand or option, a missing or malformed argument.
+inline constexpr int kExitUsage = 64;
+// EX_DATAERR: generate refused its arguments; nothing was written.
+inline constexpr int kExitDataError = 65;
+// EX_NOINPUT: no such file or directory.
+inline constexpr int kExitNoInput = 66;
+// EX_SOFTWARE: an unexpected exception, such as running out of memory.
+inline constexpr int kExitInternal = 70;
+// EX_CANTCREAT: the policy file cannot be created in the install directory.
+inline constexpr int kExitCannotCreate = 73;
+// EX_IOERR: reading or writing failed, standard output included.
+inline constexpr int kExitIoError = 74;
+
+// One exit status and what it means, as --help lists them.
+struct ExitCodeInfo {
+    int code;
+    const char* meaning;
+};
+inline constexpr ExitCodeInfo kExitCodes[] = {
+    {kExitSuccess, "success (check: no findings; generate --diff: no difference)"},
+    {kExitFindings,
+     "check: findings were reported; generate --diff: the file differs; show: the policy could "
+     "not be loaded"},
+    {kExitUnreadable, "check: a file could not be read or parsed"},
+    {kExitUsage, "usage error: unknown subcommand or option, missing or malformed argument"},
+    {kExitDataError, "generate: arguments refused (nothing written)"},
+    {kExitNoInput, "no such file or directory"},
+    {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
+    {kExitCannotCreate, "generate: the policy file cannot be created in the install directory"},
+    {kExitIoError, "I/O error: writing the policy file or standard output failed"},
+};
+
 // The values of --log: standard error (the default) or syslog(3).
 inline constexpr char kLogSinkStderr[] = "stderr";
 inline constexpr char kLogSinkSyslog[] = "syslog";
 
+// The options every subcommand shares, accepted before or after the subcommand's name.
 struct SharedOptions {
     std::string installDir;
     bool bJson = false;
@@ -21,23 +62,31 @@ struct SharedOptions {
     std::string logSink = kLogSinkStderr;
 };
 
+// How much of the module's log the tool shows.
+enum class Verbosity {
+    QUIET,    // --quiet: errors only
+    NORMAL,   // errors, warnings and informational records
+    VERBOSE,  // -v: the trace records too
+};
+
 // CToolContext is what the dispatcher hands each subcommand: the shared options, the checked
 // standard output for results, and standard error for the tool's own messages, each prefixed
-// "qnpolicy SUBCOMMAND: ". The module's log records reach standard error through CToolLog.
+// "qnpolicy SUBCOMMAND: ". While it lives, the module's log records go where --log says, as
+// many as the verbosity asks for; the previous sink is restored at its end.
 //
-//   int RunShow(const CommandArgs& args, CToolContext& context) {
-//       if (const int status = context.RequireInstallDir(); status != kExitSuccess) {
-//           return status;
-//       }
+//   int CShowCommand::Run(CToolContext& context) {
 //       context.Out() << ...;
+//       context.Error("cannot load ...");
 //   }
 class CToolContext {
   public:
     CToolContext(const SharedOptions& options, const std::string& command, std::ostream& out,
                  std::ostream& err);
+    ~CToolContext();
+    CToolContext(const CToolContext&) = delete;
+    CToolContext& operator=(const CToolContext&) = delete;
 
     const SharedOptions& Options() const { return m_options; }
-    Verbosity GetVerbosity() const;
     std::ostream& Out() { return m_out; }
 
     // A failure of the run; always printed.
@@ -49,14 +98,25 @@ class CToolContext {
     // 0 when the install directory exists and is a directory; otherwise says so ("no such
     // directory") and returns the no-input status (66).
     int RequireInstallDir();
+    // The install directory as the module expects it, with its trailing '/'.
+    std::string InstallDir() const;
     // The policy file of the install directory.
     std::string InstallPolicyPath() const;
 
+    // Writes one record as one line on standard error: the journal's priority prefix where
+    // standard error is the journal, then the readable line with control characters escaped.
+    static void WriteLogLine(const CAppLogRecord& record);
+    // Whether a record of this importance is shown.
+    static bool Shows(Verbosity eVerbosity, Logging::DebugImportance eImportance);
+
   private:
+    Verbosity verbosity() const;
+
     SharedOptions m_options;
     std::string m_prefix;
     std::ostream& m_out;
     std::ostream& m_err;
+    CAppLogSink m_previousSink;
 };
 
 }  // namespace qnpolicy::tool

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,13 +9,10 @@
 #include <iterator>
 #include <set>
 
-#include "Commands.h"
-#include "ExitCodes.h"
-#include "JsonWriter.h"
-#include "NameSuggestion.h"
-#include "PolicyFileAttributes.h"
-#include "PolicyLinter.h"
-#include "TextFormat.h"
+#include "CommandTable.h"
+#include "MessageText.h"
+#include "lint/PolicyLinter.h"
+#include "output/Output.h"
 
 namespace qnpolicy::tool {
 
@@ -31,33 +27,32 @@ struct CheckedFile {
     LintResult result;
 };
 
+LintResult unreadable(const std::string& reason) {
+    LintResult result;
+    result.bReadable = false;
+    result.failureReason = reason;
+    return result;
+}
+
 // Lints one file, or standard input for "-"; the ownership audit applies to files only.
-CheckedFile checkOne(const std::string& file, CPolicyLinter& linter) {
-    CheckedFile checked;
+CheckedFile checkOne(const std::string& file) {
     if (file == kStandardInput) {
-        checked.name = kStandardInputName;
         const std::string content((std::istreambuf_iterator<char>(std::cin)),
                                   std::istreambuf_iterator<char>());
         if (std::cin.bad()) {
-            checked.result.bReadable = false;
-            checked.result.failure.message = "cannot read standard input";
-            return checked;
+            return {kStandardInputName, unreadable("cannot read standard input")};
         }
-        checked.result = linter.LintBuffer(content, checked.name);
-        return checked;
+        return {kStandardInputName, LintPolicyBytes(content, kStandardInputName)};
     }
-    checked.name = file;
     struct stat status {};
     if (::stat(file.c_str(), &status) != 0) {
         const int error = errno;
-        checked.result.bReadable = false;
-        checked.result.failure.message =
-            error == ENOENT ? std::string("no such file") : std::strerror(error);
-        return checked;
+        return {file,
+                unreadable(error == ENOENT ? std::string("no such file") : std::strerror(error))};
     }
-    checked.result = linter.LintFile(file);
+    CheckedFile checked{file, LintPolicyFile(file)};
     if (checked.result.bReadable) {
-        std::vector<LintFinding> attributes = CheckPolicyFileAttributes(file);
+        std::vector<LintFinding> attributes = CheckFileAttributes(file);
         checked.result.findings.insert(checked.result.findings.begin(), attributes.begin(),
                                        attributes.end());
     }
@@ -75,26 +70,32 @@ void printFinding(std::ostream& out, const std::string& file, unsigned long line
     out << ' ' << kind << ": " << message << '\n';
 }
 
-// The findings, then (unless bQuiet) a summary line.
+// The findings, the count of those left out, then (unless bQuiet) a summary line.
 void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
     const LintResult& result = checked.result;
     for (const LintFinding& finding : result.findings) {
         printFinding(out, checked.name, finding.line, finding.column, finding.kind,
                      finding.message);
     }
+    for (const auto& [kind, count] : result.omitted) {
+        printFinding(out, checked.name, 0, 0, kind,
+                     std::to_string(count) + " more finding" + (count == 1 ? "" : "s") +
+                         " of this kind not shown (the first " +
+                         std::to_string(kMaxFindingsPerKind) + " are)");
+    }
     if (!result.bReadable) {
-        printFinding(out, checked.name, result.failure.line, result.failure.column, "unreadable",
-                     result.failure.message);
+        printFinding(out, checked.name, result.failureLine, result.failureColumn, "unreadable",
+                     result.failureReason);
         return;
     }
     if (bQuiet) {
         return;
     }
-    if (result.findings.empty()) {
+    const unsigned long count = result.Count();
+    if (count == 0) {
         out << checked.name << ": no findings\n";
     } else {
-        out << checked.name << ": " << result.findings.size()
-            << (result.findings.size() == 1 ? " finding\n" : " findings\n");
+        out << checked.name << ": " << count << (count == 1 ? " finding\n" : " findings\n");
     }
 }
 
@@ -102,8 +103,8 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
     const LintResult& result = checked.result;
     json.BeginObject().Key("file").String(checked.name).Key("readable").Bool(result.bReadable);
     if (!result.bReadable) {
-        json.Key("error").BeginObject().Key("message").String(result.failure.message);
-        json.Key("line").Number(result.failure.line).Key("column").Number(result.failure.column);
+        json.Key("error").BeginObject().Key("message").String(result.failureReason);
+        json.Key("line").Number(result.failureLine).Key("column").Number(result.failureColumn);
         json.EndObject();
     }
     json.Key("findings").BeginArray();
@@ -113,76 +114,97 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
         json.Key("line").Number(finding.line).Key("column").Number(finding.column);
         json.Key("message").String(finding.message).EndObject();
     }
-    json.EndArray().EndObject();
+    json.EndArray();
+    if (!result.omitted.empty()) {
+        json.Key("omitted").BeginObject();
+        for (const auto& [kind, count] : result.omitted) {
+            json.Key(kind).Number(count);
+        }
+        json.EndObject();
+    }
+    json.EndObject();
 }
+
+class CCheckCommand : public CCommand {
+  public:
+    void AddOptions(CLI::App& command) override {
+        command
+            .add_option("FILE", m_files,
+                        "Files to check, - for standard input (default: the policy file in the "
+                        "install directory)")
+            ->type_name("FILE");
+        command
+            .add_option("--ignore", m_ignoredKinds,
+                        "Drop findings of this kind (repeatable), e.g. file-owner for files kept "
+                        "in a repository")
+            ->type_name("KIND")
+            ->allow_extra_args(false)
+            ->check([](const std::string& kind) {
+                std::vector<std::string> kinds;
+                for (const FindingKindInfo& info : kFindingKinds) {
+                    if (kind == info.kind) {
+                        return std::string();
+                    }
+                    kinds.emplace_back(info.kind);
+                }
+                const std::string suggestion = SuggestName(kind, kinds);
+                return "unknown finding kind " + Quoted(kind) +
+                       (suggestion.empty() ? std::string() : "; did you mean " + suggestion + "?");
+            });
+    }
+
+    bool UsesInstallDir() const override { return m_files.empty(); }
+
+    int Run(CToolContext& context) override {
+        std::vector<std::string> files = m_files;
+        if (files.empty()) {
+            files.push_back(context.InstallPolicyPath());
+        }
+        const std::set<std::string> ignored(m_ignoredKinds.begin(), m_ignoredKinds.end());
+        CJsonWriter json(context.Out());
+        const bool bJson = context.Options().bJson;
+        if (bJson) {
+            json.BeginObject().Key("formatVersion").Number(1).Key("files").BeginArray();
+        }
+        bool bUnreadable = false;
+        bool bFindings = false;
+        for (const std::string& file : files) {
+            CheckedFile checked = checkOne(file);
+            LintResult& result = checked.result;
+            result.findings.erase(std::remove_if(result.findings.begin(), result.findings.end(),
+                                                 [&ignored](const LintFinding& finding) {
+                                                     return ignored.count(finding.kind) != 0;
+                                                 }),
+                                  result.findings.end());
+            for (const std::string& kind : ignored) {
+                result.omitted.erase(kind);
+            }
+            bUnreadable = bUnreadable || !result.bReadable;
+            bFindings = bFindings || result.Count() != 0;
+            if (bJson) {
+                writeJson(json, checked);
+            } else {
+                printText(context.Out(), checked, context.Options().bQuiet);
+            }
+        }
+        if (bJson) {
+            json.EndArray().EndObject().Finish();
+        }
+        if (bUnreadable) {
+            return kExitUnreadable;
+        }
+        return bFindings ? kExitFindings : kExitSuccess;
+    }
+
+  private:
+    std::vector<std::string> m_files;
+    std::vector<std::string> m_ignoredKinds;
+};
 
 }  // namespace
 
-void AddCheckOptions(CLI::App& command, CommandArgs& args) {
-    command
-        .add_option("FILE", args.files,
-                    "Files to check, - for standard input (default: the policy file in the "
-                    "install directory)")
-        ->type_name("FILE");
-    command
-        .add_option("--ignore", args.ignoredKinds,
-                    "Drop findings of this kind (repeatable), e.g. file-owner for files kept in "
-                    "a repository")
-        ->type_name("KIND")
-        ->allow_extra_args(false)
-        ->check([](const std::string& kind) {
-            std::vector<std::string> kinds;
-            for (const FindingKindInfo& info : kFindingKinds) {
-                if (kind == info.kind) {
-                    return std::string();
-                }
-                kinds.emplace_back(info.kind);
-            }
-            const std::string suggestion = SuggestName(kind, kinds);
-            return "unknown finding kind " + Quoted(kind) +
-                   (suggestion.empty() ? std::string() : "; did you mean " + suggestion + "?");
-        });
-}
-
-int RunCheck(const CommandArgs& args, CToolContext& context) {
-    std::vector<std::string> files = args.files;
-    if (files.empty()) {
-        if (const int status = context.RequireInstallDir(); status != kExitSuccess) {
-            return status;
-        }
-        files.push_back(context.InstallPolicyPath());
-    }
-    const std::set<std::string> ignored(args.ignoredKinds.begin(), args.ignoredKinds.end());
-    CPolicyLinter linter;
-    CJsonWriter json(context.Out());
-    if (context.Options().bJson) {
-        json.BeginObject().Key("formatVersion").Number(1).Key("files").BeginArray();
-    }
-    bool bUnreadable = false;
-    bool bFindings = false;
-    for (const std::string& file : files) {
-        CheckedFile checked = checkOne(file, linter);
-        std::vector<LintFinding>& findings = checked.result.findings;
-        findings.erase(std::remove_if(findings.begin(), findings.end(),
-                                      [&ignored](const LintFinding& finding) {
-                                          return ignored.count(finding.kind) != 0;
-                                      }),
-                       findings.end());
-        bUnreadable = bUnreadable || !checked.result.bReadable;
-        bFindings = bFindings || !findings.empty();
-        if (context.Options().bJson) {
-            writeJson(json, checked);
-        } else {
-            printText(context.Out(), checked, context.Options().bQuiet);
-        }
-    }
-    if (context.Options().bJson) {
-        json.EndArray().EndObject().Finish();
-    }
-    if (bUnreadable) {
-        return kExitUnreadable;
-    }
-    return bFindings ? kExitFindings : kExitSuccess;
+std::unique_ptr<CCommand> CreateCheckCommand() {
+    return std::make_unique<CCheckCommand>();
 }
 
 }  // namespace qnpolicy::tool

@@ -1,56 +1,31 @@
 // qnpolicy generate: the installer's path to a policy file, failing closed.
 //
-// How generate finds out what it would do without touching the target. The module's
-// GenerateLocalPolicy stays exactly as it is (it skips unusable arguments with a warning
-// each and writes the rest); the tool adds its checks around it:
-//
-//  1. The module writes the document from the arguments, verbatim, into a private
-//     directory (CPrivateDirectory): a session of the process-wide services is opened on
-//     it, and released before anything else is opened. Those bytes are exactly what the
-//     module would write into the install directory, since the document does not depend on
-//     the directory.
-//  2. The arguments are checked against the module's vocabulary with the module's own rules
-//     (ArgumentCheck.h), and the would-be document is linted with check's rules.
-//  3. The file on disk is read and compared byte for byte.
-//  4. Only then, and only for the result "written", a session is opened on the install
-//     directory and the module generates the file there, from the same arguments. An
-//     identical file is left alone (same inode, same time stamp).
-//
-// Any skipped argument or finding refuses the run unless --lenient is given. The module's
-// per-argument warnings are replaced by the tool's own messages, which name the argument
-// and quote its value; every other record of the module passes through.
-
-#include <unistd.h>
+// The document is rendered once, from the arguments as the library checks them; those bytes
+// are linted in memory with check's rules, compared with the file on disk, and, when they must
+// be written, stored as they are: what is linted is what is written, and nothing is created
+// outside the install directory. Any refused argument or finding refuses the run unless
+// --lenient is given, which is the installer's behaviour (skip what cannot be used, write the
+// rest).
 
 #include <sys/stat.h>
-#include <CLI/CLI.hpp>
-#include <algorithm>
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
-#include "ArgumentCheck.h"
-#include "Commands.h"
-#include "DeferredLog.h"
-#include "ExitCodes.h"
-#include "JsonWriter.h"
-#include "LocalPolicySettings.h"
-#include "PolicyLinter.h"
-#include "PrivateDirectory.h"
-#include "QNCSaxWriter.h"
-#include "TextFormat.h"
-#include "ToolSession.h"
-#include "UnifiedDiff.h"
-#include "XmlLocalQNPolMgrConstants.h"
+#include "CommandTable.h"
+#include "LocalPolicyDocument.h"
+#include "MessageText.h"
+#include "lint/PolicyLinter.h"
+#include "output/Output.h"
+#include "output/UnifiedDiff.h"
 
 namespace qnpolicy::tool {
 
 namespace {
 
-// The operation whose warnings are the per-argument ones the tool reports itself.
-constexpr char kGenerateOperation[] = "GenerateLocalPolicy";
 constexpr char kDiffAfterSuffix[] = " (generated)";
 constexpr char kAbsentFile[] = "/dev/null";
 
@@ -60,7 +35,7 @@ enum class GenerateResult {
     UNCHANGED,  // the file already holds the document; left untouched
     KEPT,       // a file exists and --overwrite was not given
     REFUSED,    // unusable arguments or findings, and not --lenient: nothing written
-    FAILED,     // the module could not write the file
+    FAILED,     // the file could not be written
     // The file was replaced, but the directory's sync failed: the new document is in place
     // and its durability is not confirmed. An installer must not roll back, nor call it done.
     NOT_SYNCED,
@@ -90,6 +65,13 @@ const ResultRow& rowOf(GenerateResult eResult) {
     throw std::logic_error("generate: result without a row");
 }
 
+// An argument the library does not use, in the tool's words.
+struct SkippedArgument {
+    std::string argument;  // as given
+    std::string kind;
+    std::string message;
+};
+
 // A finding of the would-be document, with the argument it came from (empty when none).
 struct ArgumentFinding {
     std::string argument;
@@ -99,56 +81,65 @@ struct ArgumentFinding {
 // Everything generate learns before it writes.
 struct Plan {
     std::string document;
-    ArgumentCheck arguments;
+    std::vector<SkippedArgument> skipped;
     std::vector<ArgumentFinding> findings;
     bool bExists = false;
     std::string current;  // the file on disk, when it exists
 };
 
-bool isReplacedRecord(const CAppLogRecord& record) {
-    return record.importance == Logging::DBG_Warning && record.function == kGenerateOperation;
-}
-
-// What the module's generation did, told apart by its result and its records.
-enum class ModuleOutcome {
-    WRITTEN,     // the new document is in place and synced
-    KEPT,        // without overwrite, a file was there (or appeared meanwhile) and was kept
-    NOT_SYNCED,  // the new document is in place, but the directory's sync failed
-    FAILED,      // nothing was written
-};
-
-// Whether a record reports the writer's failed directory sync after the rename, or the
-// existing file kept without overwrite.
-bool isNotSyncedRecord(const CAppLogRecord& record) {
-    return !record.callee.empty() &&
-           record.code == static_cast<uint32_t>(QNCSAXWRITER_ERROR_NOT_SYNCED);
-}
-bool isKeptRecord(const CAppLogRecord& record) {
-    return isReplacedRecord(record) && record.message == qnpolicy::kFileKeptMessage;
-}
-
-// Runs the module's generation on the session's directory with the arguments as given.
-ModuleOutcome generateWithModule(XmlLocalQNPolMgr& manager,
-                                 const std::vector<std::string>& policyArgs, bool bOverwrite) {
-    // GenerateLocalPolicy takes mutable C strings; these copies live for the call.
-    std::vector<std::string> copies = policyArgs;
-    std::vector<char*> argv;
-    argv.reserve(copies.size());
-    for (std::string& copy : copies) {
-        argv.push_back(copy.data());
+// Why the library does not use an argument: a message naming the argument, quoting its value,
+// and suggesting the nearest abbreviation or listing the allowed values. The library skips an
+// empty value silently; here it is reported like the others.
+SkippedArgument describe(const RefusedArgument& refused,
+                         const std::vector<std::string>& policyArgs) {
+    const InstallerArgument& argument = refused.argument;
+    switch (refused.eReason) {
+        case ArgumentRefusal::MISSING_EQUALS:
+            return {argument.text, "invalid-argument",
+                    "no \"=\": arguments take the form abbreviation=value (see `qnpolicy "
+                    "vocabulary`)"};
+        case ArgumentRefusal::EMPTY_VALUE:
+            return {argument.text, "empty-value",
+                    "the value is empty, so the setting would not be written"};
+        case ArgumentRefusal::UNKNOWN_ABBREVIATION: {
+            std::vector<std::string> abbreviations;
+            for (const auto& row : LocalPolicyVocabulary()) {
+                abbreviations.push_back(row.first);
+            }
+            const std::string suggestion = SuggestName(argument.abbreviation, abbreviations);
+            return {argument.text, "unknown-abbreviation",
+                    "unknown abbreviation " + Quoted(argument.abbreviation) +
+                        (suggestion.empty() ? std::string()
+                                            : "; did you mean " + Quoted(suggestion) + "?") +
+                        " (abbreviations are case-sensitive)"};
+        }
+        case ArgumentRefusal::VALUE_NOT_ALLOWED:
+            return {argument.text, "value-not-allowed",
+                    Quoted(argument.value) + " is not an allowed value for " +
+                        Quoted(argument.pRow->tstrFullName) + "; allowed (ignoring case): " +
+                        Join(argument.pRow->listAllowedValues, ", ", true)};
+        case ArgumentRefusal::DUPLICATE:
+            return {argument.text, "duplicate-argument",
+                    Quoted(argument.pRow->tstrFullName) + " is already set by " +
+                        Quoted(policyArgs.at(refused.usedIndex)) + ", whose value is used"};
     }
-    CDeferredLog deferred;
-    const bool bWritten =
-        manager.GenerateLocalPolicy(argv.data(), static_cast<int>(argv.size()), bOverwrite);
-    const std::vector<CAppLogRecord>& records = deferred.Records();
-    ModuleOutcome eOutcome = bWritten ? ModuleOutcome::WRITTEN : ModuleOutcome::FAILED;
-    if (std::any_of(records.begin(), records.end(), isNotSyncedRecord)) {
-        eOutcome = ModuleOutcome::NOT_SYNCED;
-    } else if (bWritten && std::any_of(records.begin(), records.end(), isKeptRecord)) {
-        eOutcome = ModuleOutcome::KEPT;
+    return {};
+}
+
+// The argument a finding of the would-be document comes from: the one that set its element,
+// or for a server name the one that set the list.
+std::string argumentOf(const LintFinding& finding, const ArgumentCheck& check) {
+    const LocalPolicySettingInfo* pRow = FindLocalPolicySetting(finding.element);
+    const std::string& element =
+        pRow != nullptr && pRow->kind == LocalPolicySettingKind::SERVER_NAME
+            ? FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST)->element
+            : finding.element;
+    for (const InstallerArgument& argument : check.accepted) {
+        if (argument.pRow->tstrFullName == element) {
+            return argument.text;
+        }
     }
-    deferred.ForwardExcept(isReplacedRecord);
-    return eOutcome;
+    return std::string();
 }
 
 // Reads a whole file; false (with errno in rError) when it cannot be read.
@@ -168,53 +159,50 @@ bool readFile(const std::string& path, std::string& rContent, int& rError) {
     return true;
 }
 
-// Step 1: the document the module writes for these arguments, and its vocabulary. 0, or the
-// exit status of the failure (reported).
-int generateDocument(const std::vector<std::string>& policyArgs, std::string& rDocument,
-                     std::map<std::string, LocalPolicySetting>& rVocabulary,
-                     CToolContext& context) {
-    CPrivateDirectory scratch;
-    if (!scratch.Create()) {
-        context.Error("cannot create a private directory to prepare the document");
-        return kExitCannotCreate;
+class CGenerateCommand : public CCommand {
+  public:
+    void AddOptions(CLI::App& command) override {
+        command.add_flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
+        command.add_flag("--lenient", m_bLenient,
+                         "Skip unusable arguments with a warning and write the rest, as "
+                         "installers expect, instead of refusing the run");
+        CLI::Option* dryRun = command.add_flag(
+            "--dry-run", m_bDryRun, "Write nothing; print the document that would be written");
+        command
+            .add_flag("--diff", m_bDiff,
+                      "Write nothing; print a unified diff from the file on disk to the document "
+                      "that would be written (exit 1 when they differ)")
+            ->excludes(dryRun);
+        command
+            .add_option("ARG", m_policyArgs,
+                        "Installer arguments, checked, then passed on as given")
+            ->type_name("ABBREV=VALUE");
     }
-    CToolSession session;
-    if (session.Open(scratch.Path()) != XMLLOCALQNPOLMGR_SUCCESS) {
-        context.Error("cannot set up the policy module");
-        return kExitInternal;
-    }
-    rVocabulary = session.Manager().GetPolicyTransTable();
-    int error = 0;
-    if (generateWithModule(session.Manager(), policyArgs, true) != ModuleOutcome::WRITTEN ||
-        !readFile(session.PolicyPath(), rDocument, error)) {
-        // A file-size limit or a full temporary file system ends here (see the log lines).
-        context.Error("cannot prepare the document in " + scratch.Path() + " (see the log lines)");
-        return kExitIoError;
-    }
-    return kExitSuccess;
-}
 
-// The argument a finding of the would-be document comes from: the one that set its element,
-// or for a server name the one that set the list.
-std::string argumentOf(const LintFinding& finding, const ArgumentCheck& arguments) {
-    std::string element = finding.element;
-    const LocalPolicySettingInfo* pRow = FindLocalPolicySetting(element);
-    if (pRow != nullptr && pRow->kind == LocalPolicySettingKind::SERVER_NAME) {
-        for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-            if (row.kind == LocalPolicySettingKind::SERVER_LIST) {
-                element = row.element;
-            }
-        }
-    }
-    const auto found = arguments.argumentOfElement.find(element);
-    return found == arguments.argumentOfElement.end() ? std::string() : found->second;
-}
+    // Without arguments the run is a usage error before anything is looked at.
+    bool UsesInstallDir() const override { return !m_policyArgs.empty(); }
 
-GenerateResult decide(const CommandArgs& args, const Plan& plan) {
-    if (!args.bLenient && (!plan.arguments.skipped.empty() || !plan.findings.empty())) {
+    int Run(CToolContext& context) override;
+
+  private:
+    GenerateResult decide(const Plan& plan) const;
+    GenerateResult store(const Plan& plan, CToolContext& context, int& rFailureStatus) const;
+    void printProblems(const Plan& plan, CToolContext& context) const;
+    void writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
+                   const Plan& plan, const std::string& diff) const;
+
+    std::vector<std::string> m_policyArgs;
+    bool m_bOverwrite = false;
+    bool m_bLenient = false;
+    bool m_bDryRun = false;
+    bool m_bDiff = false;
+};
+
+GenerateResult CGenerateCommand::decide(const Plan& plan) const {
+    if (!m_bLenient && (!plan.skipped.empty() || !plan.findings.empty())) {
         return GenerateResult::REFUSED;
     }
-    if (plan.bExists && !args.bOverwrite) {
+    if (plan.bExists && !m_bOverwrite) {
         return GenerateResult::KEPT;
     }
     if (plan.bExists && plan.current == plan.document) {
@@ -223,19 +211,43 @@ GenerateResult decide(const CommandArgs& args, const Plan& plan) {
     return GenerateResult::WRITTEN;
 }
 
+// Stores the linted bytes. A file that appeared since the plan is kept (without overwrite); a
+// replaced file whose directory sync failed is told apart from a failed write, and a failure
+// to create the file (a directory the tool may not write) from one to write it.
+GenerateResult CGenerateCommand::store(const Plan& plan, CToolContext& context,
+                                       int& rFailureStatus) const {
+    const StoreResult stored =
+        StorePolicyDocument(context.InstallDir(), plan.document, m_bOverwrite);
+    switch (stored.eOutcome) {
+        case StoreResult::WRITTEN:
+            return GenerateResult::WRITTEN;
+        case StoreResult::KEPT:
+        case StoreResult::EXISTS:
+            return GenerateResult::KEPT;
+        case StoreResult::NOT_SYNCED:
+            return GenerateResult::NOT_SYNCED;
+        case StoreResult::FAILED:
+            break;
+    }
+    const bool bCannotCreate =
+        stored.error == EACCES || stored.error == EPERM || stored.error == EROFS;
+    rFailureStatus = bCannotCreate ? kExitCannotCreate : kExitIoError;
+    return GenerateResult::FAILED;
+}
+
 // The problems in text, one line each on standard error: errors when they refuse the run,
 // warnings when --lenient writes anyway.
-void printProblems(const Plan& plan, bool bLenient, CToolContext& context) {
-    const auto print = [&context, bLenient](const std::string& message) {
-        if (bLenient) {
+void CGenerateCommand::printProblems(const Plan& plan, CToolContext& context) const {
+    const auto print = [&context, this](const std::string& message) {
+        if (m_bLenient) {
             context.Warning(message);
         } else {
             context.Error("error: " + message);
         }
     };
-    for (const SkippedArgument& skipped : plan.arguments.skipped) {
+    for (const SkippedArgument& skipped : plan.skipped) {
         print(Quoted(skipped.argument) + ": " + skipped.message +
-              (bLenient ? " (skipped)" : std::string()));
+              (m_bLenient ? " (skipped)" : std::string()));
     }
     for (const ArgumentFinding& item : plan.findings) {
         print((item.argument.empty() ? std::string() : Quoted(item.argument) + ": ") +
@@ -243,20 +255,20 @@ void printProblems(const Plan& plan, bool bLenient, CToolContext& context) {
     }
 }
 
-void writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
-               const CommandArgs& args, const Plan& plan, const std::string& diff) {
+void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
+                                 const Plan& plan, const std::string& diff) const {
     CJsonWriter json(out);
     json.BeginObject().Key("formatVersion").Number(1).Key("path").String(path);
     json.Key("result").String(rowOf(eResult).name);
-    json.Key("dryRun").Bool(args.bDryRun || args.bDiff);
-    if (args.bDryRun) {
+    json.Key("dryRun").Bool(m_bDryRun || m_bDiff);
+    if (m_bDryRun) {
         json.Key("document").String(plan.document);
     }
-    if (args.bDiff) {
+    if (m_bDiff) {
         json.Key("diff").String(diff);
     }
     json.Key("skipped").BeginArray();
-    for (const SkippedArgument& skipped : plan.arguments.skipped) {
+    for (const SkippedArgument& skipped : plan.skipped) {
         json.BeginObject().Key("argument").String(skipped.argument);
         json.Key("kind").String(skipped.kind).Key("message").String(skipped.message).EndObject();
     }
@@ -302,126 +314,89 @@ std::string resultText(GenerateResult eResult, const std::string& path, bool bDr
     return std::string();
 }
 
-// Step 4: the real generation. A file that appeared since the plan is kept (without
-// overwrite) and reported as such; a replaced file whose directory sync failed is told apart
-// from a failed write.
-GenerateResult writePolicy(const CommandArgs& args, CToolContext& context) {
-    CToolSession session;
-    if (session.Open(context.Options().installDir) != XMLLOCALQNPOLMGR_SUCCESS) {
-        context.Error("cannot set up the policy module");
-        return GenerateResult::FAILED;
-    }
-    switch (generateWithModule(session.Manager(), args.policyArgs, args.bOverwrite)) {
-        case ModuleOutcome::WRITTEN:
-            return GenerateResult::WRITTEN;
-        case ModuleOutcome::KEPT:
-            return GenerateResult::KEPT;
-        case ModuleOutcome::NOT_SYNCED:
-            return GenerateResult::NOT_SYNCED;
-        case ModuleOutcome::FAILED:
-            break;
-    }
-    return GenerateResult::FAILED;
-}
-
-// The exit status of a failed write: the file cannot be created in a directory the tool may
-// not write, otherwise writing it failed (a full disk, a file-size limit).
-int failureStatus(const CToolContext& context) {
-    return ::access(context.Options().installDir.c_str(), W_OK | X_OK) != 0 ? kExitCannotCreate
-                                                                            : kExitIoError;
-}
-
-}  // namespace
-
-void AddGenerateOptions(CLI::App& command, CommandArgs& args) {
-    command.add_flag("--overwrite", args.bOverwrite, "Replace an existing policy file");
-    command.add_flag("--lenient", args.bLenient,
-                     "Skip unusable arguments with a warning and write the rest, as installers "
-                     "expect, instead of refusing the run");
-    CLI::Option* dryRun = command.add_flag(
-        "--dry-run", args.bDryRun, "Write nothing; print the document that would be written");
-    command
-        .add_flag("--diff", args.bDiff,
-                  "Write nothing; print a unified diff from the file on disk to the document "
-                  "that would be written (exit 1 when they differ)")
-        ->excludes(dryRun);
-    command
-        .add_option("ARG", args.policyArgs, "Installer arguments, checked, then passed on as given")
-        ->type_name("ABBREV=VALUE");
-}
-
-int RunGenerate(const CommandArgs& args, CToolContext& context) {
-    if (args.policyArgs.empty()) {
+int CGenerateCommand::Run(CToolContext& context) {
+    if (m_policyArgs.empty()) {
         context.Error("no arguments: give at least one ABBREV=VALUE (see `qnpolicy vocabulary`)");
         return kExitUsage;
     }
-    if (const int status = context.RequireInstallDir(); status != kExitSuccess) {
-        return status;
-    }
     const std::string path = context.InstallPolicyPath();
 
+    std::vector<const char*> argv;
+    argv.reserve(m_policyArgs.size());
+    for (const std::string& argument : m_policyArgs) {
+        argv.push_back(argument.c_str());
+    }
+    const ArgumentCheck check =
+        CheckInstallerArguments(argv.data(), argv.size(), LocalPolicyVocabulary());
     Plan plan;
-    std::map<std::string, LocalPolicySetting> vocabulary;
-    if (const int status = generateDocument(args.policyArgs, plan.document, vocabulary, context);
-        status != kExitSuccess) {
-        return status;
+    for (const RefusedArgument& refused : check.refused) {
+        plan.skipped.push_back(describe(refused, m_policyArgs));
     }
-    plan.arguments = CheckInstallerArguments(args.policyArgs, vocabulary);
-    CPolicyLinter linter;
-    const LintResult lint = linter.LintBuffer(plan.document, path);
-    for (const LintFinding& finding : lint.findings) {
-        plan.findings.push_back(ArgumentFinding{argumentOf(finding, plan.arguments), finding});
+    if (RenderPolicyDocument(check.settings, context.InstallDir(), plan.document) != 0) {
+        // A value XML cannot carry (see the writer's log line).
+        context.Error("the document cannot be written from these arguments (see the log lines)");
+        return kExitDataError;
     }
+    const LintResult lint = LintPolicyBytes(plan.document, path);
     if (!lint.bReadable) {
-        context.Error("the generated document cannot be read back: " + lint.failure.message);
+        context.Error("the generated document cannot be read back: " + lint.failureReason);
         return kExitInternal;
+    }
+    for (const LintFinding& finding : lint.findings) {
+        plan.findings.push_back(ArgumentFinding{argumentOf(finding, check), finding});
     }
     struct stat status {};
     plan.bExists = ::lstat(path.c_str(), &status) == 0;
     int error = 0;
-    if (plan.bExists && (args.bOverwrite || args.bDiff) && !readFile(path, plan.current, error)) {
+    if (plan.bExists && (m_bOverwrite || m_bDiff) && !readFile(path, plan.current, error)) {
         context.Error("cannot read " + path + ": " + std::strerror(error));
         return kExitIoError;
     }
 
-    GenerateResult eResult = decide(args, plan);
+    GenerateResult eResult = decide(plan);
     const bool bJson = context.Options().bJson;
     if (!bJson) {
-        printProblems(plan, args.bLenient, context);
+        printProblems(plan, context);
     }
     std::string diff;
-    if (args.bDiff && eResult != GenerateResult::REFUSED) {
+    if (m_bDiff && eResult != GenerateResult::REFUSED) {
         diff = UnifiedDiff(plan.current, plan.document, plan.bExists ? path : kAbsentFile,
                            path + kDiffAfterSuffix);
     }
-    if (!args.bDryRun && !args.bDiff && eResult == GenerateResult::WRITTEN) {
-        eResult = writePolicy(args, context);
+    int failureStatus = kExitIoError;
+    if (!m_bDryRun && !m_bDiff && eResult == GenerateResult::WRITTEN) {
+        eResult = store(plan, context, failureStatus);
     }
 
-    const ResultRow& row = rowOf(eResult);
     if (bJson) {
-        writeJson(context.Out(), path, eResult, args, plan, diff);
-    } else if (args.bDiff) {
+        writeJson(context.Out(), path, eResult, plan, diff);
+    } else if (m_bDiff) {
         context.Out() << diff;
-    } else if (args.bDryRun && eResult != GenerateResult::REFUSED) {
+    } else if (m_bDryRun && eResult != GenerateResult::REFUSED) {
         context.Out() << plan.document;
     }
-    const std::string text = resultText(eResult, path, args.bDryRun || args.bDiff);
+    const std::string text = resultText(eResult, path, m_bDryRun || m_bDiff);
     if (eResult == GenerateResult::REFUSED || eResult == GenerateResult::FAILED ||
         eResult == GenerateResult::NOT_SYNCED) {
         context.Error(text);
-    } else if (args.bDryRun || args.bDiff) {
+    } else if (m_bDryRun || m_bDiff) {
         context.Note(text);
     } else if (!bJson && !context.Options().bQuiet) {
         context.Out() << text << '\n';
     }
     if (eResult == GenerateResult::FAILED) {
-        return failureStatus(context);
+        return failureStatus;
     }
-    if (args.bDiff && eResult != GenerateResult::REFUSED) {
+    if (m_bDiff && eResult != GenerateResult::REFUSED) {
         return diff.empty() ? kExitSuccess : kExitFindings;
     }
-    return row.exitStatus;
+    return rowOf(eResult).exitStatus;
+}
+
+}  // namespace
+
+std::unique_ptr<CCommand> CreateGenerateCommand() {
+    return std::make_unique<CGenerateCommand>();
 }
 
 }  // namespace qnpolicy::tool

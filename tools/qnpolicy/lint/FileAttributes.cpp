@@ -1,4 +1,6 @@
-#include "PolicyFileAttributes.h"
+// Who can change a policy file: its owner and mode, and those of every directory above it.
+
+#include "PolicyLinter.h"
 
 #include <sys/stat.h>
 
@@ -13,7 +15,7 @@ namespace qnpolicy::tool {
 
 namespace {
 
-constexpr char kSourceFile[] = "tools/qnpolicy/PolicyFileAttributes";
+constexpr char kSourceFile[] = "tools/qnpolicy/lint/FileAttributes";
 constexpr uid_t kRootUid = 0;
 
 std::string octalMode(mode_t mode) {
@@ -28,9 +30,8 @@ void checkEntry(const std::string& path, const std::string& subject, bool bDirec
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {
         const int error = errno;
-        CAppLog::LogDebugMessage("CheckPolicyFileAttributes", kSourceFile, __LINE__,
-                                 Logging::DBG_Warning, "cannot examine %s: %s", path.c_str(),
-                                 std::strerror(error));
+        CAppLog::LogDebugMessage("CheckFileAttributes", kSourceFile, __LINE__, Logging::DBG_Warning,
+                                 "cannot examine %s: %s", path.c_str(), std::strerror(error));
         return;
     }
     const auto finding = [&rFindings](const char* kind, const std::string& message) {
@@ -51,14 +52,13 @@ void checkEntry(const std::string& path, const std::string& subject, bool bDirec
 
 }  // namespace
 
-std::vector<LintFinding> CheckPolicyFileAttributes(const std::string& path) {
+std::vector<LintFinding> CheckFileAttributes(const std::string& path) {
     std::vector<LintFinding> findings;
     std::error_code error;
     const std::filesystem::path real = std::filesystem::canonical(path, error);
     if (error) {
-        CAppLog::LogDebugMessage("CheckPolicyFileAttributes", kSourceFile, __LINE__,
-                                 Logging::DBG_Warning, "cannot resolve %s: %s", path.c_str(),
-                                 error.message().c_str());
+        CAppLog::LogDebugMessage("CheckFileAttributes", kSourceFile, __LINE__, Logging::DBG_Warning,
+                                 "cannot resolve %s: %s", path.c_str(), error.message().c_str());
         return findings;
     }
     checkEntry(path, "The file", false, findings);

@@ -1,115 +1,85 @@
 #ifndef QNPOLICY_POLICYLINTER_H
 #define QNPOLICY_POLICYLINTER_H
 
-#include <functional>
+#include <map>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
-#include "GenDefs.h"
-#include "LintFinding.h"
-#include "LocalPolicySettings.h"
-#include "ParseFailure.h"
-#include "XmlMgr.h"
-
-class XmlParser;
+#include "LocalPolicyKinds.h"
 
 namespace qnpolicy::tool {
+
+// How much a finding matters.
+enum class Severity {
+    ERROR,    // the client refuses the file, or silently weakens or drops a setting
+    WARNING,  // the client does what the file says, but the file is misleading
+};
+
+// One place where a policy file will not do what its author probably meant.
+struct LintFinding {
+    unsigned long line = 0;    // 1-based; 0 for a finding about the file as a whole
+    unsigned long column = 0;  // 1-based; 0 with line 0
+    std::string kind;          // a findingkind name, stable for scripts
+    Severity eSeverity = Severity::ERROR;
+    std::string message;  // one readable sentence for the administrator
+    std::string element;  // the element the finding is about; empty for the file as a whole
+};
+
+// Every kind with its severity, in the order the README lists them.
+struct FindingKindInfo {
+    const char* kind;
+    Severity eSeverity;
+};
+extern const std::vector<FindingKindInfo> kFindingKinds;
+
+// The severity of a kind of kFindingKinds; "error" or "warning".
+Severity SeverityOf(std::string_view kind);
+const char* SeverityText(Severity eSeverity);
 
 // The outcome of linting one document.
 struct LintResult {
     // False when the document could not be read to its end (missing, unreadable, not
-    // well-formed); failure then says why and where, and the findings stop there.
+    // well-formed); failure says why and where (line 0: the file as a whole), and the findings
+    // stop there.
     bool bReadable = true;
-    ParseFailure failure;
+    unsigned long failureLine = 0;
+    unsigned long failureColumn = 0;
+    std::string failureReason;
     std::vector<LintFinding> findings;  // ordered by line, then column
+    // The findings beyond kMaxFindingsPerKind of a kind, counted, not kept: kind to count.
+    std::map<std::string, unsigned long> omitted;
+
+    // Every finding, the omitted ones included.
+    unsigned long Count() const;
 };
 
-// CPolicyLinter reads a policy document the way the module's reader does and reports every
-// place where the reader will not do what the author probably meant: unknown elements,
-// settings in the wrong section, texts the reader takes differently from how they read,
-// settings given twice, a newer version, a DTD. It is a separate XmlMgr with its own state:
-// linting never changes how the module reads a file.
+// At most this many findings of one kind are kept for one document; the rest are counted. A
+// hostile file of a million misspelt elements then costs no more than a hundred messages.
+inline constexpr size_t kMaxFindingsPerKind = 100;
+
+// Lints a policy document as the client reads it: the reader's own pass over the document,
+// observed (LocalPolicyDocument.h), reports every place where the client will not do what the
+// author probably meant: unknown elements, settings in the wrong section, texts the reader takes
+// differently from how they read, settings given twice, a newer version, a DTD. Work per element
+// is constant and memory grows only with the server names kept to find repeated ones.
 //
-//   CPolicyLinter linter;
-//   LintResult result = linter.LintFile("/opt/quillnet/QuillnetLocalPolicy.xml");
+//   LintResult result = LintPolicyFile("/opt/quillnet/QuillnetLocalPolicy.xml");
 //
-// What each element is comes from the settings catalogue (LocalPolicySettings.h): its kind
-// decides how its text is checked, its section where it counts. The file's owner and mode
-// are not looked at here (see PolicyFileAttributes.h).
-class CPolicyLinter : public XmlMgr {
-  public:
-    CPolicyLinter();
+// What a text of each kind means comes from the kinds table (LocalPolicyKinds.h). The file's
+// owner and mode are not looked at here (CheckFileAttributes).
+LintResult LintPolicyFile(const std::string& path);
+// Lints an in-memory document; name stands for it.
+LintResult LintPolicyBytes(std::string_view bytes, const std::string& name);
 
-    LintResult LintFile(const std::string& path);
-    // Lints an in-memory document; name stands for it in messages.
-    LintResult LintBuffer(const std::string& content, const std::string& name);
-
-    void addElement(const std::string& elementName) override;
-    void endElement(const std::string& elementName) override;
-    void setElementValue(const std::string& elementValue) override;
-    void addAttribute(const std::string& attributeName, const std::string& attributeValue) override;
-
-  private:
-    // What an element is to the reader: the root, the update section, a catalogue row, or
-    // nothing it knows.
-    enum class ElementRole { UNKNOWN, ROOT, UPDATE_POLICY, SETTING };
-
-    struct OpenElement {
-        std::string name;
-        ElementRole eRole = ElementRole::UNKNOWN;
-        const LocalPolicySettingInfo* pSetting = nullptr;  // with SETTING
-        unsigned long line = 0;
-        unsigned long column = 0;
-        bool bHasChildren = false;
-        bool bHasText = false;
-        bool bIgnored = false;  // the reader skips it; already reported
-    };
-
-    // Parses the document with the parser's secure or tolerant setting.
-    using ParseStep = std::function<STATUSCODE(XmlParser& parser, bool bSecure)>;
-
-    LintResult lint(const ParseStep& parseStep);
-    void resetState();
-    void report(unsigned long line, unsigned long column, const char* kind,
-                const std::string& message, const std::string& element);
-    void report(const OpenElement& element, const char* kind, const std::string& message);
-    bool isKind(const OpenElement& element, LocalPolicySettingKind eKind) const;
-
-    void openSetting(OpenElement& element, const LocalPolicySettingInfo& setting);
-    void checkDuplicateSetting(const OpenElement& element);
-    void checkBooleanText(const OpenElement& element, const std::string& text);
-    void checkCachingList(const OpenElement& element, const std::string& text);
-    void checkTunnelText(const OpenElement& element, const std::string& text);
-    void checkServerName(const OpenElement& element, const std::string& text);
-    void checkEmptyElement(const OpenElement& element);
-    void reportDuplicateServerNames();
-
-    std::vector<std::string> m_knownNames;  // candidates for "did you mean"
-
-    // State of one lint run.
-    const XmlParser* m_pParser = nullptr;
-    std::vector<OpenElement> m_openElements;
-    bool m_bUpdatePolicySection = false;   // the reader's own flag, which nesting can clear
-    bool m_bAuthorizedServerList = false;  // likewise
-    unsigned int m_uiOpenUpdatePolicies = 0;
-    unsigned int m_uiOpenServerLists = 0;
-    // The line of each setting's first occurrence.
-    std::unordered_map<std::string, unsigned long> m_settingFirstLines;
-    // Every server name read, for the duplicates found after the parse: the texts one after
-    // the other in one string, so that 100,000 names cost no allocation each.
-    struct ServerNameSeen {
-        size_t hash;
-        size_t offset;  // in m_serverNameTexts
-        size_t length;
-        unsigned long line;
-        unsigned long column;
-        const std::string* pElement;
-    };
-    std::string m_serverNameTexts;
-    std::vector<ServerNameSeen> m_serverNames;
-    std::vector<LintFinding> m_findings;
-};
+// Findings about who can change the policy file at path, as a careful loader of a root-owned
+// configuration checks it: the file and every directory above it up to "/" must be owned by
+// root and not writable by group or others, since whoever can write the file, or rename
+// entries in one of its directories, can loosen the policy. A directory with the sticky bit
+// (such as /tmp) may be writable by others: they cannot rename or remove what they do not own.
+// The file's real location is examined (symbolic links followed, as the client opens it). A
+// path that cannot be examined gives no finding (the read reports it).
+std::vector<LintFinding> CheckFileAttributes(const std::string& path);
 
 }  // namespace qnpolicy::tool
 

@@ -1,12 +1,51 @@
-#ifndef QNPOLICY_JSONWRITER_H
-#define QNPOLICY_JSONWRITER_H
+#ifndef QNPOLICY_OUTPUT_H
+#define QNPOLICY_OUTPUT_H
 
+// What the tool writes on standard output: a stream buffer that remembers a failed write, and
+// the JSON writer.
+
+#include <array>
 #include <ostream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace qnpolicy::tool {
+
+// CCheckedOutputBuffer is a stream buffer over a file descriptor (standard output) that
+// remembers why a write failed: a full disk, a closed pipe. Nothing written after the first
+// failure is attempted, and Error() gives its errno, so that the tool can end with the I/O
+// error status instead of reporting success for output nobody received.
+//
+//   CCheckedOutputBuffer buffer(STDOUT_FILENO);
+//   std::ostream out(&buffer);
+//   out << ...;
+//   out.flush();
+//   if (buffer.Error() != 0) { ... }
+class CCheckedOutputBuffer : public std::streambuf {
+  public:
+    explicit CCheckedOutputBuffer(int fd);
+    ~CCheckedOutputBuffer() override;
+    CCheckedOutputBuffer(const CCheckedOutputBuffer&) = delete;
+    CCheckedOutputBuffer& operator=(const CCheckedOutputBuffer&) = delete;
+
+    // The errno of the first failed write; 0 while every write succeeded.
+    int Error() const { return m_error; }
+
+  protected:
+    int_type overflow(int_type c) override;
+    int sync() override;
+
+  private:
+    // Writes the buffered bytes; false once a write has failed.
+    bool drain();
+
+    static constexpr size_t kBufferSize = size_t{64} << 10;
+    int m_fd;
+    int m_error = 0;
+    std::array<char, kBufferSize> m_buffer{};
+};
 
 // CJsonWriter writes one JSON document to a stream as it goes, indented by two spaces a
 // level, without building it in memory first: `show --json` of a policy with 100,000 servers
@@ -59,4 +98,4 @@ class CJsonWriter {
 
 }  // namespace qnpolicy::tool
 
-#endif  // QNPOLICY_JSONWRITER_H
+#endif  // QNPOLICY_OUTPUT_H

@@ -30,4 +30,14 @@
     CAppLog::LogReturnCode(__func__, kAppLogSourceFile, __LINE__, Logging::importance, callee, \
                            static_cast<uint32_t>(status), nullptr, nullptr)
 
+// The same, for a record that names another operation than the calling function: an operation
+// of the manager performed by the document layer on its behalf, which logs what the manager
+// logs for it.
+#define APPLOG_MESSAGE_AS(function, importance, ...)                                     \
+    CAppLog::LogDebugMessage(function, kAppLogSourceFile, __LINE__, Logging::importance, \
+                             __VA_ARGS__)
+#define APPLOG_RETURN_CODE_AS(function, importance, callee, status)                            \
+    CAppLog::LogReturnCode(function, kAppLogSourceFile, __LINE__, Logging::importance, callee, \
+                           static_cast<uint32_t>(status), nullptr, nullptr)
+
 #endif  // APPLOGHERE_H

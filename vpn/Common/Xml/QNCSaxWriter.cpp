@@ -127,8 +127,29 @@ STATUSCODE QNCSaxWriter::writeDocument() {
     }
     if (m_eState != DOCUMENT_ENDED) {
         return record("writeDocument", __LINE__, QNCSAXWRITER_ERROR_CALL_ORDER,
+                      m_eState == DOCUMENT_TAKEN ? "the document was handed out"
+                                                 : "the document was not ended");
+    }
+    return storeDocument(m_tstrDocument);
+}
+
+STATUSCODE QNCSaxWriter::takeDocument(std::string& rtstrDocument) {
+    if (m_status != QNCSAXWRITER_SUCCESS) {
+        return m_status;  // logged when it was recorded
+    }
+    if (m_eState != DOCUMENT_ENDED) {
+        return record("takeDocument", __LINE__, QNCSAXWRITER_ERROR_CALL_ORDER,
                       "the document was not ended");
     }
+    rtstrDocument = std::move(m_tstrDocument);
+    m_tstrDocument.clear();
+    m_eState = DOCUMENT_TAKEN;
+    return QNCSAXWRITER_SUCCESS;
+}
+
+STATUSCODE QNCSaxWriter::storeDocument(const std::string& tstrDocument) {
+    m_pFailedStep = "";
+    m_failedError = 0;
     // An empty directory means the caller could not find where the file belongs; writing
     // relative to the working directory would put it where nothing reads it.
     if (m_tstrDirectory.empty()) {
@@ -136,8 +157,10 @@ STATUSCODE QNCSaxWriter::writeDocument() {
                     "no directory was given");
     }
     const qnfile::ReplaceResult result = qnfile::replaceFileAtomically(
-        m_tstrPath, m_tstrDocument, kFileMode,
+        m_tstrPath, tstrDocument, kFileMode,
         m_bKeepExisting ? qnfile::EXISTING_KEEP : qnfile::EXISTING_REPLACE);
+    m_pFailedStep = result.step;
+    m_failedError = result.error;
     // None is recorded: a later writeDocument may succeed once the cause is fixed.
     switch (result.outcome) {
         case qnfile::OUTCOME_WRITTEN:

@@ -89,8 +89,21 @@ class QNCSaxWriter {
     // The default is false: the file is replaced.
     void keepExistingFile(bool bKeep) { m_bKeepExisting = bKeep; }
 
+    // The ended document's bytes, moved out instead of stored: 0, or the status writeDocument
+    // would return without touching the disk (the first failure, or a document not ended).
+    // The writer holds no document afterwards.
+    STATUSCODE takeDocument(std::string& rtstrDocument);
+
+    // Stores bytes in the file exactly as writeDocument stores the writer's own document, with
+    // the same outcomes and records; the bytes are not checked. After
+    // QNCSAXWRITER_ERROR_NOT_SYNCED or QNCSAXWRITER_ERROR_FILE_WRITE, failedStep() names the
+    // system call that failed ("" when none was made) and failedError() gives its errno.
+    STATUSCODE storeDocument(const std::string& tstrDocument);
+    const char* failedStep() const { return m_pFailedStep; }
+    int failedError() const { return m_failedError; }
+
   private:
-    enum DOCUMENT_STATE { DOCUMENT_NOT_STARTED, DOCUMENT_OPEN, DOCUMENT_ENDED };
+    enum DOCUMENT_STATE { DOCUMENT_NOT_STARTED, DOCUMENT_OPEN, DOCUMENT_ENDED, DOCUMENT_TAKEN };
 
     // One element whose end tag has not been written yet.
     struct OpenElement {
@@ -119,6 +132,8 @@ class QNCSaxWriter {
     bool m_bStartTagPending;
     bool m_bKeepExisting = false;
     STATUSCODE m_status;
+    const char* m_pFailedStep = "";
+    int m_failedError = 0;
 };
 
 #endif  // QNCSAXWRITER_H

@@ -4,6 +4,7 @@
 
 #include "AppLogHere.h"
 #include "InstanceSmartPtr.h"
+#include "LocalPolicyDocument.h"
 #include "ProcessWideInstance.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -121,12 +122,7 @@ STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
         return status;
     }
 
-    if (m_retainedFipsMode == NONE) {
-        m_retainedFipsMode = m_bFileUseFIPSMode ? ENABLED : DISABLED;
-    }
-    m_LocalQNPolicyInfo.UseFIPSMode(m_retainedFipsMode == ENABLED);
-    m_bFipsModeModifiedOnDisk = m_bFileUseFIPSMode != m_LocalQNPolicyInfo.UseFIPSMode();
-    APPLOG_MESSAGE(DBG_Informational, "FIPS mode is %s.",
-                   m_LocalQNPolicyInfo.UseFIPSMode() ? "enabled" : "disabled");
+    m_bFipsModeModifiedOnDisk = qnpolicy::ApplyFipsRetention(m_retainedFipsMode, m_bFileUseFIPSMode,
+                                                             m_LocalQNPolicyInfo, true);
     return XMLLOCALQNPOLMGR_SUCCESS;
 }

@@ -45,6 +45,9 @@ enum XMLLOCALQNPOLMGR_ERRORS : STATUSCODE {
 };
 
 struct LocalPolicySettingInfo;
+namespace qnpolicy {
+struct ReaderState;
+}
 
 // One row of the policy vocabulary: what an installer abbreviation stands for.
 struct LocalPolicySetting {
@@ -66,7 +69,8 @@ struct LocalPolicySetting {
 //   }
 //   p->releaseInstance();                                      // the last release destroys it
 //
-// The FIPS mode found by the first successful load stays in force for the manager's life.
+// The FIPS mode found by the first successful load is applied by every later load that finds
+// the file and parses it; a load that finds no file, or cannot parse it, reads FIPS off.
 // Creation, acquisition, release and the count are serialised by one process-wide lock;
 // nothing else is locked: callers that share the manager serialise loading, resetting and
 // generation against each other and against readers of the record, and only one parse runs
@@ -129,6 +133,10 @@ class XmlLocalQNPolMgr : public XmlMgr {
 
     STATUSCODE getLocalSecurityPolicyDir(std::string& rtstrLocalSecurityPolicyDir) const;
     std::string getLocalSecurityPolicyDir() const;
+
+    // The reader's view of the fields it works on (the record, the file's FIPS value and the
+    // reader state below).
+    qnpolicy::ReaderState readerState();
 
     void initializePolicyMap();
     bool valueIsAllowed(const LocalPolicySetting& policy, std::string& policyValue) const;

@@ -35,8 +35,7 @@ inline constexpr char kDocumentNamespace[] = "http://schemas.xmlsoap.org/soap/en
 inline constexpr char kSchemaInstanceNamespace[] = "http://www.w3.org/2001/XMLSchema-instance";
 inline constexpr char kSchemaFile[] = "QuillnetLocalPolicy.xsd";
 
-// The warning of a generation that keeps an existing file (no overwrite); the tool tells a
-// kept file from a written one by it.
+// The warning of a generation that keeps an existing file (no overwrite).
 inline constexpr char kFileKeptMessage[] =
     "Local Security Policy file already exists and therefore will not be generated";
 

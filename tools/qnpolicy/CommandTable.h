@@ -1,0 +1,73 @@
+#ifndef QNPOLICY_COMMANDTABLE_H
+#define QNPOLICY_COMMANDTABLE_H
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ToolContext.h"
+
+// The subcommands of qnpolicy, as one table: each command owns its options (AddOptions binds
+// them to its own members) and runs with the context the dispatcher sets up once for all of
+// them (Run returns the exit status). The dispatcher, the manual page and the shell completion
+// all read the table, so a command or an option is declared in one place.
+//
+//   CommandLine line;
+//   BuildCommandLine(line);           // CLI11 app with every subcommand and option
+//   line.app.parse(argc, argv);
+namespace qnpolicy::tool {
+
+class CCommand {
+  public:
+    virtual ~CCommand() = default;
+    virtual void AddOptions(CLI::App& command) = 0;
+    virtual int Run(CToolContext& context) = 0;
+    // Whether this run reads or writes the install directory, which must then exist.
+    virtual bool UsesInstallDir() const { return true; }
+};
+
+// What a command shares with the others.
+enum CommandFlag : unsigned {
+    COMMAND_INSTALL_DIR = 1U << 0,  // takes --install-dir
+    COMMAND_JSON = 1U << 1,         // takes --json
+};
+
+struct CommandInfo {
+    const char* name;
+    const char* description;
+    unsigned flags;
+    std::unique_ptr<CCommand> (*create)();
+};
+
+// The table, in the order --help lists the commands.
+const std::vector<CommandInfo>& Commands();
+
+std::unique_ptr<CCommand> CreateGenerateCommand();
+std::unique_ptr<CCommand> CreateShowCommand();
+std::unique_ptr<CCommand> CreateCheckCommand();
+std::unique_ptr<CCommand> CreateVocabularyCommand();
+std::unique_ptr<CCommand> CreateSchemaCommand();
+
+// The command line the table describes: the CLI11 app with a subcommand per command, the shared
+// options, and the values an option accepts where it names them (for the completion).
+struct CommandLine {
+    CLI::App app{"", "qnpolicy"};
+    SharedOptions shared;
+    struct Entry {
+        const CommandInfo* pInfo;
+        CLI::App* pApp;
+        std::unique_ptr<CCommand> pCommand;
+    };
+    std::vector<Entry> commands;
+    std::map<const CLI::Option*, std::vector<std::string>> choices;
+};
+void BuildCommandLine(CommandLine& line);
+
+// The exit-code table as --help prints it.
+std::string ExitCodeHelp();
+
+}  // namespace qnpolicy::tool
+
+#endif  // QNPOLICY_COMMANDTABLE_H

@@ -1,0 +1,278 @@
+// The document layer: arguments to settings, settings to bytes, bytes to a stored file, and a
+// document to a record through the reader, each returning what happened as values.
+
+#include "LocalPolicyDocument.h"
+#include "LocalPolicyReader.h"
+
+#include <strings.h>  // strncasecmp
+
+#include "AppLogHere.h"
+#include "LocalPolicyKinds.h"
+#include "QNCSaxWriter.h"
+#include "TokenParser.h"
+#include "TstringPairList.h"
+#include "XmlLocalQNPolMgrConstants.h"
+#include "XmlParser.h"
+#include "sysutils.h"
+
+namespace qnpolicy {
+
+namespace {
+
+// The manager's records name its own source, whichever file logs them on its behalf.
+using qnpolicy::kAppLogSourceFile;
+
+constexpr char kServerListDelimiters[] = ",;";
+
+// The handler of one read: the reader over fields of its own.
+class DocumentHandler : public XmlMgr {
+  public:
+    DocumentHandler(DocumentRead& rRead, const ReadOptions& options)
+        : m_state{rRead.record,      rRead.bFileUseFIPSMode,  m_currentElement,
+                  m_pCurrentSetting, m_bAuthorizedServerList, m_bUpdatePolicySection,
+                  options.bLog,      options.pObserver,       nullptr} {}
+
+    void parsingWith(const XmlParser& parser) { m_state.pParser = &parser; }
+
+    void addElement(const std::string& elementName) override {
+        reader::addElement(m_state, elementName);
+    }
+    void endElement(const std::string& elementName) override {
+        reader::endElement(m_state, elementName);
+    }
+    void setElementValue(const std::string& elementValue) override {
+        reader::setElementValue(m_state, elementValue);
+    }
+    void addAttribute(const std::string& attributeName,
+                      const std::string& attributeValue) override {
+        reader::addAttribute(m_state, attributeName, attributeValue);
+    }
+
+  private:
+    std::string_view m_currentElement;
+    const LocalPolicySettingInfo* m_pCurrentSetting = nullptr;
+    bool m_bAuthorizedServerList = false;
+    bool m_bUpdatePolicySection = false;
+    ReaderState m_state;
+};
+
+// Runs parse (the parser's parseFile or parseBuffer) over a fresh handler into read, then does
+// what a fresh manager's first load does after the parse: the failure record, or the FIPS
+// retention and its line.
+template <typename Parse>
+DocumentRead& readWith(DocumentRead& read, const ReadOptions& options, const char* callee,
+                       Parse parse) {
+    DocumentHandler handler(read, options);
+    XmlParser parser(&handler);
+    parser.LogFailures(options.bLog);
+    handler.parsingWith(parser);
+    read.status = parse(parser);
+    if (read.status != XMLPARSER_SUCCESS) {
+        const XmlParser::Failure& failure = parser.LastFailure();
+        read.line = failure.line;
+        read.column = failure.column;
+        read.reason = failure.reason;
+        if (options.bLog) {
+            APPLOG_RETURN_CODE_AS("LoadLocalQuillnetPolicy", DBG_Error, callee, read.status);
+        }
+        return read;
+    }
+    XmlLocalQNPolMgr::RETAINED_FIPS_MODE retained = XmlLocalQNPolMgr::NONE;
+    ApplyFipsRetention(retained, read.bFileUseFIPSMode, read.record, options.bLog);
+    return read;
+}
+
+}  // namespace
+
+// ---- Installer arguments ----
+
+const PolicyVocabulary& LocalPolicyVocabulary() {
+    // The catalogue's settings that have an abbreviation (a server name has none): name,
+    // section and allowed values in their order.
+    static const PolicyVocabulary vocabulary = [] {
+        PolicyVocabulary rows;
+        for (const LocalPolicySettingInfo& info : LocalPolicySettings()) {
+            if (info.abbreviation.empty()) {
+                continue;
+            }
+            LocalPolicySetting& setting = rows[info.abbreviation];
+            setting.tstrFullName = info.element;
+            setting.bIsUpdatePolicy = info.section == LocalPolicySection::UPDATE_POLICY;
+            setting.listAllowedValues.assign(info.allowedValues.begin(), info.allowedValues.end());
+        }
+        return rows;
+    }();
+    return vocabulary;
+}
+
+bool SameTextIgnoringCase(std::string_view a, std::string_view b) {
+    // Whole texts: a value with an embedded NUL must not match its prefix.
+    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
+                                      const PolicyVocabulary& vocabulary) {
+    ArgumentCheck check;
+    // The index of the argument that set each element.
+    std::map<std::string, size_t> setBy;
+    for (size_t i = 0; i < numPolicyArgs; ++i) {
+        if (policyArgs[i] == nullptr) {
+            continue;
+        }
+        InstallerArgument argument;
+        argument.index = i;
+        argument.text = policyArgs[i];
+        const auto refuse = [&check, &argument](ArgumentRefusal eReason, size_t usedIndex = 0) {
+            check.refused.push_back(RefusedArgument{std::move(argument), eReason, usedIndex});
+        };
+        const std::string::size_type posOfEqual = argument.text.find('=');
+        if (posOfEqual == std::string::npos) {
+            refuse(ArgumentRefusal::MISSING_EQUALS);
+            continue;
+        }
+        argument.abbreviation = argument.text.substr(0, posOfEqual);
+        argument.value = argument.text.substr(posOfEqual + 1);
+        if (argument.value.empty()) {
+            refuse(ArgumentRefusal::EMPTY_VALUE);  // an abbreviation without a value asks nothing
+            continue;
+        }
+        const auto row = vocabulary.find(argument.abbreviation);
+        if (row == vocabulary.end()) {
+            refuse(ArgumentRefusal::UNKNOWN_ABBREVIATION);
+            continue;
+        }
+        argument.pRow = &row->second;
+        argument.pSetting = FindLocalPolicySetting(row->second.tstrFullName);
+        // A refused value is left as given, so that a message can quote the installer's text.
+        if (!MatchAllowedValue(row->second.listAllowedValues, argument.value)) {
+            refuse(ArgumentRefusal::VALUE_NOT_ALLOWED);
+            continue;
+        }
+        const auto used = setBy.emplace(row->second.tstrFullName, i);
+        if (!used.second) {
+            refuse(ArgumentRefusal::DUPLICATE, used.first->second);
+            continue;
+        }
+        (row->second.bIsUpdatePolicy ? check.settings.updatePolicies
+                                     : check.settings.policies)[row->second.tstrFullName] =
+            argument.value;
+        check.accepted.push_back(std::move(argument));
+    }
+    return check;
+}
+
+// ---- Rendering and storing ----
+
+STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::string& directory,
+                                std::string& rDocument) {
+    QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
+    TStrPairList rootAttrs;
+    rootAttrs.emplace_back("xmlns", kDocumentNamespace);
+    rootAttrs.emplace_back("xmlns:xsi", kSchemaInstanceNamespace);
+    rootAttrs.emplace_back("xsi:schemaLocation",
+                           std::string(kDocumentNamespace) + " " + kSchemaFile);
+    rootAttrs.emplace_back(kVersionAttribute, kClientVersion);
+
+    // The statuses of the building calls are not examined: the writer records the first
+    // failure and takeDocument reports it.
+    xmlWriter.startDocument(&rootAttrs);
+    for (const auto& policy : settings.policies) {
+        xmlWriter.startElement(policy.first, nullptr);
+        xmlWriter.characters(policy.second);
+        xmlWriter.endElement(policy.first);
+    }
+    if (!settings.updatePolicies.empty()) {
+        xmlWriter.startElement(kUpdatePolicyElement, nullptr);
+        for (const auto& policy : settings.updatePolicies) {
+            xmlWriter.startElement(policy.first, nullptr);
+            if (policy.first == kAuthorizedServerListElement) {
+                TTokenParser<char> authorizedListParser(policy.second);
+                std::string tstrServerValue;
+                while (authorizedListParser.NextToken(tstrServerValue, kServerListDelimiters)) {
+                    if (tstrServerValue.empty()) {
+                        continue;  // adjacent, leading or trailing separators name no server
+                    }
+                    xmlWriter.startElement(kServerNameElement, nullptr);
+                    xmlWriter.characters(tstrServerValue);
+                    xmlWriter.endElement(kServerNameElement);
+                }
+            } else {
+                xmlWriter.characters(policy.second);
+            }
+            xmlWriter.endElement(policy.first);
+        }
+        xmlWriter.endElement(kUpdatePolicyElement);
+    }
+    xmlWriter.endDocument();
+    return xmlWriter.takeDocument(rDocument);
+}
+
+StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
+                                bool bOverwrite) {
+    StoreResult result;
+    if (!bOverwrite && !directory.empty() && fileExists(directory + kPolicyFileName)) {
+        result.eOutcome = StoreResult::KEPT;
+        return result;
+    }
+    QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
+    xmlWriter.keepExistingFile(!bOverwrite);
+    result.status = xmlWriter.storeDocument(bytes);
+    result.step = xmlWriter.failedStep();
+    result.error = xmlWriter.failedError();
+    switch (result.status) {
+        case QNCSAXWRITER_SUCCESS:
+            result.eOutcome = StoreResult::WRITTEN;
+            return result;
+        case QNCSAXWRITER_ERROR_FILE_EXISTS:
+            result.eOutcome = StoreResult::EXISTS;  // another writer's file appeared meanwhile
+            return result;
+        case QNCSAXWRITER_ERROR_NOT_SYNCED:
+            // The file holds the new document, but its durability is not confirmed: reported
+            // with its status, as a failure of the write.
+            result.eOutcome = StoreResult::NOT_SYNCED;
+            break;
+        default:
+            result.eOutcome = StoreResult::FAILED;
+            break;
+    }
+    APPLOG_RETURN_CODE_AS("writeLocalPolicy", DBG_Error, "QNCSaxWriter::writeDocument",
+                          result.status);
+    return result;
+}
+
+// ---- Reading ----
+
+DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options) {
+    DocumentRead read;
+    read.bExists = fileExists(path);
+    if (!read.bExists) {
+        return read;
+    }
+    return readWith(read, options, "XmlParser::parseFile", [&path, &options](XmlParser& parser) {
+        return parser.parseFile(path, options.bSecure);
+    });
+}
+
+DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
+                             const ReadOptions& options) {
+    DocumentRead read;
+    return readWith(
+        read, options, "XmlParser::parseBuffer", [bytes, &name, &options](XmlParser& parser) {
+            return parser.parseBuffer(bytes.data(), bytes.size(), options.bSecure, name);
+        });
+}
+
+bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
+                        LocalQNPolicyInfo& rRecord, bool bLog) {
+    if (rRetained == XmlLocalQNPolMgr::NONE) {
+        rRetained = bFileUseFIPSMode ? XmlLocalQNPolMgr::ENABLED : XmlLocalQNPolMgr::DISABLED;
+    }
+    rRecord.UseFIPSMode(rRetained == XmlLocalQNPolMgr::ENABLED);
+    if (bLog) {
+        APPLOG_MESSAGE_AS("LoadLocalQuillnetPolicy", DBG_Informational, "FIPS mode is %s.",
+                          rRecord.UseFIPSMode() ? "enabled" : "disabled");
+    }
+    return bFileUseFIPSMode != rRecord.UseFIPSMode();
+}
+
+}  // namespace qnpolicy

@@ -1,0 +1,218 @@
+#ifndef LOCALPOLICYDOCUMENT_H
+#define LOCALPOLICYDOCUMENT_H
+
+// The policy document as values: installer arguments checked into settings, settings rendered
+// into the document's bytes, a document read from a path or from bytes into a record (with an
+// optional observer of what the reader does with each element), and bytes stored atomically in
+// a directory. The manager's GenerateLocalPolicy and LoadLocalQuillnetPolicy are thin wrappers
+// over these operations; the command-line tool calls them directly and decides nothing from a
+// log record.
+//
+//   ArgumentCheck check = CheckInstallerArguments(args, count, LocalPolicyVocabulary());
+//   std::string bytes;
+//   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
+//       StoreResult stored = StorePolicyDocument(directory, bytes, true);
+//   }
+//   DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
+//
+// Each operation logs the records the manager logs for it (the parser's and the writer's
+// failures, the reader's two warnings, the load's FIPS line and failure record), under the
+// manager's operation names, unless its options say not to; the argument check logs nothing:
+// GenerateLocalPolicy words its warnings from the check's values.
+//
+// Internal to the library and the tool, not installed: clients keep the manager's operations,
+// whose shape and records stay fixed; these values are for the tools built beside it.
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "GenDefs.h"
+#include "LocalPolicySettings.h"
+#include "LocalQNPolicyInfo.h"
+#include "XmlLocalQNPolMgr.h"
+
+class XmlParser;
+
+namespace qnpolicy {
+
+// ---- Installer arguments ------------------------------------------------------------------
+
+// The vocabulary: abbreviation to row, the catalogue's settings that have an abbreviation.
+// Built once; the manager's table is a copy of it.
+using PolicyVocabulary = std::map<std::string, LocalPolicySetting>;
+const PolicyVocabulary& LocalPolicyVocabulary();
+
+// The one value-matching rule of generation: value is accepted when allowedValues is empty
+// (any text, left as given) or equals one of them ignoring ASCII letter case, whole strings
+// and nothing trimmed; it then takes that entry's spelling. A value that matches none is left
+// as given.
+bool SameTextIgnoringCase(std::string_view a, std::string_view b);
+template <typename AllowedValues>
+bool MatchAllowedValue(const AllowedValues& allowedValues, std::string& value) {
+    if (allowedValues.empty()) {
+        return true;
+    }
+    for (const std::string& allowed : allowedValues) {
+        if (SameTextIgnoringCase(allowed, value)) {
+            value = allowed;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Why generation does not use an argument, in the order the reasons are tested.
+enum class ArgumentRefusal {
+    MISSING_EQUALS,        // no "=" in it
+    EMPTY_VALUE,           // nothing after the first "="
+    UNKNOWN_ABBREVIATION,  // the text before it is no abbreviation (they are case-sensitive)
+    VALUE_NOT_ALLOWED,     // the value matches none of the row's allowed values
+    DUPLICATE,             // an earlier argument already set the same element
+};
+
+// One installer argument, split at its first "=".
+struct InstallerArgument {
+    size_t index = 0;                          // its position among the arguments given
+    std::string text;                          // as given
+    std::string abbreviation;                  // before the first "="
+    std::string value;                         // after it; accepted: in the vocabulary's spelling
+    const LocalPolicySetting* pRow = nullptr;  // its vocabulary row, when the abbreviation is one
+    const LocalPolicySettingInfo* pSetting = nullptr;  // and that row's catalogue row
+};
+
+struct RefusedArgument {
+    InstallerArgument argument;  // its value as given
+    ArgumentRefusal eReason;
+    size_t usedIndex = 0;  // DUPLICATE: the index of the argument whose value is used
+};
+
+// The settings a document is rendered from: element name to text, in the two sections.
+struct PolicySettings {
+    std::map<std::string, std::string> policies;        // direct children of the root
+    std::map<std::string, std::string> updatePolicies;  // children of "UpdatePolicy"
+};
+
+struct ArgumentCheck {
+    std::vector<InstallerArgument> accepted;  // in argument order
+    std::vector<RefusedArgument> refused;     // in argument order; null entries are not here
+    PolicySettings settings;                  // the accepted values by element
+};
+
+// Checks installer arguments as generation does, against a vocabulary: null entries are
+// skipped; the others are refused for the first reason that applies, or accepted with the
+// vocabulary's spelling of their value. Logs nothing.
+ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
+                                      const PolicyVocabulary& vocabulary);
+
+// ---- Rendering and storing ------------------------------------------------------------------
+
+// The document generation stores for these settings, byte for byte: the root with its four
+// attributes, the ordinary settings in name order, then "UpdatePolicy" with the update
+// settings in name order (the server list cut at "," and ";" into one "ServerName" per
+// non-empty piece). 0, or the writer's status for a name or text XML cannot carry, logged as
+// the writer logs it, naming directory's policy file.
+STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::string& directory,
+                                std::string& rDocument);
+
+// What storing a document did.
+struct StoreResult {
+    enum Outcome {
+        WRITTEN,     // the file holds the bytes, durably
+        KEPT,        // no overwrite and a file was there: nothing was written
+        EXISTS,      // no overwrite and a file took the name while the new one was written: kept
+        NOT_SYNCED,  // the file holds the bytes, but the directory's sync failed (step, error)
+        FAILED,      // nothing changed; step and error say why (an empty directory: no step)
+    };
+    Outcome eOutcome = WRITTEN;
+    STATUSCODE status = 0;  // the writer's status: 0, FILE_EXISTS, NOT_SYNCED, FILE_WRITE, ...
+    std::string step;       // NOT_SYNCED, FAILED: the system call that failed
+    int error = 0;          // and its errno value
+};
+
+// Stores bytes as "QuillnetLocalPolicy.xml" in directory (with its trailing separator), crash-
+// safely (see QNCSaxWriter.h), mode 0644. Without bOverwrite an existing file is kept, whenever
+// it appeared. Logs a failure as generation does: the writer's record, then the manager's
+// "writeLocalPolicy" record with the status.
+StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
+                                bool bOverwrite);
+
+// ---- Reading --------------------------------------------------------------------------------
+
+// What the reader did with an element at its start, with its text, or with an attribute.
+enum class ReadAction {
+    READ,                     // START: the reader acts on it (a setting awaiting its text, the
+                              // root, the section, the list); TEXT: the text was applied;
+                              // ATTRIBUTE: the root's version was stored
+    UNCHANGED,                // TEXT: read, but the setting keeps its value (an exclusion that
+                              // is not "true", a tunnel text the reader does not apply, a
+                              // caching list without an option)
+    IGNORED_UNKNOWN,          // START: a name the reader does not know; its text changes nothing
+    IGNORED_OUTSIDE_SECTION,  // START, TEXT: an update permission or the server list outside
+                              // "UpdatePolicy" (a permission's text is logged as misplaced)
+    IGNORED_OUTSIDE_LIST,     // START: a server name outside an authorized server list
+    IGNORED,                  // TEXT: of an element whose text is never read (the root, the
+                              // section, the list, an ignored element); ATTRIBUTE: any but the
+                              // root's version
+    NEWER_VERSION,            // ATTRIBUTE: the root's version, stored and logged as newer than
+                              // the client's
+};
+
+// One event of a read, as the reader handled it.
+struct ReadEvent {
+    enum Type { START, ATTRIBUTE, TEXT, END };
+    Type eType = START;
+    ReadAction eAction = ReadAction::READ;
+    std::string_view element;  // the element's name; TEXT: empty when the reader read no text
+    std::string_view name;     // ATTRIBUTE: the attribute's name
+    std::string_view text;     // TEXT: the element's text; ATTRIBUTE: the attribute's value
+    const LocalPolicySettingInfo* pSetting = nullptr;  // the element's catalogue row, or null
+    unsigned long line = 0;                            // where the event's markup starts, 1-based
+    unsigned long column = 0;
+};
+
+// Sees every event of a read, in document order, after the reader has handled it.
+class ReadObserver {
+  public:
+    virtual ~ReadObserver() = default;
+    virtual void OnRead(const ReadEvent& event) = 0;
+};
+
+struct ReadOptions {
+    bool bSecure = true;  // refuse a DOCTYPE, as the client does
+    bool bLog = true;     // log what loading the file logs
+    ReadObserver* pObserver = nullptr;
+};
+
+// A document read as a fresh manager's first load reads it.
+struct DocumentRead {
+    STATUSCODE status = 0;     // 0: read to its end, or (from a path) no file there
+    bool bExists = true;       // from a path: anything exists there (a dangling link included)
+    unsigned long line = 0;    // on failure: where and why the parser stopped (line 0: the input
+    unsigned long column = 0;  // as a whole)
+    std::string reason;
+    // Defaults plus what was read; its FIPS flag is the file's value after a complete read
+    // (a first load applies it) and false after a failure or without a file.
+    LocalQNPolicyInfo record;
+    bool bFileUseFIPSMode = false;  // what the document's FipsMode says, as far as it was read
+};
+
+// Reads the policy document at path. A missing path gives the defaults and status 0, as
+// loading does.
+DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);
+// Reads an in-memory document; name stands for it in records.
+DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
+                             const ReadOptions& options);
+
+// The FIPS retention of one manager: the mode fixed by its first successful load, applied by
+// every later one. After a successful parse: fixes the retained mode if none is, sets the
+// record's flag from it, and returns whether the file now disagrees; logs "FIPS mode is %s."
+// (as "LoadLocalQuillnetPolicy") when bLog.
+bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
+                        LocalQNPolicyInfo& rRecord, bool bLog);
+
+}  // namespace qnpolicy
+
+#endif  // LOCALPOLICYDOCUMENT_H

@@ -1,0 +1,360 @@
+// The kinds of setting: one row each, with how the reader applies a text, what the checks find
+// in one, how the value shows and how the documents describe it.
+
+#include "LocalPolicyKinds.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <map>
+
+#include "LocalQNPolicyOptionTexts.h"
+#include "MessageText.h"
+#include "StringUtils.h"
+
+namespace qnpolicy {
+
+namespace {
+
+// The one text a boolean setting reads as true; every other text is false.
+constexpr std::string_view kTrue = "true";
+constexpr std::string_view kFalse = "false";
+
+std::string lowerCase(std::string_view text) {
+    std::string lowered(text);
+    std::transform(lowered.begin(), lowered.end(), lowered.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lowered;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto isSpace = [](unsigned char c) { return std::isspace(c) != 0; };
+    while (!text.empty() && isSpace(static_cast<unsigned char>(text.front()))) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isSpace(static_cast<unsigned char>(text.back()))) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string booleanText(bool b) {
+    return std::string(b ? kTrue : kFalse);
+}
+
+// ---- On/off settings: FIPS mode, flags, update permissions, exclusions ----
+
+TextEffect applyFipsMode(const LocalPolicySettingInfo& /*row*/, const std::string& text,
+                         LocalQNPolicyInfo& /*record*/, bool& bFileUseFIPSMode) {
+    // The record's own FIPS flag is derived by the loader after the parse.
+    bFileUseFIPSMode = text == kTrue;
+    return TextEffect::APPLIED;
+}
+
+TextEffect applyFlag(const LocalPolicySettingInfo& row, const std::string& text,
+                     LocalQNPolicyInfo& record, bool& /*bFileUseFIPSMode*/) {
+    (record.*(row.setter))(text == kTrue);
+    return TextEffect::APPLIED;
+}
+
+TextEffect applyExclusion(const LocalPolicySettingInfo& row, const std::string& text,
+                          LocalQNPolicyInfo& record, bool& /*bFileUseFIPSMode*/) {
+    // Anything but "true" makes no call: an exclusion once made stays.
+    if (text != kTrue) {
+        return TextEffect::UNCHANGED;
+    }
+    record.ExcludeCertStores(row.excludeMask);
+    return TextEffect::APPLIED;
+}
+
+void checkBoolean(const LocalPolicySettingInfo& row, std::string_view text,
+                  std::vector<TextProblem>& problems) {
+    if (text == kTrue || text == kFalse) {
+        return;
+    }
+    const std::string consequence =
+        row.kind == LocalPolicySettingKind::CERT_STORE_EXCLUSION
+            ? "which the reader ignores (only \"true\" excludes the store group)"
+            : "which the reader takes as false";
+    const std::string meant = lowerCase(trimmed(text));
+    const std::string hint = meant == kTrue || meant == kFalse
+                                 ? " Write " + Quoted(meant) + " exactly."
+                                 : " Write \"true\" or \"false\".";
+    problems.push_back(
+        {findingkind::kNonBooleanValue,
+         Quoted(row.element) + " holds " + Quoted(text) + ", " + consequence + "." + hint});
+}
+
+std::vector<std::string> booleanValue(const LocalPolicySettingInfo& row,
+                                      const LocalQNPolicyInfo& record) {
+    return {booleanText((record.*(row.getter))())};
+}
+
+// ---- The preference-caching list ----
+
+TextEffect applyCachingList(const LocalPolicySettingInfo& /*row*/, const std::string& text,
+                            LocalQNPolicyInfo& record, bool& /*bFileUseFIPSMode*/) {
+    // Text to option, the inverse of sg_restrictPrefCachingOptionToStrMap, built once per
+    // process from it.
+    static const std::map<std::string, RestrictPrefCachingOption>
+        restrictPrefCachingStrToOptionMap = [] {
+            std::map<std::string, RestrictPrefCachingOption> inverse;
+            for (const auto& optionText : sg_restrictPrefCachingOptionToStrMap) {
+                inverse.emplace(optionText.second, optionText.first);
+            }
+            return inverse;
+        }();
+    // Tokens are looked up untrimmed; an unknown one counts as "false", which clears every
+    // restriction and ends the list.
+    const std::vector<std::string> tokens =
+        CStringUtils::tokenize(text, sg_restrictPrefCachingDelim);
+    for (const std::string& token : tokens) {
+        const auto found = restrictPrefCachingStrToOptionMap.find(token);
+        const RestrictPrefCachingOption option = found != restrictPrefCachingStrToOptionMap.end()
+                                                     ? found->second
+                                                     : RESTRICT_PREF_CACHING_FALSE;
+        record.RestrictPrefCaching(option);
+        if (option == RESTRICT_PREF_CACHING_FALSE) {
+            break;
+        }
+    }
+    return tokens.empty() ? TextEffect::UNCHANGED : TextEffect::APPLIED;
+}
+
+void checkCachingList(const LocalPolicySettingInfo& row, std::string_view text,
+                      std::vector<TextProblem>& problems) {
+    const std::vector<std::string>& optionTexts = LocalPolicyCachingOptionTexts();
+    const std::vector<std::string> tokens =
+        CStringUtils::tokenize(std::string(text), sg_restrictPrefCachingDelim);
+    if (tokens.empty()) {
+        problems.push_back({findingkind::kEmptyValue,
+                            Quoted(row.element) + " holds " + Quoted(text) +
+                                ", which names no caching option: the setting stays unchanged."});
+        return;
+    }
+    // The reader applies the tokens in order and stops at the first "false" or unknown one,
+    // which clears every restriction set before it.
+    for (auto token = tokens.begin(); token != tokens.end(); ++token) {
+        const bool bKnown =
+            std::find(optionTexts.begin(), optionTexts.end(), *token) != optionTexts.end();
+        if (bKnown && *token != kFalse) {
+            continue;
+        }
+        const std::vector<std::string> before(tokens.begin(), token);
+        const std::string cleared =
+            before.empty() ? std::string() : " (here " + Join(before, ", ", true) + ")";
+        if (!bKnown) {
+            problems.push_back({findingkind::kUnknownCachingToken,
+                                "Unknown caching option " + Quoted(*token) + " in " +
+                                    Quoted(row.element) +
+                                    ": the reader takes it as \"false\", which clears every "
+                                    "caching restriction" +
+                                    cleared + "." + DidYouMean(*token, optionTexts)});
+        } else if (!before.empty()) {
+            problems.push_back({findingkind::kCachingRestrictionsCleared,
+                                "\"false\" in " + Quoted(row.element) +
+                                    " clears the restrictions before it (" +
+                                    Join(before, ", ", true) + ")."});
+        }
+        if (token + 1 != tokens.end()) {
+            const std::vector<std::string> after(token + 1, tokens.end());
+            problems.push_back({findingkind::kIgnoredCachingToken,
+                                "The caching options after " + Quoted(*token) + " in " +
+                                    Quoted(row.element) +
+                                    " are ignored: " + Join(after, ", ", true) + "."});
+        }
+        return;
+    }
+}
+
+// The caching options in force, in option order ("false" always first).
+std::vector<std::string> cachingValue(const LocalPolicySettingInfo& /*row*/,
+                                      const LocalQNPolicyInfo& record) {
+    const std::vector<bool> values = record.RestrictPrefCaching();
+    const std::vector<std::string>& texts = LocalPolicyCachingOptionTexts();
+    std::vector<std::string> set;
+    for (size_t i = 0; i < values.size() && i < texts.size(); ++i) {
+        if (values[i]) {
+            set.push_back(texts[i]);
+        }
+    }
+    return set;
+}
+
+// ---- The tunnel protocol ----
+
+TextEffect applyTunnel(const LocalPolicySettingInfo& /*row*/, const std::string& text,
+                       LocalQNPolicyInfo& record, bool& /*bFileUseFIPSMode*/) {
+    // Only the applied texts, exactly, select an option; any other keeps the record's
+    // setting. The texts are distinct, so the order they are tried in does not matter.
+    const std::vector<std::string>& texts = LocalPolicyAppliedTunnelTexts();
+    for (size_t option = 0; option < texts.size(); ++option) {
+        if (text == texts[option]) {
+            record.RestrictTunnelProtocols(static_cast<RestrictTunnelProtocolOption>(option));
+            return TextEffect::APPLIED;
+        }
+    }
+    return TextEffect::UNCHANGED;
+}
+
+void checkTunnel(const LocalPolicySettingInfo& row, std::string_view text,
+                 std::vector<TextProblem>& problems) {
+    const std::vector<std::string>& applied = LocalPolicyAppliedTunnelTexts();
+    if (std::find(applied.begin(), applied.end(), text) != applied.end()) {
+        return;
+    }
+    std::string hint = " The reader applies only " + Join(applied, ", ", true) + ", exactly.";
+    const std::string lowered = lowerCase(trimmed(text));
+    if (std::find(applied.begin(), applied.end(), lowered) != applied.end()) {
+        hint += " Write " + Quoted(lowered) + ".";
+    }
+    problems.push_back({findingkind::kTunnelValueNotApplied,
+                        Quoted(row.element) + " holds " + Quoted(text) +
+                            ", which the reader does not apply: the tunnel setting keeps its "
+                            "previous value (by default, no restriction)." +
+                            hint});
+}
+
+std::vector<std::string> tunnelValue(const LocalPolicySettingInfo& /*row*/,
+                                     const LocalQNPolicyInfo& record) {
+    const std::string& text = LocalPolicyTunnelOptionText(record.RestrictTunnelProtocols());
+    return {text.empty()
+                ? "unknown (" + std::to_string(static_cast<int>(record.RestrictTunnelProtocols())) +
+                      ")"
+                : text};
+}
+
+// ---- The authorized server list and its names ----
+
+TextEffect applyNothing(const LocalPolicySettingInfo& /*row*/, const std::string& /*text*/,
+                        LocalQNPolicyInfo& /*record*/, bool& /*bFileUseFIPSMode*/) {
+    return TextEffect::UNCHANGED;
+}
+
+void checkServerListText(const LocalPolicySettingInfo& row, std::string_view text,
+                         std::vector<TextProblem>& problems) {
+    if (!trimmed(text).empty()) {
+        problems.push_back({findingkind::kServerListText,
+                            "The text " + Quoted(text) + " of " + Quoted(row.element) +
+                                " is ignored: give each server in an element of its own (see "
+                                "`qnpolicy generate --dry-run upal=...`)."});
+    }
+}
+
+std::vector<std::string> serverListValue(const LocalPolicySettingInfo& /*row*/,
+                                         const LocalQNPolicyInfo& record) {
+    const std::list<std::string>& servers = record.GetAuthorizedServerList();
+    return std::vector<std::string>(servers.begin(), servers.end());
+}
+
+TextEffect applyServerName(const LocalPolicySettingInfo& /*row*/, const std::string& text,
+                           LocalQNPolicyInfo& record, bool& /*bFileUseFIPSMode*/) {
+    record.AddToAuthorizedServerList(text);  // kept as it came
+    return TextEffect::APPLIED;
+}
+
+void checkServerName(const LocalPolicySettingInfo& /*row*/, std::string_view text,
+                     std::vector<TextProblem>& problems) {
+    if (!text.empty() && trimmed(text).size() != text.size()) {
+        problems.push_back({findingkind::kPaddedServerName,
+                            "Server name " + Quoted(text) +
+                                " has blanks around it; the reader keeps them, so the name is "
+                                "authorized with them."});
+    }
+}
+
+std::vector<std::string> noValue(const LocalPolicySettingInfo& /*row*/,
+                                 const LocalQNPolicyInfo& /*record*/) {
+    return {};
+}
+
+constexpr char kBooleanReading[] =
+    "true turns it on; any other text, TRUE included, is taken as false.";
+constexpr char kLastWins[] = "the last one wins.";
+constexpr char kUnchanged[] = "the reader leaves the setting unchanged.";
+
+// Indexed by LocalPolicySettingKind.
+constexpr std::array<LocalPolicyKind, 8> kKinds = {{
+    {LocalPolicySettingKind::FIPS_MODE, applyFipsMode, checkBoolean, ValueShape::BOOLEAN,
+     booleanValue,
+     "true turns it on; any other text, TRUE included, is taken as false. The mode of the first "
+     "successful load stays in force (see FIPS MODE below).",
+     kLastWins, kUnchanged, nullptr, nullptr, "Boolean"},
+    {LocalPolicySettingKind::FLAG, applyFlag, checkBoolean, ValueShape::BOOLEAN, booleanValue,
+     kBooleanReading, kLastWins, kUnchanged, nullptr, nullptr, "Boolean"},
+    {LocalPolicySettingKind::CERT_STORE_EXCLUSION, applyExclusion, checkBoolean,
+     ValueShape::BOOLEAN, booleanValue,
+     "true excludes the stores; any other text changes nothing, so an exclusion once made "
+     "stays.",
+     "an exclusion once made stays, whatever a later occurrence says.", kUnchanged, nullptr, nullptr,
+     "Boolean"},
+    {LocalPolicySettingKind::CACHING_LIST, applyCachingList, checkCachingList, ValueShape::LIST,
+     cachingValue,
+     "Options separated by commas, each exactly as spelled: false, Credentials, Thumbprints, "
+     "CredentialsAndThumbprints, AutomaticServerSelection or All. false clears every "
+     "restriction; an unknown option is taken as false, and the options after either are "
+     "ignored. Empty pieces are skipped.",
+     "the lists are applied one after the other.", kUnchanged, nullptr, nullptr, "CachingList"},
+    {LocalPolicySettingKind::TUNNEL_PROTOCOL, applyTunnel, checkTunnel, ValueShape::TEXT,
+     tunnelValue,
+     "The client applies only false, tls and ipsec, exactly; any other text changes "
+     "nothing.",
+     "the last recognised value wins.", kUnchanged, nullptr, nullptr, "TunnelProtocol"},
+    {LocalPolicySettingKind::UPDATE_PERMISSION, applyFlag, checkBoolean, ValueShape::BOOLEAN,
+     booleanValue,
+     "true allows these updates from any server; any other text is taken as false. Counts only "
+     "inside UpdatePolicy; elsewhere it is ignored with a warning.",
+     kLastWins, kUnchanged,
+     "outside \"UpdatePolicy\": the reader ignores it (and logs \"Local Policy XML structure is "
+     "incorrect.\"); move it into the \"UpdatePolicy\" section.",
+     findingkind::kUpdatePermissionOutsideSection, "Boolean"},
+    {LocalPolicySettingKind::SERVER_LIST, applyNothing, checkServerListText, ValueShape::LIST,
+     serverListValue,
+     "No text of its own: one ServerName element per server. Counts only inside UpdatePolicy; "
+     "text written directly in it is ignored.",
+     nullptr, nullptr,
+     "outside \"UpdatePolicy\": the reader ignores it and every server name in it.",
+     findingkind::kServerListOutsideSection, nullptr},
+    {LocalPolicySettingKind::SERVER_NAME, applyServerName, checkServerName, ValueShape::NONE,
+     noValue,
+     "Counts only inside an AuthorizedServerList inside UpdatePolicy; every occurrence adds a "
+     "server, duplicates included.",
+     nullptr, "the reader adds no server for it.",
+     "outside its list: the reader ignores it; authorized servers belong in "
+     "UpdatePolicy/AuthorizedServerList.",
+     findingkind::kServerNameOutsideList, "ServerName"},
+}};
+
+constexpr bool rowsInKindOrder() {
+    for (size_t i = 0; i < kKinds.size(); ++i) {
+        if (static_cast<size_t>(kKinds[i].kind) != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(rowsInKindOrder(), "kKinds is indexed by LocalPolicySettingKind");
+
+}  // namespace
+
+const LocalPolicyKind& KindOf(LocalPolicySettingKind kind) {
+    return kKinds[static_cast<size_t>(kind)];
+}
+
+std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row) {
+    switch (KindOf(row.kind).shape) {
+        case ValueShape::BOOLEAN:
+            return {std::string(kTrue), std::string(kFalse)};
+        case ValueShape::TEXT:
+            return LocalPolicyAppliedTunnelTexts();
+        case ValueShape::LIST:
+            return row.kind == LocalPolicySettingKind::CACHING_LIST
+                       ? LocalPolicyCachingOptionTexts()
+                       : std::vector<std::string>();
+        case ValueShape::NONE:
+            break;
+    }
+    return {};
+}
+
+}  // namespace qnpolicy
