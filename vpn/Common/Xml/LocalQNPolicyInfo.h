@@ -148,6 +148,10 @@ class LocalQNPolicyInfo {
     }
 
   private:
+    // The manager hands a loaded record's server list over for release (see
+    // XmlLocalQNPolMgr::LoadLocalQuillnetPolicy).
+    friend class XmlLocalQNPolMgr;
+
     bool excludes(uint32_t groupMask) const { return (m_uiExcludeCertStore & groupMask) != 0; }
 
     // Every entry false except RESTRICT_PREF_CACHING_FALSE: no caching restriction.

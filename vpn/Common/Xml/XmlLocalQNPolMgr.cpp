@@ -102,6 +102,17 @@ STATUSCODE XmlLocalQNPolMgr::GetLocalPolicyLocation(std::string& rtstrLocalPolic
 }
 
 STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
+    // The record is reset first, as always; its server names, which may be a hundred thousand
+    // small blocks, are released only once the parser has made its large allocations (at the
+    // first element; see addElement). Freed before those, they would be merged back into large
+    // free blocks by the allocator and carved up again one by one for the new list; freed just
+    // before the new list is built, each block is taken again at once. Either way they are gone
+    // when the load returns.
+    m_retiredServers.swap(m_LocalQNPolicyInfo.msl_AuthorizedServerList);
+    struct RetiredRelease {
+        std::list<std::string>& rRetired;
+        ~RetiredRelease() { rRetired.clear(); }
+    } release{m_retiredServers};
     m_LocalQNPolicyInfo.Reset();
     if (!LocalPolicyFileExists()) {
         return XMLLOCALQNPOLMGR_SUCCESS;

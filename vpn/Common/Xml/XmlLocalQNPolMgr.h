@@ -158,6 +158,9 @@ class XmlLocalQNPolMgr : public XmlMgr {
     bool m_bUpdatePolicySection;
     LocalQNPolicyInfo m_LocalQNPolicyInfo;
     std::map<std::string, LocalPolicySetting> m_policyTransTable;
+    // The server list of the record a load reset, released during that load once the parser
+    // holds its buffers: at the parse's first element, or at the end of the load.
+    std::list<std::string> m_retiredServers;
 
     static XmlLocalQNPolMgr* sm_pInstance;
     static CManualLock sm_instanceLock;

@@ -99,6 +99,9 @@ inline qnpolicy::ReaderState XmlLocalQNPolMgr::readerState() {
 }
 
 void XmlLocalQNPolMgr::addElement(const std::string& elementName) {
+    if (!m_retiredServers.empty()) {
+        m_retiredServers.clear();  // the parser's buffers are in place (see the load)
+    }
     qnpolicy::ReaderState state = readerState();
     qnpolicy::reader::addElement(state, elementName);
 }

@@ -500,8 +500,13 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
 
     XML_Parser parser = session.parser();
     size_t want = source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
+    // A streamed document's first buffer has room for the next piece too, beside what expat
+    // keeps of the first: expat then reuses it for every later piece of that size instead of
+    // allocating a larger one after the first.
+    size_t room = want < kMinFeed ? want : 2 * kMinFeed;
     for (;;) {
-        void* buffer = XML_GetBuffer(parser, static_cast<int>(want));
+        void* buffer = XML_GetBuffer(parser, static_cast<int>(std::max(want, room)));
+        room = 0;
         if (buffer == nullptr) {
             return fail(function, __LINE__, XMLPARSER_ERROR_MEMALLOC_FAILED,
                         "Cannot parse " + quoted(name),
