@@ -182,21 +182,6 @@ TEST(SettingsCatalogue, RowsUseTheRecordAccessorsOfTheirElement) {
     }
 }
 
-// The vocabulary is the catalogue's rows that have an abbreviation: the same element, section
-// and allowed values in the same order, and no other row.
-TEST(SettingsCatalogue, VocabularyRowsAreTheSettingsWithAnAbbreviation) {
-    std::map<std::string, std::string> fromCatalogue;
-    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-        if (row.abbreviation.empty()) {
-            continue;
-        }
-        fromCatalogue[row.abbreviation] =
-            rowText(row.element, row.section == LocalPolicySection::UPDATE_POLICY,
-                    row.allowedValues.begin(), row.allowedValues.end());
-    }
-    EXPECT_EQ(fromCatalogue, vocabularyRows());
-}
-
 // The lookup finds each row by its exact name and nothing else: not the structural elements,
 // not a name in another case, cut short or padded.
 TEST(SettingsCatalogue, LookupFindsEachRowByItsExactNameOnly) {

@@ -1,0 +1,235 @@
+// The parts of qnpolicy in-process: the linter (documents to the findings they must give, and
+// the cap on findings of one kind), the audit of who can change a file, the unified diff
+// against diff -u, the JSON writer against a JSON parser, and the "did you mean" suggestions.
+// What only the binary shows (dispatch, exit codes, output streams) is qnpolicy_cli_test's.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "MessageText.h"
+#include "TestSupport.h"
+#include "lint/PolicyLinter.h"
+#include "output/Output.h"
+#include "output/UnifiedDiff.h"
+
+namespace {
+
+using qnpolicy::tool::LintFinding;
+using qnpolicy::tool::LintPolicyBytes;
+using qnpolicy::tool::LintResult;
+
+// "kind:line" of each finding, in order.
+std::string kindsAndLines(const LintResult& result) {
+    std::string found;
+    for (const LintFinding& finding : result.findings) {
+        found += (found.empty() ? "" : " ") + finding.kind + ":" + std::to_string(finding.line);
+    }
+    return found;
+}
+
+// Each document yields exactly the findings, kinds and lines, of its flaws. The shipped sample
+// keeps one flaw of each common kind at a known line; the documents here add the kinds it
+// lacks.
+TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy [ <!ENTITY t \"true\"> ]>\n"
+         "<QuillnetLocalPolicy qnversion=\"5.1.8.106\">\n<BypassDownloader/>\n"
+         "<RestrictWebLaunch value=\"true\"/>\n<EnableCRLCheck>True</EnableCRLCheck>\n"
+         "<ServerName>gw3</ServerName>\n"
+         "<RestrictPreferenceCaching>Credentials,false,All</RestrictPreferenceCaching>\n"
+         "<RestrictPreferenceCaching>,,</RestrictPreferenceCaching>\n"
+         "<RestrictTunnelProtocols>udp</RestrictTunnelProtocols>\n<UpdatePolicy>"
+         "<AllowHelpUpdatesFromAnyServer>False</AllowHelpUpdatesFromAnyServer>\n"
+         "<AuthorizedServerList><ServerName>gw1</ServerName>\n<ServerName> gw2 </ServerName>"
+         "<ServerName>gw1</ServerName>\n<ServerName></ServerName>\n"
+         "</AuthorizedServerList><UpdatePolicy></UpdatePolicy>\n"
+         // The nested section's end ended the outer one too, as for the reader.
+         "<AllowScriptUpdatesFromAnyServer>true</AllowScriptUpdatesFromAnyServer>\n"
+         "</UpdatePolicy></QuillnetLocalPolicy>\n",
+         "doctype:2 newer-version:3 empty-value:4 ignored-attribute:5 "
+         "empty-value:5 non-boolean-value:6 server-name-outside-list:7 "
+         "caching-restrictions-cleared:8 ignored-caching-token:8 duplicate-setting:9 empty-value:9 "
+         "tunnel-value-not-applied:10 non-boolean-value:11 padded-server-name:13 "
+         "duplicate-server-name:13 empty-value:14 nested-update-policy:15 "
+         "update-permission-outside-section:16"},
+        {qntest::readFile(QN_FLAWED_SAMPLE),
+         "newer-version:4 non-boolean-value:5 unknown-element:6 "
+         "unknown-caching-token:7 ignored-caching-token:7 tunnel-value-not-applied:8 "
+         "duplicate-setting:10 update-permission-outside-section:11 server-list-text:14 "
+         "server-list-outside-section:16"},
+        // A root of another name, an unknown element inside a list, a list outside the section
+        // whose names are not reported again, a setting with child elements.
+        {"<Policy><UpdatePolicy><AuthorizedServerList><Name>x</Name></AuthorizedServerList>"
+         "</UpdatePolicy>\n<AuthorizedServerList><ServerName>a</ServerName>"
+         "</AuthorizedServerList>\n<FipsMode><x/></FipsMode></Policy>",
+         "unknown-element:1 unknown-element:1 server-list-outside-section:2 empty-value:3 "
+         "unknown-element:3"},
+        // Clean documents give nothing.
+        {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
+         "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
+         "<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols></QuillnetLocalPolicy>",
+         ""},
+    };
+    for (const auto& [content, expected] : cases) {
+        const LintResult result = LintPolicyBytes(content, "p.xml");
+        EXPECT_TRUE(result.bReadable) << content;
+        EXPECT_EQ(kindsAndLines(result), expected) << content;
+    }
+}
+
+// A document that cannot be read is unreadable with the parser's reason and position; the
+// findings before the failure stay.
+TEST(PolicyLinter, ReportsWhereAnUnreadableDocumentStops) {
+    const LintResult result =
+        LintPolicyBytes("<QuillnetLocalPolicy>\n<FipsMode>yes</FipsMode>\n<a>", "p.xml");
+    EXPECT_FALSE(result.bReadable);
+    EXPECT_EQ(result.failureReason, "no element found");
+    EXPECT_EQ(result.failureLine, 3U);
+    EXPECT_EQ(result.failureColumn, 4U);
+    EXPECT_EQ(kindsAndLines(result), "non-boolean-value:2 unknown-element:3");
+}
+
+// At most kMaxFindingsPerKind findings of one kind are kept; the rest are counted, and other
+// kinds keep theirs.
+TEST(PolicyLinter, KeepsAHundredFindingsOfAKindAndCountsTheRest) {
+    std::string document = "<QuillnetLocalPolicy>";
+    for (int i = 0; i < 250; ++i) {
+        document += "<FipMode>true</FipMode>";
+    }
+    document += "<FipsMode>TRUE</FipsMode></QuillnetLocalPolicy>";
+    const LintResult result = LintPolicyBytes(document, "p.xml");
+    ASSERT_EQ(result.findings.size(), qnpolicy::tool::kMaxFindingsPerKind + 1);
+    EXPECT_EQ(result.findings.back().kind, "non-boolean-value");
+    EXPECT_EQ(result.omitted, (std::map<std::string, unsigned long>{{"unknown-element", 150}}));
+    EXPECT_EQ(result.Count(), 251U);
+}
+
+// The file and each directory above it: owned by root, not writable by group or others; a
+// sticky directory may be writable by others.
+TEST(PolicyLinter, AuditsWhoCanChangeTheFileUpToTheRoot) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to give files away";
+    }
+    qntest::TempDir dir;
+    const std::string sticky = dir.path() + "sticky/";
+    ASSERT_EQ(::mkdir(sticky.c_str(), 01777), 0);
+    ASSERT_EQ(::chmod(sticky.c_str(), 01777), 0);
+    const std::string path = sticky + "p.xml";
+    std::ofstream(path) << "<QuillnetLocalPolicy/>";
+    ASSERT_EQ(::chmod(path.c_str(), 0664), 0);
+    ASSERT_EQ(::chown(path.c_str(), 65534, static_cast<gid_t>(-1)), 0);
+    std::string found;
+    for (const LintFinding& finding : qnpolicy::tool::CheckFileAttributes(path)) {
+        found += finding.kind + ":" + finding.message.substr(0, finding.message.find(' ', 4)) + " ";
+    }
+    // The temporary directory above is sticky too (or root's own): nothing else to report.
+    EXPECT_EQ(found, "file-owner:The file file-permissions:The file's ");
+    ASSERT_EQ(::chmod(sticky.c_str(), 0777), 0);
+    EXPECT_EQ(qnpolicy::tool::CheckFileAttributes(path).size(), 3U);
+}
+
+// The diff turns before into after exactly as diff -u prints it, hunks and "no newline"
+// markers included.
+TEST(UnifiedDiff, PrintsTheHunksDiffUPrints) {
+    qntest::TempDir dir;
+    std::string lines;
+    for (int i = 0; i < 20; ++i) {
+        lines += "line " + std::to_string(i) + "\n";
+    }
+    std::string middle = lines;
+    middle.replace(middle.find("line 9\n"), 7, "line nine\n");
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", lines},
+        {lines, middle},
+        {lines, "head\n" + lines + "tail"},
+        {lines.substr(0, 40), lines.substr(20)},
+        {"a", "b"},
+        {lines, lines},
+    };
+    for (const auto& [before, after] : cases) {
+        const std::string ours = qnpolicy::tool::UnifiedDiff(before, after, "old", "new");
+        const std::string oldPath = dir.write("old", before);
+        const std::string newPath = dir.write("new", after);
+        const std::string output = dir.path() + "expected";
+        std::system(("diff -u '" + oldPath + "' '" + newPath + "' > '" + output + "'").c_str());
+        std::string expected = qntest::readFile(output);
+        // diff -u's headers carry paths and times; the hunks must be the same.
+        const auto hunks = [](const std::string& diff) {
+            const size_t at = diff.find("\n@@");
+            return at == std::string::npos ? std::string() : diff.substr(at + 1);
+        };
+        EXPECT_EQ(hunks(ours), hunks(expected)) << before << "|" << after;
+        EXPECT_EQ(ours.empty(), before == after);
+        if (!ours.empty()) {
+            EXPECT_EQ(ours.rfind("--- old\n+++ new\n@@", 0), 0U) << ours;
+        }
+    }
+}
+
+// Whatever bytes a string holds, the JSON parses and gives them back: escapes for quotes,
+// backslashes and controls, valid UTF-8 kept, invalid bytes replaced by U+FFFD.
+TEST(JsonWriter, WritesJsonThatParsesBackToTheTextsGiven) {
+    const std::vector<std::pair<std::string, std::string>> texts = {
+        {"plain", "plain"},
+        {"q\"b\\s/", "q\"b\\s/"},
+        {"\n\t\r\x01\x1f", "\n\t\r\x01\x1f"},
+        {"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"},
+        {"\xFF", "\xEF\xBF\xBD"},
+        {"\xC0\xAF", "\xEF\xBF\xBD\xEF\xBF\xBD"},                  // overlong
+        {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // a surrogate
+        {"\xE2\x82", "\xEF\xBF\xBD\xEF\xBF\xBD"},                  // cut short
+    };
+    std::ostringstream out;
+    {
+        qnpolicy::tool::CJsonWriter json(out);
+        json.BeginObject().Key("texts").BeginArray();
+        for (const auto& text : texts) {
+            json.String(text.first);
+        }
+        json.EndArray().Key("empty").BeginArray().EndArray().Key("n").Number(7);
+        json.Key("t").Bool(true).Key("none").Null().EndObject().Finish();
+    }
+    const nlohmann::json parsed = nlohmann::json::parse(out.str());
+    ASSERT_EQ(parsed.at("texts").size(), texts.size());
+    for (size_t i = 0; i < texts.size(); ++i) {
+        EXPECT_EQ(parsed.at("texts").at(i).get<std::string>(), texts[i].second) << i;
+    }
+    EXPECT_EQ(parsed.at("empty"), nlohmann::json::array());
+    EXPECT_EQ(parsed.at("n"), 7);
+    EXPECT_EQ(parsed.at("t"), true);
+    EXPECT_TRUE(parsed.at("none").is_null());
+    EXPECT_EQ(out.str().back(), '\n');
+}
+
+// "Did you mean" ignores case and surrounding blanks, tolerates two edits or a quarter of the
+// longer text, and prefers the closest candidate, then the earlier one.
+TEST(NameSuggestion, SuggestsTheClosestCandidateWithinItsTolerance) {
+    const std::vector<std::string> names = {"FipsMode", "BypassDownloader", "EnableCRLCheck", "fm",
+                                            "rtp"};
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"FipMode", "FipsMode"},
+        {" fipsmode ", "FipsMode"},
+        {"BypasDownloder", "BypassDownloader"},
+        {"EnableCrlCheck", "EnableCRLCheck"},
+        {"FM", "fm"},
+        {"fmm", "fm"},
+        {"xyz", ""},
+        {"Unrelated", ""},
+        {"", "fm"},
+    };
+    for (const auto& [text, expected] : cases) {
+        EXPECT_EQ(qnpolicy::SuggestName(text, names), expected) << text;
+    }
+    EXPECT_EQ(qnpolicy::EditDistance("kitten", "sitting"), 3U);
+    EXPECT_EQ(qnpolicy::DidYouMean("FipMode", names), " Did you mean \"FipsMode\"?");
+}
+
+}  // namespace
