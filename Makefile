@@ -2,8 +2,8 @@
 #   make run   build and run the demo
 #   make test  build and run every test, then build the consumer example against the
 #              installed package, then test the Ansible collection
-#   make bench build the Release benchmark and run it (timings, peak memory, then the
-#              instruction counts of one load under callgrind)
+#   make bench build the Release benchmark and run it (timings, peak memory, qnpolicy check
+#              on hostile files, then the instruction counts of one load under callgrind)
 #   make bench-cli  time qnpolicy check and show --json against xmllint (hyperfine)
 #   make format  clang-format every tracked C++ file in place
 #   make lint    check the formatting and run clang-tidy over the library and the tool
@@ -52,11 +52,12 @@ coverage: deps
 mutation: deps
 	bash scripts/mutation-check.sh
 
-bench: deps
+bench: build
 	cmake --preset bench
 	cmake --build --preset bench
 	./build-bench/bench/policy_bench
 	./build-bench/bench/policy_bench --memory
+	bash scripts/bench-hostile-check.sh build/tools/qnpolicy/qnpolicy
 	bash scripts/bench-instructions.sh build-bench/bench/policy_bench
 
 format:

@@ -4,18 +4,20 @@
 set -euo pipefail
 
 PACKAGES=(
-    # build
-    cmake g++ make pkg-config
+    # build (build-essential is what dpkg-buildpackage checks for; git lists the tracked files
+    # for the package build and is what ansible-test runs on)
+    build-essential cmake g++ make pkg-config git
     # library
     libexpat1-dev
-    # tests and benchmarks
-    libgtest-dev libgmock-dev libbenchmark-dev
+    # tests and benchmarks (strace: what generate creates, and killing it at each system call)
+    libgtest-dev libgmock-dev libbenchmark-dev strace
     # command-line tool
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
-    # make format and make lint; instruction counts of make bench
-    clang-format clang-tidy valgrind
+    # make format and make lint; instruction counts, times and peak memory of make bench and
+    # make bench-cli
+    clang-format clang-tidy valgrind hyperfine time
     # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
     ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked

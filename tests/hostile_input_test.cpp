@@ -21,6 +21,9 @@
 
 #include "PolicyDocumentFixture.h"
 #include "XmlParser.h"
+#if defined(QN_WITH_LINTER)
+#include "lint/PolicyLinter.h"
+#endif
 
 namespace {
 
@@ -316,5 +319,45 @@ TEST_F(HostileInput, FullPolicyLoadsExactlyWhatItsBytesStateWhateverTheEncodingO
                   bLoaded ? reference : qntest::summarize(reader.GetLocalPolicyInfo()));
     }
 }
+
+#if defined(QN_WITH_LINTER)
+// Checking a hostile file is bounded like loading one: 20 MB of misspelt elements, or of one
+// setting repeated with a text the client takes as false, is linted within the time and memory
+// bounds of the size attacks, keeping the first hundred findings of a kind and counting the
+// rest, so that the report stays small.
+TEST_F(HostileInput, CheckingAHostileFileIsBoundedInTimeMemoryAndFindings) {
+    constexpr size_t kElements = 873000 / kScale;
+    const std::pair<std::string, unsigned long> documents[] = {
+        {"<FipMode>true</FipMode>\n", kElements},            // unknown-element each
+        {"<FipsMode>TRUE</FipsMode>\n", 2 * kElements - 1},  // non-boolean; duplicate after one
+    };
+    for (const auto& [piece, findings] : documents) {
+        SCOPED_TRACE(piece);
+        {
+            std::ofstream out(policyPath(), std::ios::binary | std::ios::trunc);
+            out << "<QuillnetLocalPolicy>\n";
+            for (size_t i = 0; i < kElements; ++i) {
+                out << piece;
+            }
+            out << "</QuillnetLocalPolicy>\n";
+        }
+        inChild(64 << 10, kTime, [&, findings = findings] {
+            const qnpolicy::tool::LintResult result = qnpolicy::tool::LintPolicyFile(policyPath());
+            EXPECT_TRUE(result.bReadable);
+            EXPECT_EQ(result.Count(), findings);
+            size_t bytes = 0;
+            std::map<std::string, size_t> kept;
+            for (const qnpolicy::tool::LintFinding& finding : result.findings) {
+                bytes += finding.message.size();
+                ++kept[finding.kind];
+            }
+            for (const auto& [kind, count] : kept) {
+                EXPECT_LE(count, qnpolicy::tool::kMaxFindingsPerKind) << kind;
+            }
+            EXPECT_LT(bytes, size_t{1} << 20);
+        });
+    }
+}
+#endif
 
 }  // namespace

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# qnpolicy generate --overwrite creates nothing outside the install directory it writes: no
+# system call of the run creates, links or renames anything elsewhere (strace), and a SIGKILL
+# at each system call of the run in turn leaves nothing elsewhere either (the temporary
+# directory the tool is given stays empty) and leaves the policy file whole: the old document
+# or the new one.
+#   generate_stays_in_its_directory_test.sh QNPOLICY
+set -uo pipefail
+tool=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+dir="$work/install"
+tmp="$work/tmp"
+mkdir "$dir" "$tmp"
+args=(generate --overwrite --install-dir "$dir" fm=true bd=true 'upal=gw1;gw2')
+failures=0
+fail() {
+    echo "FAIL: $*"
+    failures=$((failures + 1))
+}
+run() {
+    TMPDIR=$tmp HOME=$tmp "$@" >/dev/null 2>&1
+}
+
+# The old document, and the new one as the tool writes it.
+run "$tool" generate --install-dir "$dir" fm=false || fail "the first generate failed"
+old=$(cat "$dir/QuillnetLocalPolicy.xml")
+new=$(TMPDIR=$tmp "$tool" "${args[@]/--overwrite/--dry-run}" 2>/dev/null)
+
+# Every call that can create an entry, with the path it names; a relative name is relative to
+# a directory's descriptor, which must be the install directory's.
+run strace -f -qq -o "$work/trace" -e trace=%file,%desc "$tool" "${args[@]}" ||
+    fail "generate under strace failed"
+fd=$(sed -nE "s|.*openat\(AT_FDCWD, \"$dir/?\", [^)]*O_DIRECTORY[^)]*\) = ([0-9]+)$|\1|p" \
+    "$work/trace" | head -n 1)
+[ -n "$fd" ] || fail "the install directory was never opened"
+while read -r call; do
+    case $call in
+        *"\"$dir"*) ;;  # inside the install directory
+        *openat\($fd,* | *linkat\(*", $fd, "* | *renameat*\($fd,*) ;;  # relative to it
+        *) fail "created outside $dir: $call" ;;
+    esac
+done < <(grep -E 'O_CREAT|O_TMPFILE|mkdir|link(at)?\(|rename|symlink' "$work/trace" |
+    grep -v 'O_RDONLY[|)]' | grep -v '= -1 ')
+
+# Each system call of the run, by name and invocation, killed in turn.
+run strace -f -qq -o "$work/calls" "$tool" "${args[@]}"
+declare -A counts=()
+while read -r name; do
+    counts[$name]=$((${counts[$name]:-0} + 1))
+done < <(sed -nE 's/^[0-9]+ +([a-z_0-9]+)\(.*/\1/p' "$work/calls")
+kills=0
+for name in "${!counts[@]}"; do
+    for ((invocation = 1; invocation <= counts[$name]; invocation++)); do
+        run "$tool" generate --overwrite --install-dir "$dir" fm=false
+        # strace dies of the signal it injects; the shell's report of that is no news.
+        { run strace -f -qq -o /dev/null -e inject="$name:signal=KILL:when=$invocation" \
+            "$tool" "${args[@]}"; } 2>/dev/null
+        kills=$((kills + 1))
+        if [ -n "$(ls -A "$tmp")" ]; then
+            fail "killed at $name #$invocation: left $(ls -A "$tmp") in the temporary directory"
+            rm -rf "${tmp:?}"/* "${tmp:?}"/.[!.]*
+        fi
+        content=$(cat "$dir/QuillnetLocalPolicy.xml")
+        if [ "$content" != "$old" ] && [ "$content" != "$new" ]; then
+            fail "killed at $name #$invocation: the policy file is neither document"
+        fi
+        leftovers=$(ls -A "$dir" | grep -v '^QuillnetLocalPolicy.xml$' | grep -v '^\.QuillnetLocalPolicy\.xml\.[0-9]*\.......$')
+        [ -z "$leftovers" ] || fail "killed at $name #$invocation: left $leftovers"
+    done
+done
+((kills > 20)) || fail "only $kills system calls were found to kill at"
+
+if ((failures > 0)); then
+    echo "generate: $failures failed"
+    exit 1
+fi
+echo "generate: nothing created outside the install directory, at any of $kills kills"
