@@ -286,8 +286,8 @@ constexpr std::array<LocalPolicyKind, 8> kKinds = {{
      ValueShape::BOOLEAN, booleanValue,
      "true excludes the stores; any other text changes nothing, so an exclusion once made "
      "stays.",
-     "an exclusion once made stays, whatever a later occurrence says.", kUnchanged, nullptr, nullptr,
-     "Boolean"},
+     "an exclusion once made stays, whatever a later occurrence says.", kUnchanged, nullptr,
+     nullptr, "Boolean"},
     {LocalPolicySettingKind::CACHING_LIST, applyCachingList, checkCachingList, ValueShape::LIST,
      cachingValue,
      "Options separated by commas, each exactly as spelled: false, Credentials, Thumbprints, "
