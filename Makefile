@@ -9,7 +9,7 @@
 #   make lint    check the formatting and run clang-tidy over the library and the tool
 
 .PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench bench-cli format lint package \
-	package-test clean
+	package-test rpm clean
 
 all: build
 
@@ -74,6 +74,11 @@ package: deps
 
 package-test: package
 	bash scripts/package-test.sh build-package
+
+# The RPM packages qnpolicy and quillnet-localpolicy-devel in build-rpm/, built with this
+# machine's rpmbuild from packaging/rpm/ and checked by rpmlint.
+rpm: deps
+	bash scripts/build-rpm.sh build-rpm
 
 # qnpolicy check and show --json against xmllint --noout at 100,000 servers (hyperfine),
 # and the peak memory of show --json against the library's load (figures in BENCHMARKS.md).
