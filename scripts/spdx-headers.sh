@@ -11,8 +11,8 @@
 #     Public License v3.0+ (see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)", in place
 #     of a notice of the same licence it has already.
 # Shell scripts and CMake files under integrations/ansible/ take GPL-3.0-or-later as well.
-# A file that names an SPDX identifier in its first five lines is left as it is, so a second
-# run changes nothing. Files without a header comment (other than C++) are left alone.
+# A file with an SPDX identifier line ("// SPDX-License-Identifier: ..." or "# SPDX-...") among
+# its first five lines is left as it is, so a second run changes nothing. Files without a header comment (other than C++) are left alone.
 #   spdx-headers.sh [--dry-run]    --dry-run: only list the files that would change
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -38,6 +38,7 @@ GPL_NOTICE = ("# GNU General Public License v3.0+ "
               "(see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)\n")
 SHELL_SHEBANG = re.compile(r"^#!\s*(/usr/bin/env\s+)?(/usr)?(/bin/)?(ba)?sh\b")
 CODING = re.compile(r"^#.*coding[:=]")
+SPDX_LINE = re.compile(r"^(//|#) ?SPDX-License-Identifier:")
 
 
 def licence(path):
@@ -60,7 +61,7 @@ def kind(path, lines):
 def with_header(path, lines):
     """The new lines of the file, or None when it is to stay as it is."""
     what = kind(path, lines)
-    if what is None or any("SPDX-License-Identifier" in line for line in lines[:5]):
+    if what is None or any(SPDX_LINE.match(line) for line in lines[:5]):
         return None
     spdx = "SPDX-License-Identifier: " + licence(path) + "\n"
     if what == "c++":
