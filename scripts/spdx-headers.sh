@@ -27,6 +27,8 @@ case "${1:-}" in
 esac
 
 cd "$root"
+# One command up to the exit: bash has read all of it before the script, a tracked shell
+# script itself, gets its identifier line.
 git ls-files -z | DRY_RUN=$dry_run /usr/bin/python3 -c '
 import os
 import re
@@ -103,4 +105,4 @@ for path in sys.stdin.buffer.read().decode().split("\0"):
             target.writelines(new)
 print("spdx-headers: %d files %s" % (changed, "would change" if dry_run else "changed"),
       file=sys.stderr)
-'
+'; exit
