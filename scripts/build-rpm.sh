@@ -4,21 +4,21 @@
 # would add (what a clean clone with these changes holds, as build-packages.sh does for the
 # Debian packages). rpmbuild runs with --nodeps: the build dependencies are Debian packages,
 # which the RPM database does not know. The packages land in OUT_DIR (default build-rpm/),
-# then rpmlint checks the spec and both packages with packaging/rpm/rpmlint.toml: any error
+# then rpmlint checks the recipe and both packages with packaging/rpm/rpmlint.toml: any error
 # fails. Packages that pass get the digest of their tree beside them (tree.sha256).
 #   build-rpm.sh [OUT_DIR]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$(realpath -m "${1:-$root/build-rpm}")
-spec="$root/packaging/rpm/quillnet-localpolicy.spec"
+recipe="$root/packaging/rpm/quillnet-localpolicy.spec"
 
-# One version everywhere: the spec's must be the CMake project's and debian/changelog's.
-name=$(rpmspec -q --srpm --qf '%{NAME}' "$spec")
-version=$(rpmspec -q --srpm --qf '%{VERSION}' "$spec")
+# One version everywhere: the RPM recipe's must be the CMake project's and debian/changelog's.
+name=$(rpmspec -q --srpm --qf '%{NAME}' "$recipe")
+version=$(rpmspec -q --srpm --qf '%{VERSION}' "$recipe")
 cmake_version=$(sed -n 's/^project([A-Za-z]* VERSION \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")
 debian_version=$(dpkg-parsechangelog -l "$root/debian/changelog" -S Version)
 if [ "$version" != "$cmake_version" ] || [ "$version" != "$debian_version" ]; then
-    echo "build-rpm: the spec's version $version differs from CMakeLists.txt ($cmake_version)" \
+    echo "build-rpm: the RPM recipe's version $version differs from CMakeLists.txt ($cmake_version)" \
         "or debian/changelog ($debian_version)" >&2
     exit 1
 fi
@@ -63,10 +63,10 @@ rpmbuild -bb --nodeps \
     --define "_build_name_fmt %%{NAME}-%%{VERSION}-%%{RELEASE}.%%{ARCH}.rpm" \
     --define "build_cxxflags $build_cxxflags" \
     --define "build_ldflags $build_ldflags" \
-    "$spec"
+    "$recipe"
 
 echo "packages in $out:"
 ls -l "$out"/*.rpm
-rpmlint -c "$root/packaging/rpm/rpmlint.toml" "$spec" "$out"/*.rpm
+rpmlint -c "$root/packaging/rpm/rpmlint.toml" "$recipe" "$out"/*.rpm
 # Checked packages of this tree (rpm-test.sh compares them with the Debian packages of the same).
 echo "$digest" > "$out/tree.sha256"

@@ -23,9 +23,9 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 rpm_dir=$(realpath -m "${1:-$root/build-rpm}")
 deb_dir=$(realpath -m "${2:-$root/build-package}")
-spec="$root/packaging/rpm/quillnet-localpolicy.spec"
-version=$(rpmspec -q --srpm --qf '%{VERSION}' "$spec")
-release=$(rpmspec -q --srpm --qf '%{RELEASE}' "$spec")
+recipe="$root/packaging/rpm/quillnet-localpolicy.spec"
+version=$(rpmspec -q --srpm --qf '%{VERSION}' "$recipe")
+release=$(rpmspec -q --srpm --qf '%{RELEASE}' "$recipe")
 # RPM package, its Debian counterpart.
 pairs=("qnpolicy qnpolicy" "quillnet-localpolicy-devel libquillnet-localpolicy-dev")
 failures=0
