@@ -9,7 +9,7 @@
 #   make lint    check the formatting and run clang-tidy over the library and the tool
 
 .PHONY: all deps build run test asan-test tsan-test fuzz coverage mutation bench bench-cli format lint package \
-	package-test clean
+	package-test rpm rpm-test clean
 
 all: build
 
@@ -75,6 +75,16 @@ package: deps
 
 package-test: package
 	bash scripts/package-test.sh build-package
+
+# The RPM packages qnpolicy and quillnet-localpolicy-devel in build-rpm/, built with this
+# machine's rpmbuild from packaging/rpm/ and checked by rpmlint; rpm-test compares them with
+# the Debian packages of build-package/ (built first if they are not of this tree), installs
+# them into a scratch root, uses them there and removes them again (root).
+rpm: deps
+	bash scripts/build-rpm.sh build-rpm
+
+rpm-test: rpm
+	bash scripts/rpm-test.sh build-rpm build-package
 
 # qnpolicy check and show --json against xmllint --noout at 100,000 servers (hyperfine),
 # and the peak memory of show --json against the library's load (figures in BENCHMARKS.md).

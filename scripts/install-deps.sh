@@ -26,6 +26,8 @@ PACKAGES=(
     scdoc man-db libxml2-utils bash-completion
     # Debian packages (make package) and their XML catalog entry
     dpkg-dev debhelper lintian xml-core
+    # RPM packages (make rpm): rpmbuild and rpm, and rpmlint
+    rpm rpmlint
 )
 
 missing=()
