@@ -9,8 +9,9 @@ PACKAGES=(
     build-essential cmake g++ make pkg-config git
     # library
     libexpat1-dev
-    # tests and benchmarks (strace: what generate creates, and killing it at each system call)
-    libgtest-dev libgmock-dev libbenchmark-dev strace
+    # tests and benchmarks (strace: what generate creates, and killing it at each system call;
+    # python3-jsonschema: every JSON object the tool prints against its published schema)
+    libgtest-dev libgmock-dev libbenchmark-dev strace python3-jsonschema
     # command-line tool
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage

@@ -37,7 +37,7 @@ M = [
  ("gen-empty", "vpn/Common/Xml/LocalPolicyDocument.cpp", "if (argument.value.empty()) {", "if (false) {"),
  ("gen-dup", "vpn/Common/Xml/LocalPolicyDocument.cpp", "if (!used.second) {", "if (false) {"),
  ("gen-overwrite", "vpn/Common/Xml/XmlLocalQNPolMgrDocument.cpp", "if (!overwrite && LocalPolicyFileExists()) {", "if (!overwrite) {"),
- ("gen-emptyserver", "vpn/Common/Xml/LocalPolicyDocument.cpp", "if (tstrServerValue.empty()) {", "if (false) {"),
+ ("gen-emptyserver", "vpn/Common/Xml/LocalPolicyDocument.cpp", "if (!tstrServerValue.empty()) {", "if (true) {"),
  ("gen-version", "vpn/Common/Xml/LocalPolicyDocument.cpp", "    rootAttrs.emplace_back(kVersionAttribute, kClientVersion);\n", ""),
  ("gen-msg", "vpn/Common/Xml/XmlLocalQNPolMgrDocument.cpp", "\"%s is not an allowed value for policy %s\"", "\"%s is not allowed for policy %s\""),
  ("voc-order", "vpn/Common/Xml/LocalPolicySettings.cpp", "\"ecc\",\n         {\"true\", \"false\"},", "\"ecc\",\n         {\"false\", \"true\"},"),

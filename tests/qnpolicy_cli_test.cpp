@@ -1,7 +1,8 @@
 // qnpolicy end to end: the built binary is run as an installer script, an administrator and a
 // configuration-management run would run it, and its exit status, standard output (text and
-// JSON) and standard error are checked. The linter's findings, kinds and lines, are checked
-// here as `check --json` reports them.
+// JSON) and standard error are checked. Every JSON object a run prints is validated, at the end
+// of the suite, against the JSON Schema the build publishes for its subcommand; the README's
+// table of exit codes is provoked cell by cell.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -12,6 +13,9 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,6 +26,15 @@
 namespace {
 
 using Json = nlohmann::json;
+
+constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
+const char* const kSubcommands[] = {"generate", "show", "check", "vocabulary", "schema"};
+
+// Every output of a run with --json, by subcommand, validated when the suite ends.
+std::vector<std::pair<std::string, std::string>>& jsonOutputs() {
+    static std::vector<std::pair<std::string, std::string>> outputs;
+    return outputs;
+}
 
 // One run of the tool through the shell: "$Q" stands for the binary in words, which are run
 // as they are when they mention it or bRaw is given, else after it. Exit status, standard
@@ -37,6 +50,20 @@ struct ToolRun {
         status = WEXITSTATUS(std::system(shell.c_str()));
         out = qntest::readFile(capture.path() + "o");
         err = qntest::readFile(capture.path() + "e");
+        std::istringstream split(words);
+        bool bJson = false;
+        std::string subcommand;
+        for (std::string word; split >> word;) {
+            bJson = bJson || word == "--json";
+            for (const char* name : kSubcommands) {
+                subcommand = subcommand.empty() && word == name ? name : subcommand;
+            }
+        }
+        // schema prints no JSON object: its --json is refused.
+        if (bJson && !subcommand.empty() && subcommand != "schema" &&
+            words.find(">/dev/full") == std::string::npos && words.find('|') == std::string::npos) {
+            jsonOutputs().emplace_back(subcommand, out);
+        }
     }
     bool has(const std::string& part) const { return (out + err).find(part) != std::string::npos; }
     Json json() const { return Json::parse(out); }
@@ -52,6 +79,46 @@ struct ToolRun {
     std::string out;
     std::string err;
 };
+
+// When the suite ends: every JSON output is exactly one object, valid against its
+// subcommand's published schema. One Python process checks them all.
+class JsonOutputsAreValid : public ::testing::Environment {
+  public:
+    void TearDown() override {
+        const qntest::TempDir dir;
+        std::string list;
+        for (size_t i = 0; i < jsonOutputs().size(); ++i) {
+            const auto& [subcommand, output] = jsonOutputs()[i];
+            list += subcommand + " " + dir.write(std::to_string(i) + ".json", output) + "\n";
+        }
+        dir.write("list", list);
+        const std::string script = dir.write("validate.py", R"(
+import json, sys
+from jsonschema import Draft202012Validator
+schemas, failures = {}, 0
+for line in open(sys.argv[2]):
+    subcommand, path = line.split()
+    if subcommand not in schemas:
+        schema = json.load(open('%s/qnpolicy-%s.schema.json' % (sys.argv[1], subcommand)))
+        Draft202012Validator.check_schema(schema)
+        schemas[subcommand] = Draft202012Validator(schema)
+    text = open(path).read()
+    try:
+        document = json.loads(text)
+    except ValueError as error:
+        print('%s: not one JSON document: %s' % (subcommand, error)); failures += 1; continue
+    for error in schemas[subcommand].iter_errors(document):
+        print('%s: %s at %s in %s' % (subcommand, error.message, list(error.path), text[:300]))
+        failures += 1
+print('%d outputs, %d failures' % (len(open(sys.argv[2]).readlines()), failures))
+sys.exit(1 if failures else 0)
+)");
+        const ToolRun run(
+            "/usr/bin/python3 " + script + " " QN_JSON_SCHEMA_DIR " " + dir.path() + "list", true);
+        EXPECT_EQ(run.status, 0) << run.out << run.err;
+    }
+};
+const auto* const kJsonValidation = ::testing::AddGlobalTestEnvironment(new JsonOutputsAreValid());
 
 // The kinds of a JSON list of findings or skipped arguments, space-separated, with
 // ":argument" where one is given.
@@ -76,12 +143,124 @@ bool exists(const std::string& path) {
     return ::access(path.c_str(), F_OK) == 0;
 }
 
-constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
+// The README's table of exit codes: each numbered cell is provoked by the scenario below for
+// its condition and subcommand, and every scenario has its cell. $D is a safe install
+// directory holding a clean policy file, $U an unsafe one (mode 0777), $F a flawed policy
+// file, $B one that is not well-formed, $N a path where nothing is.
+TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcommand) {
+    const std::map<std::pair<std::string, std::string>, std::string> scenarios = {
+        {{"success", "generate"}, "generate --overwrite fm=true --install-dir $D"},
+        {{"success", "show"}, "show --install-dir $D"},
+        {{"success", "check"}, "check --ignore file-owner $D/" + std::string(kPolicyFile)},
+        {{"success", "vocabulary"}, "vocabulary"},
+        {{"success", "schema"}, "schema --json-schema check"},
+        {{"findings", "generate"}, "generate --diff --overwrite fm=false --install-dir $D"},
+        {{"findings", "check"}, "check --ignore file-owner $F"},
+        {{"no such file", "show"}, "show $N"},
+        {{"no such file", "check"}, "check $N"},
+        {{"no such install directory", "generate"}, "generate fm=true --install-dir $N"},
+        {{"no such install directory", "show"}, "show --install-dir $F"},
+        {{"no such install directory", "check"}, "check --install-dir $N"},
+        // Root reads any file: the tool runs as nobody to meet one it cannot read.
+        {{"a file exists but cannot be read", "generate"},
+         "setpriv --reuid=65534 --regid=65534 --clear-groups $Q generate --overwrite fm=true "
+         "--install-dir $R"},
+        {{"a file exists but cannot be read", "show"}, "show $B"},
+        {{"a file exists but cannot be read", "check"}, "check $B"},
+        {{"refused input", "generate"}, "generate fmm=true --install-dir $D"},
+        {{"usage error", "generate"}, "generate --install-dir $D"},
+        {{"usage error", "show"}, "show $F $B"},
+        {{"usage error", "check"}, "check --ignore file-owners $F"},
+        {{"usage error", "vocabulary"}, "--install-dir $D vocabulary"},
+        {{"usage error", "schema"}, "schema --json"},
+        {{"the policy file cannot be created", "generate"}, "generate fm=true --install-dir $U"},
+        {{"I/O error", "generate"}, "generate --dry-run fm=true --install-dir $D >/dev/full"},
+        {{"I/O error", "show"}, "show --install-dir $D >/dev/full"},
+        {{"I/O error", "check"}, "check --ignore file-owner $F >/dev/full"},
+        {{"I/O error", "vocabulary"}, "vocabulary >/dev/full"},
+        {{"I/O error", "schema"}, "schema >/dev/full"},
+    };
+    qntest::TempDir dir;
+    const std::string safe = dir.path() + "safe";
+    const std::string unsafe = dir.path() + "unsafe";
+    const std::string unreadable = dir.path() + "unreadable";
+    for (const std::string& made : {safe, unsafe, unreadable}) {
+        ASSERT_EQ(::mkdir(made.c_str(), 0755), 0);
+    }
+    ASSERT_EQ(::chmod(unsafe.c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);  // nobody may pass through it
+    ASSERT_EQ(ToolRun("generate fm=true --install-dir " + safe).status, 0);
+    ASSERT_EQ(ToolRun("generate fm=true --install-dir " + unreadable).status, 0);
+    ASSERT_EQ(::chmod((unreadable + "/" + kPolicyFile).c_str(), 0), 0);
+    const std::string flawed = dir.write("flawed.xml", qntest::readFile(QN_FLAWED_SAMPLE));
+    const std::string broken = dir.write("broken.xml", "<QuillnetLocalPolicy>");
+    const std::map<std::string, std::string> paths = {
+        {"$D", safe},   {"$U", unsafe}, {"$R", unreadable},
+        {"$F", flawed}, {"$B", broken}, {"$N", dir.path() + "none"}};
+
+    std::ifstream readme(QN_README);
+    std::string line;
+    std::vector<std::string> columns;
+    size_t cells = 0;
+    std::set<std::pair<std::string, std::string>> provoked;
+    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){5})$)");
+    bool bInTable = false;
+    while (std::getline(readme, line)) {
+        std::smatch match;
+        if (!std::regex_match(line, match, row)) {
+            if (bInTable && line.rfind("|---", 0) != 0) {
+                break;  // the table has ended
+            }
+            continue;
+        }
+        bInTable = bInTable || match[1] == "condition";
+        if (!bInTable) {
+            continue;
+        }
+        std::vector<std::string> fields;
+        std::istringstream split(match[2].str());
+        for (std::string field; std::getline(split, field, '|');) {
+            if (field.size() > 2) {
+                fields.push_back(field.substr(1, field.size() - 2));
+            }
+        }
+        if (match[1] == "condition") {
+            columns = fields;
+            continue;
+        }
+        ASSERT_EQ(columns.size(), 5U) << "the table's header comes first";
+        for (size_t column = 0; column < fields.size(); ++column) {
+            if (fields[column] == "-") {
+                continue;
+            }
+            std::string key;
+            for (const auto& scenario : scenarios) {
+                if (scenario.first.second == columns[column] &&
+                    match[1].str().find(scenario.first.first) != std::string::npos) {
+                    key = scenario.first.first;
+                }
+            }
+            ASSERT_FALSE(key.empty()) << "no scenario for " << match[1] << " / " << columns[column];
+            std::string words = scenarios.at({key, columns[column]});
+            for (const auto& [name, path] : paths) {
+                for (size_t at = words.find(name); at != std::string::npos; at = words.find(name)) {
+                    words.replace(at, name.size(), path);
+                }
+            }
+            const ToolRun run(words);
+            EXPECT_EQ(std::to_string(run.status), fields[column]) << words << "\n" << run.err;
+            provoked.insert({key, columns[column]});
+            ++cells;
+        }
+    }
+    EXPECT_EQ(provoked.size(), scenarios.size()) << "a scenario without its cell in the README";
+    EXPECT_EQ(cells, scenarios.size());
+}
 
 // Usage errors (64) print only on standard error and say what was wrong; --help ends with the
-// exit-code table; shared options go on either side of the subcommand; a missing install
-// directory is 66.
-TEST(QnpolicyTool, DispatchesEachCommandLineToItsExitCodeWithAReason) {
+// exit-code table; shared options go on either side of the subcommand, and a subcommand
+// refuses those it does not take; with --json a failure after parsing is one JSON object.
+TEST(QnpolicyTool, DispatchesEachCommandLineWithAReason) {
     qntest::TempDir dir;
     const std::string file = dir.write("plain", "x");
     const std::string d = " --install-dir " + dir.path();
@@ -95,15 +274,18 @@ TEST(QnpolicyTool, DispatchesEachCommandLineToItsExitCodeWithAReason) {
         {"show --colour", 64, "--colour"},
         {"show --install-dir ''", 64, "must not be empty"},
         {"generate" + d, 64, "no arguments"},
+        {"generate --all-defaults fm=true" + d, 64, "--all-defaults takes no ABBREV=VALUE"},
         {"generate --dry-run --diff fm=true" + d, 64, "excludes"},
         {"check --ignore file-owners", 64, "did you mean file-owner?"},
         {"--quiet -v vocabulary", 64, "excludes"},
+        {"vocabulary --install-dir /tmp", 64, "--install-dir"},
+        {"--install-dir /tmp vocabulary", 64, "--install-dir does not apply to vocabulary"},
+        {"--json schema", 64, "--json does not apply to schema"},
+        {"schema --json-schema schema", 64, "schema"},
         {d + " show --json", 0, "\"exists\": false"},
-        {"show --json" + d, 0, "\"exists\": false"},
+        {"show --json" + d, 0, "\"result\": \"defaults\""},
         {"show --install-dir /opt/quilnet", 66, "\"/opt/quilnet\": no such directory"},
         {"show --install-dir " + file, 66, "no such directory (not a directory)"},
-        {"check --install-dir /opt/quilnet", 66, "no such directory"},
-        {"generate fm=true --install-dir /opt/quilnet", 66, "no such directory"},
         {"show " + dir.path() + "none.xml", 66, "none.xml\": no such file"},
     };
     for (const auto& [words, status, part] : cases) {
@@ -115,10 +297,20 @@ TEST(QnpolicyTool, DispatchesEachCommandLineToItsExitCodeWithAReason) {
         }
     }
     EXPECT_EQ(ToolRun("--version").out, "qnpolicy 5.1.8.105\n");
-    EXPECT_EQ(ToolRun("check" + d).status, 2);  // an existing directory without the file
+    for (const std::string& words : std::vector<std::string>{
+             "generate --json" + d, "--json generate --install-dir /opt/quilnet fm=true",
+             "show --json " + dir.path() + "none.xml", "check --json " + dir.path() + "none.xml"}) {
+        const ToolRun run(words);
+        EXPECT_TRUE(run.json().at("formatVersion") == 1) << words;
+        EXPECT_NE(run.status, 0) << words;
+    }
+    EXPECT_EQ(ToolRun("generate --json" + d).json().at("error").at("kind"), "usage");
+    EXPECT_EQ(ToolRun("--json generate --install-dir /nodir fm=true").json().at("error").at("kind"),
+              "no-such-directory");
 }
 
-// vocabulary: every row in abbreviation order, each with its meaning and default.
+// vocabulary: every row in abbreviation order, each with its meaning, default, the values it
+// accepts and those generate writes (the client's spelling of the tunnel values).
 TEST(QnpolicyTool, VocabularyListsEveryRowWithItsMeaning) {
     const Json vocabulary = ToolRun("vocabulary --json").json();
     EXPECT_EQ(vocabulary.at("formatVersion"), 1);
@@ -130,8 +322,10 @@ TEST(QnpolicyTool, VocabularyListsEveryRowWithItsMeaning) {
     }
     EXPECT_EQ(rows[15].at("abbreviation"), "rtp");
     EXPECT_EQ(rows[15].at("allowedValues"), Json({"false", "TLS", "IPSec"}));
+    EXPECT_EQ(rows[15].at("writtenValues"), Json({"false", "tls", "ipsec"}));
     EXPECT_EQ(rows[27].at("default"), "true");  // upsu: updates from any server by default
     EXPECT_TRUE(ToolRun("vocabulary").has("\necc    EnableCRLCheck"));
+    EXPECT_TRUE(ToolRun("vocabulary").has("false, tls, ipsec\n"));
 }
 
 // generate fails closed: each unusable argument and each finding of the would-be document
@@ -145,12 +339,12 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
          "unknown-abbreviation:fmm=true unknown-abbreviation:FM=TRUE value-not-allowed:sct=yes",
          ""},
         {"ecc= upal=", "empty-value:ecc= empty-value:upal=", ""},
+        {"'upal=;' 'upal=, ;'", "empty-value:upal=; duplicate-argument:upal=, ;", ""},
         {"fm=true fm=false", "duplicate-argument:fm=false", ""},
         {"rpc=credentials,Thumbprints", "",
          "unknown-caching-token:rpc=credentials,Thumbprints "
          "ignored-caching-token:rpc=credentials,Thumbprints"},
         {"'upal=a; gw2.example.com ' fm=true", "", "padded-server-name:upal=a; gw2.example.com "},
-        {"rtp=tls", "", "tunnel-value-not-applied:rtp=tls"},
     };
     for (const auto& [args, skipped, findings] : cases) {
         const ToolRun run("generate " + args + d);
@@ -172,16 +366,89 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
     const ToolRun binary("generate \"$(printf 'x\\001=\\377')\"" + d);
     EXPECT_EQ(binary.json().at("skipped").at(0).at("argument"), "x\x01=\xEF\xBF\xBD");
 
-    const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC" + d);
+    // --lenient is the installer's behaviour: the library's spelling of the tunnel value,
+    // which the client does not apply, with a warning.
+    const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC 'upal=;'" + d);
     EXPECT_EQ(lenient.status, 0);
     EXPECT_EQ(lenient.json().at("result"), "written");
+    EXPECT_EQ(kindsOf(lenient.json().at("skipped")),
+              "unknown-abbreviation:fmm=true empty-value:upal=;");
     EXPECT_EQ(kindsOf(lenient.json().at("findings")), "tunnel-value-not-applied:rtp=IPSEC");
-    EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("FipsMode"), true);
+    const Json shown = ToolRun("show --json" + d).json();
+    EXPECT_EQ(shown.at("settings").at("FipsMode"), true);
+    EXPECT_EQ(shown.at("settings").at("RestrictTunnelProtocols"), "false");
+}
+
+// Every setting can be deployed: the tunnel restriction in any case the vocabulary accepts is
+// written in the spelling the client applies, and show reports it in force.
+TEST(QnpolicyTool, GenerateWritesTheTunnelRestrictionTheClientApplies) {
+    qntest::TempDir dir;
+    const std::string d = " --install-dir " + dir.path();
+    for (const auto& [value, applied] :
+         std::vector<std::pair<std::string, std::string>>{{"tls", "tls"},
+                                                          {"TLS", "tls"},
+                                                          {"IPSec", "ipsec"},
+                                                          {"ipsec", "ipsec"},
+                                                          {"FALSE", "false"}}) {
+        const ToolRun run("generate --json --overwrite rtp=" + value + d);
+        EXPECT_EQ(run.status, 0) << value << run.err;
+        EXPECT_EQ(kindsOf(run.json().at("findings")), "") << value;
+        EXPECT_NE(qntest::readFile(dir.path() + kPolicyFile)
+                      .find("<RestrictTunnelProtocols>" + applied + "</RestrictTunnelProtocols>"),
+                  std::string::npos)
+            << value;
+        EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("RestrictTunnelProtocols"),
+                  applied);
+    }
+}
+
+// A file that is written or confirmed ends owned by the user running the tool (root here) with
+// mode 0644; one with another owner or mode is repaired and the repair reported (--dry-run
+// says what it would repair). Nothing is written into a directory others can change, unless
+// --allow-unsafe-directory.
+TEST(QnpolicyTool, GenerateLeavesASafeFileAndRefusesAnUnsafeDirectory) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to give files away";
+    }
+    qntest::TempDir dir;
+    const std::string path = dir.path() + kPolicyFile;
+    const std::string d = " --install-dir " + dir.path();
+    ASSERT_EQ(ToolRun("generate fm=true" + d).status, 0);
+    ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
+
+    const ToolRun dryRun("generate --json --dry-run --overwrite fm=true" + d);
+    EXPECT_EQ(dryRun.json().at("result"), "repaired");
+    EXPECT_EQ(statOf(path).st_uid, 65534U);
+    const ToolRun repaired("generate --json --overwrite fm=true" + d);
+    EXPECT_EQ(repaired.status, 0);
+    EXPECT_EQ(repaired.json().at("result"), "repaired");
+    EXPECT_EQ(repaired.json().at("repaired"),
+              Json::parse(R"([{"attribute": "owner", "was": "65534", "now": "0"},
+                              {"attribute": "mode", "was": "0666", "now": "0644"}])"));
+    EXPECT_EQ(statOf(path).st_uid, 0U);
+    EXPECT_EQ(statOf(path).st_mode & 07777, 0644U);
+    EXPECT_EQ(ToolRun("generate --json --overwrite fm=true" + d).json().at("result"), "unchanged");
+    EXPECT_TRUE(ToolRun("generate --overwrite fm=true" + d).has("left untouched"));
+
+    const std::string open = dir.path() + "open/";
+    ASSERT_EQ(::mkdir(open.c_str(), 0777), 0);
+    ASSERT_EQ(::chmod(open.c_str(), 0777), 0);
+    const ToolRun refused("generate --json fm=true --install-dir " + open);
+    EXPECT_EQ(refused.status, 73);
+    EXPECT_EQ(refused.json().at("error").at("kind"), "unsafe-directory");
+    EXPECT_NE(
+        refused.err.find("The directory " + open.substr(0, open.size() - 1) + "'s mode is 0777"),
+        std::string::npos)
+        << refused.err;
+    EXPECT_FALSE(exists(open + kPolicyFile));
+    EXPECT_EQ(ToolRun("generate --allow-unsafe-directory fm=true --install-dir " + open).status, 0);
+    EXPECT_TRUE(exists(open + kPolicyFile));
 }
 
 // What generate writes, show reads back and check finds clean: each on/off setting under its
 // element name (a flag is on in the runs of the set bits of its row, so no two rows can swap
-// unseen), the exclude mask, the caching options and the servers.
+// unseen), the exclude mask, what the caching options restrict and the servers.
 TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
     qntest::TempDir dir;
     // Without its trailing separator, which the tool adds.
@@ -202,13 +469,19 @@ TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
             EXPECT_EQ(shown.at("settings").at(flag.element), (expected.*flag.get)()) << bit;
         }
         EXPECT_EQ(shown.at("excludeCertStoreMask"), "0x000000C3");
-        EXPECT_EQ(shown.at("settings").at("RestrictPreferenceCaching"),
-                  Json({"false", "Credentials", "All"}));
+        EXPECT_EQ(shown.at("settings").at("RestrictPreferenceCaching"), "Credentials,All");
+        EXPECT_EQ(shown.at("cachingOptions"), Json({"false", "Credentials", "All"}));
         EXPECT_EQ(shown.at("settings").at("AuthorizedServerList"), Json({"gw1", "gw2"}));
         EXPECT_FALSE(shown.at("descriptions").at("FipsMode").get<std::string>().empty());
         EXPECT_EQ(ToolRun("check" + install).status, 0);
     }
     EXPECT_TRUE(ToolRun("show" + install).has("\n      \"gw1\"\n"));
+    // --all-defaults writes a document that sets nothing.
+    ASSERT_EQ(ToolRun("generate --overwrite --all-defaults" + install).status, 0);
+    const Json defaults = ToolRun("show --json" + install).json();
+    EXPECT_EQ(defaults.at("settings").at("RestrictPreferenceCaching"), "none");
+    EXPECT_EQ(defaults.at("settings").at("AllowSoftwareUpdatesFromAnyServer"), true);
+    EXPECT_EQ(qntest::readFile(dir.path() + kPolicyFile).find("<FipsMode"), std::string::npos);
 }
 
 // Idempotence, dry run and diff: a file that already holds the document is left untouched
@@ -253,9 +526,9 @@ TEST(QnpolicyTool, GenerateLeavesTheFileUntouchedUnlessItWritesADifferentDocumen
                     .has("\n-    <FipsMode>true</FipsMode>\n+    <FipsMode>false</FipsMode>\n"));
 }
 
-// show FILE reads a file elsewhere as the client would; a failed load still prints one JSON
-// object, with the parser's reason and position, and exits 1.
-TEST(QnpolicyTool, ShowReportsAFailedLoadInItsJson) {
+// show FILE and show - read a document elsewhere as the client would; a failed load still
+// prints one JSON object, with the parser's reason and position, and exits 2.
+TEST(QnpolicyTool, ShowReadsAnyDocumentAndReportsAFailedLoad) {
     qntest::TempDir dir;
     const std::vector<std::tuple<std::string, std::string, unsigned long>> cases = {
         {"<QuillnetLocalPolicy><FipsMode>true</Fips", "unclosed token", 1},
@@ -265,30 +538,38 @@ TEST(QnpolicyTool, ShowReportsAFailedLoadInItsJson) {
     for (const auto& [content, message, line] : cases) {
         const std::string file = dir.write("elsewhere.xml", content);
         const ToolRun run("show --json " + file);
-        EXPECT_EQ(run.status, 1) << content;
+        EXPECT_EQ(run.status, 2) << content;
         const Json shown = run.json();
         EXPECT_EQ(shown.at("loaded"), false);
         EXPECT_EQ(shown.at("policyFile"), file);
+        EXPECT_EQ(shown.at("error").at("kind"), "unreadable");
         EXPECT_NE(shown.at("error").at("message").get<std::string>().find(message),
                   std::string::npos)
             << shown;
         EXPECT_EQ(shown.at("error").at("line"), line);
         EXPECT_TRUE(run.has("qnpolicy show: cannot load " + file + ":" + std::to_string(line)));
     }
-    const std::string file = dir.write(
-        "elsewhere.xml", "<QuillnetLocalPolicy><FipsMode>true</FipsMode></QuillnetLocalPolicy>");
-    const Json shown = ToolRun("show --json " + file).json();
-    EXPECT_EQ(shown.at("loaded"), true);
-    EXPECT_EQ(shown.at("exists"), true);
-    EXPECT_EQ(shown.at("settings").at("FipsMode"), true);
-    EXPECT_EQ(shown.at("fipsModeModifiedOnDisk"), false);
-    EXPECT_FALSE(shown.at("settings").contains("FipsModeModifiedOnDisk"));
+    const std::string file =
+        dir.write("elsewhere.xml",
+                  "<QuillnetLocalPolicy><FipsMode>true</FipsMode><RestrictPreferenceCaching>"
+                  "Thumbprints,Credentials</RestrictPreferenceCaching></QuillnetLocalPolicy>");
+    for (const std::string& source : {file, std::string("- < ") + file}) {
+        const Json shown = ToolRun("show --json " + source).json();
+        EXPECT_EQ(shown.at("result"), "loaded");
+        EXPECT_EQ(shown.at("exists"), true);
+        EXPECT_EQ(shown.at("settings").at("FipsMode"), true);
+        EXPECT_EQ(shown.at("settings").at("RestrictPreferenceCaching"), "Credentials,Thumbprints");
+        EXPECT_EQ(shown.at("fipsModeModifiedOnDisk"), false);
+        EXPECT_FALSE(shown.at("settings").contains("FipsModeModifiedOnDisk"));
+    }
+    EXPECT_EQ(ToolRun("show --json - < " + file).json().at("policyFile"), "<stdin>");
+    EXPECT_TRUE(ToolRun("show " + file).has("Credentials,Thumbprints\n"));
 }
 
 // check over several files and standard input: findings print as FILE[:LINE:COLUMN]: kind:
 // message, with a severity in JSON; a file that cannot be read or parsed is reported in the
-// same form with the parser's reason, and makes the exit status 2; --ignore drops a kind; the
-// directories above a file are audited too.
+// same form with the parser's reason; the gravest condition decides the exit status; --ignore
+// drops a kind; the directories above a file are audited too.
 TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     qntest::TempDir dir;
     const std::string open = dir.path() + "open/";
@@ -301,7 +582,7 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     const std::string none = dir.path() + "none.xml";
 
     const ToolRun text("check " + flawed + " " + bad + " " + none);
-    EXPECT_EQ(text.status, 2);
+    EXPECT_EQ(text.status, 66);
     for (const std::string& line : std::vector<std::string>{
              flawed + ": file-owner: The file is owned by user id " + std::to_string(owner),
              flawed + ": file-permissions: The directory " + dir.path() + "open's mode is 0777",
@@ -310,9 +591,11 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
              bad + ":2:4: unreadable: no element found\n", none + ": unreadable: no such file\n"}) {
         EXPECT_TRUE(text.has(line)) << line << "\n" << text.out;
     }
+    EXPECT_EQ(ToolRun("check " + flawed + " " + bad).status, 2);
     const ToolRun ignoring("check --json --ignore file-owner --ignore file-permissions " + flawed);
     EXPECT_EQ(ignoring.status, 1);
     const Json ignored = ignoring.json();
+    EXPECT_EQ(ignored.at("result"), "findings");
     const Json& findings = ignored.at("files").at(0).at("findings");
     EXPECT_EQ(findings.size(), 10U);
     EXPECT_EQ(findings.at(0).at("severity"), "warning");  // newer-version
@@ -323,12 +606,16 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     const Json unreadable = stdinRun.json().at("files").at(0);
     EXPECT_EQ(unreadable.at("file"), "<stdin>");
     EXPECT_EQ(unreadable.at("readable"), false);
-    EXPECT_EQ(unreadable.at("error"),
-              Json::parse(R"({"message": "no element found", "line": 2, "column": 4})"));
-    EXPECT_EQ(ToolRun("check --json " + none).json().at("files").at(0).at("error").at("message"),
-              "no such file");
+    EXPECT_EQ(unreadable.at("error").at("kind"), "unreadable");
+    EXPECT_EQ(unreadable.at("error").at("message"), "no element found");
+    EXPECT_EQ(unreadable.at("error").at("line"), 2);
+    EXPECT_EQ(unreadable.at("error").at("column"), 4);
+    const Json missing = ToolRun("check --json " + none).json();
+    EXPECT_EQ(missing.at("result"), "no-such-file");
+    EXPECT_EQ(missing.at("files").at(0).at("error").at("message"), "no such file");
     ASSERT_EQ(ToolRun("generate fm=true --install-dir " + dir.path()).status, 0);
     EXPECT_EQ(ToolRun("check - < " + dir.path() + kPolicyFile).status, 0);
+    EXPECT_EQ(ToolRun("check --json - < " + dir.path() + kPolicyFile).json().at("result"), "clean");
 }
 
 // Output that cannot be written is an I/O error (74); a reader that goes away ends the run

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 
 namespace qndocgen {
@@ -90,7 +91,7 @@ void writeInstallerArguments(std::ostream& out) {
         abbreviations.push_back(setting.abbreviation);
         if (!setting.allowedValues.empty()) {
             out << "        " << setting.abbreviation << ") echo "
-                << wordList(setting.allowedValues) << " ;;\n";
+                << wordList(qnpolicy::WrittenValues(setting)) << " ;;\n";
         }
     }
     out << "    esac\n}\n\n"

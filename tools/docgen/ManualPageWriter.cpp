@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -134,6 +135,22 @@ std::string installerOf(const LocalPolicySettingInfo& setting) {
     std::string text = bold(setting.abbreviation + "=") + underline("VALUE") + ", ";
     if (setting.allowedValues.empty()) {
         return text + "any text, written as given";
+    }
+    const std::vector<std::string> written = qnpolicy::WrittenValues(setting);
+    if (written != setting.allowedValues) {
+        // The tool writes what the client applies; the library's own generation does not.
+        std::vector<std::string> notApplied;
+        for (size_t i = 0; i < written.size(); ++i) {
+            if (written[i] != setting.allowedValues[i]) {
+                notApplied.push_back(setting.allowedValues[i]);
+            }
+        }
+        return text + "one of " + boldList(setting.allowedValues, " or ") +
+               " (matched ignoring case). *qnpolicy generate* writes " + boldList(written, " or ") +
+               ", the spelling the client applies; an installer that calls the library, or "
+               "*qnpolicy generate --lenient*, writes the values as listed here, and the client "
+               "does not apply " +
+               boldList(notApplied, " or ");
     }
     return text + "one of " + boldList(setting.allowedValues, " or ") +
            " (matched ignoring case, written as listed)";
@@ -325,7 +342,8 @@ void WriteToolManualPage(const ToolHelp& help, const std::string& includeText, s
     out << "# DESCRIPTION\n\n"
         << escape(help.tool.description) << "\n\n"
         << "# OPTIONS\n\n"
-        << "These come before the subcommand.\n\n";
+        << "These go before or after the subcommand's name; a subcommand takes those of them "
+           "its section lists, and refuses the others.\n\n";
     writeCommandEntries(help.tool, out);
     out << "# SUBCOMMANDS\n\n";
     for (const ToolCommand& command : help.subcommands) {

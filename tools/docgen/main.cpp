@@ -4,6 +4,8 @@
 //   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
 //   qn-docgen tool-manpage INCLUDE            scdoc source of qnpolicy(1)
 //   qn-docgen bash-completion                 the bash completion of qnpolicy
+//   qn-docgen json-schemas DIR                DIR/qnpolicy-COMMAND.schema.json for each command
+//                                             with --json: the JSON Schema of its output
 //
 // The tool's page and the completion follow qnpolicy's command table. The build runs these;
 // the outputs are installed, never edited by hand.
@@ -14,6 +16,7 @@
 #include <sstream>
 #include <string>
 
+#include "CommandTable.h"
 #include "CompletionWriter.h"
 #include "ManualPageWriter.h"
 #include "SchemaWriter.h"
@@ -36,7 +39,28 @@ int run(int argc, char** argv) {
     CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
     toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
     app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    std::string schemaDirectory;
+    CLI::App* jsonSchemas =
+        app.add_subcommand("json-schemas", "The JSON Schemas of qnpolicy's --json output");
+    jsonSchemas->add_option("DIR", schemaDirectory, "Where to write them")->required();
     CLI11_PARSE(app, argc, argv);
+
+    if (jsonSchemas->parsed()) {
+        for (const qnpolicy::tool::CommandInfo& command : qnpolicy::tool::Commands()) {
+            const std::string schemaText = qnpolicy::tool::OutputSchema(command);
+            if (schemaText.empty()) {
+                continue;
+            }
+            const std::string path = schemaDirectory + "/qnpolicy-" + command.name + ".schema.json";
+            std::ofstream out(path, std::ios::binary | std::ios::trunc);
+            out << schemaText;
+            if (!out.flush()) {
+                std::cerr << "qn-docgen: cannot write " << path << '\n';
+                return kExitIoError;
+            }
+        }
+        return 0;
+    }
 
     const qndocgen::ToolHelp help = qndocgen::DescribeTool();
     if (schema->parsed()) {

@@ -1,6 +1,7 @@
 #include "CommandTable.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "QnBuildConfig.h"
 
@@ -54,25 +55,26 @@ const std::vector<CommandInfo>& Commands() {
          "written is linted first: any unusable argument or finding refuses the run (exit 65) "
          "unless --lenient is given. An existing file is kept unless --overwrite is given, and "
          "left untouched when it already holds the same document.",
-         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateGenerateCommand},
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateGenerateCommand, kGenerateResultSchema},
         {"show",
-         "Load the policy file (or FILE) as the client does and print the effective policy: the "
-         "file's path and presence, its version, every setting in catalogue order and the "
-         "authorized servers.",
-         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateShowCommand},
+         "Load the policy file (or FILE; - reads standard input) as the client does and print "
+         "the effective policy: the file's path and presence, its version, every setting in "
+         "catalogue order and the authorized servers.",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateShowCommand, kShowResultSchema},
         {"check",
          "Lint policy files (default: the install directory's; - reads standard input): report, "
          "with line and column, every place where the client will not do what a file seems to "
          "say, and unsafe ownership or permissions of the file and the directories above it.",
-         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateCheckCommand},
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateCheckCommand, kCheckResultSchema},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
-         "and meaning.",
-         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateVocabularyCommand},
+         "and meaning, and the values generate writes.",
+         COMMAND_JSON, CreateVocabularyCommand, kVocabularyResultSchema},
         {"schema",
          "Print the XML Schema of the policy file, QuillnetLocalPolicy.xsd, generated from the "
-         "settings catalogue: a file valid against it is read by the client as it reads.",
-         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateSchemaCommand},
+         "settings catalogue, or with --json-schema the JSON Schema of a subcommand's --json "
+         "output.",
+         0, CreateSchemaCommand, nullptr},
     };
     return commands;
 }
@@ -101,6 +103,55 @@ void BuildCommandLine(CommandLine& line) {
     // Left-over words of the main command are an unknown subcommand or option, reported with
     // a suggestion instead of CLI11's generic message.
     line.app.allow_extras(true);
+}
+
+namespace {
+
+// The object every command prints with --json when it fails before it has a result, and the
+// error inside it.
+constexpr char kErrorSchema[] = R"({
+    "type": "object",
+    "required": ["kind", "message"],
+    "properties": {
+        "kind": {"enum": ["usage", "no-such-file", "no-such-directory", "unreadable", "refused",
+                          "unsafe-directory", "cannot-create", "io-error", "internal"]},
+        "message": {"type": "string"},
+        "line": {"type": "integer", "minimum": 0},
+        "column": {"type": "integer", "minimum": 0},
+        "consequence": {"type": "string"}
+    },
+    "additionalProperties": false
+})";
+constexpr char kErrorDocumentSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "error"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "error": {"$ref": "#/$defs/error"},
+        "loaded": {"const": false},
+        "policyFile": {"type": "string"}
+    },
+    "additionalProperties": false
+})";
+
+}  // namespace
+
+std::string OutputSchema(const CommandInfo& command) {
+    if (command.resultSchema == nullptr) {
+        return std::string();
+    }
+    nlohmann::ordered_json schema;
+    schema["$schema"] = "https://json-schema.org/draft/2020-12/schema";
+    schema["$id"] = std::string("qnpolicy-") + command.name + ".schema.json";
+    schema["title"] = std::string("qnpolicy ") + command.name + " --json";
+    schema["description"] =
+        "The one JSON object the command prints on standard output with --json: its result, "
+        "or the error that ended the run.";
+    schema["oneOf"] = {nlohmann::ordered_json::parse(command.resultSchema),
+                       {{"$ref", "#/$defs/errorDocument"}}};
+    schema["$defs"]["errorDocument"] = nlohmann::ordered_json::parse(kErrorDocumentSchema);
+    schema["$defs"]["error"] = nlohmann::ordered_json::parse(kErrorSchema);
+    return schema.dump(2) + "\n";
 }
 
 std::string ExitCodeHelp() {

@@ -39,10 +39,24 @@ struct CommandInfo {
     const char* description;
     unsigned flags;
     std::unique_ptr<CCommand> (*create)();
+    // With COMMAND_JSON: the JSON Schema (draft 2020-12) of the object --json prints when the
+    // command has a result; the error object every command prints instead is added to it by
+    // OutputSchema.
+    const char* resultSchema;
 };
 
 // The table, in the order --help lists the commands.
 const std::vector<CommandInfo>& Commands();
+
+// The JSON Schema of what `qnpolicy COMMAND --json` prints, result or error, as installed
+// beside the policy file's XML Schema and printed by `qnpolicy schema --json-schema COMMAND`;
+// empty for a command without --json.
+std::string OutputSchema(const CommandInfo& command);
+
+extern const char kGenerateResultSchema[];
+extern const char kShowResultSchema[];
+extern const char kCheckResultSchema[];
+extern const char kVocabularyResultSchema[];
 
 std::unique_ptr<CCommand> CreateGenerateCommand();
 std::unique_ptr<CCommand> CreateShowCommand();

@@ -9,6 +9,7 @@
 
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "output/Output.h"
 
 namespace qnpolicy::tool {
 
@@ -48,6 +49,17 @@ void CToolContext::Error(const std::string& message) {
     m_err << m_prefix << message << '\n' << std::flush;
 }
 
+int CToolContext::Fail(int exitCode, const char* kind, const std::string& message) {
+    Error(message);
+    if (m_options.bJson) {
+        CJsonWriter json(m_out);
+        json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
+        json.Key("kind").String(kind).Key("message").String(message);
+        json.EndObject().EndObject().Finish();
+    }
+    return exitCode;
+}
+
 void CToolContext::Warning(const std::string& message) {
     if (!m_options.bQuiet) {
         m_err << m_prefix << "warning: " << message << '\n' << std::flush;
@@ -65,13 +77,14 @@ int CToolContext::RequireInstallDir() {
     const std::string& dir = m_options.installDir;
     if (::stat(dir.c_str(), &status) != 0) {
         const int error = errno;
-        Error("install directory " + Quoted(dir) + ": " +
-              (error == ENOENT ? std::string("no such directory") : std::strerror(error)));
-        return kExitNoInput;
+        return Fail(
+            kExitNoInput, errorkind::kNoSuchDirectory,
+            "install directory " + Quoted(dir) + ": " +
+                (error == ENOENT ? std::string("no such directory") : std::strerror(error)));
     }
     if (!S_ISDIR(status.st_mode)) {
-        Error("install directory " + Quoted(dir) + ": no such directory (not a directory)");
-        return kExitNoInput;
+        return Fail(kExitNoInput, errorkind::kNoSuchDirectory,
+                    "install directory " + Quoted(dir) + ": no such directory (not a directory)");
     }
     return kExitSuccess;
 }

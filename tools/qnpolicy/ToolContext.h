@@ -8,16 +8,16 @@
 
 namespace qnpolicy::tool {
 
-// The exit statuses of qnpolicy, shared by every subcommand and documented in --help, the
-// manual page and the README. Above 2 they are those of sysexits.h, so that scripts can tell a
-// usage error from refused data, a missing input or an I/O error.
+// The exit statuses of qnpolicy: one per condition, the same in every subcommand, documented
+// in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
+// scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff: the file differs; show: the policy could not
-// be loaded.
+// check: findings reported; generate --diff: the file differs.
 inline constexpr int kExitFindings = 1;
-// check: a file could not be read or parsed.
+// A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
-// EX_USAGE: an unknown subcommand or option, a missing or malformed argument.
+// EX_USAGE: an unknown subcommand or option, an option the subcommand does not take, a missing
+// or malformed argument.
 inline constexpr int kExitUsage = 64;
 // EX_DATAERR: generate refused its arguments; nothing was written.
 inline constexpr int kExitDataError = 65;
@@ -25,7 +25,7 @@ inline constexpr int kExitDataError = 65;
 inline constexpr int kExitNoInput = 66;
 // EX_SOFTWARE: an unexpected exception, such as running out of memory.
 inline constexpr int kExitInternal = 70;
-// EX_CANTCREAT: the policy file cannot be created in the install directory.
+// EX_CANTCREAT: the policy file cannot be created (or kept) safely in the install directory.
 inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
@@ -37,17 +37,33 @@ struct ExitCodeInfo {
 };
 inline constexpr ExitCodeInfo kExitCodes[] = {
     {kExitSuccess, "success (check: no findings; generate --diff: no difference)"},
-    {kExitFindings,
-     "check: findings were reported; generate --diff: the file differs; show: the policy could "
-     "not be loaded"},
-    {kExitUnreadable, "check: a file could not be read or parsed"},
-    {kExitUsage, "usage error: unknown subcommand or option, missing or malformed argument"},
+    {kExitFindings, "check: findings were reported; generate --diff: the file differs"},
+    {kExitUnreadable, "a file that exists cannot be read or parsed"},
+    {kExitUsage,
+     "usage error: unknown subcommand or option, an option the subcommand does not take, a "
+     "missing or malformed argument"},
     {kExitDataError, "generate: arguments refused (nothing written)"},
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
-    {kExitCannotCreate, "generate: the policy file cannot be created in the install directory"},
+    {kExitCannotCreate,
+     "generate: the policy file cannot be created, or its directory is unsafe, in the install "
+     "directory"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
 };
+
+// The stable kinds of the "error" object --json prints when a run fails before it has a
+// result, one per condition of the exit statuses above.
+namespace errorkind {
+inline constexpr char kUsage[] = "usage";
+inline constexpr char kNoSuchFile[] = "no-such-file";
+inline constexpr char kNoSuchDirectory[] = "no-such-directory";
+inline constexpr char kUnreadable[] = "unreadable";
+inline constexpr char kRefused[] = "refused";
+inline constexpr char kUnsafeDirectory[] = "unsafe-directory";
+inline constexpr char kCannotCreate[] = "cannot-create";
+inline constexpr char kIoError[] = "io-error";
+inline constexpr char kInternal[] = "internal";
+}  // namespace errorkind
 
 // The values of --log: standard error (the default) or syslog(3).
 inline constexpr char kLogSinkStderr[] = "stderr";
@@ -91,6 +107,10 @@ class CToolContext {
 
     // A failure of the run; always printed.
     void Error(const std::string& message);
+    // A failure that ends the run before it has a result: printed as Error, and with --json
+    // as the one object on standard output, {"formatVersion": 1, "error": {"kind", "message"}}.
+    // Returns exitCode.
+    int Fail(int exitCode, const char* kind, const std::string& message);
     // A warning or a note about the result; --quiet drops them.
     void Warning(const std::string& message);
     void Note(const std::string& message);

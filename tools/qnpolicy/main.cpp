@@ -79,12 +79,30 @@ int run(int argc, char** argv) {
         if (!line.app.remaining().empty()) {
             return reportUnknown(line);
         }
+        // A shared option given before the name of a subcommand that does not take it is
+        // refused, as it is after the name.
+        std::string misplaced;
+        for (const auto& [flag, name] :
+             {std::pair<unsigned, const char*>{qnpolicy::tool::COMMAND_INSTALL_DIR,
+                                               "--install-dir"},
+              std::pair<unsigned, const char*>{qnpolicy::tool::COMMAND_JSON, "--json"}}) {
+            const CLI::Option* option = line.app.get_option_no_throw(name);
+            if ((entry.pInfo->flags & flag) == 0 && option != nullptr && option->count() > 0) {
+                misplaced = name;
+            }
+        }
+        if ((entry.pInfo->flags & qnpolicy::tool::COMMAND_JSON) == 0) {
+            line.shared.bJson = false;
+        }
         CCheckedOutputBuffer outBuffer(STDOUT_FILENO);
         std::ostream out(&outBuffer);
         CToolContext context(line.shared, entry.pInfo->name, out, std::cerr);
         int status = qnpolicy::tool::kExitSuccess;
-        if ((entry.pInfo->flags & qnpolicy::tool::COMMAND_INSTALL_DIR) != 0 &&
-            entry.pCommand->UsesInstallDir()) {
+        if (!misplaced.empty()) {
+            status = context.Fail(qnpolicy::tool::kExitUsage, qnpolicy::tool::errorkind::kUsage,
+                                  misplaced + " does not apply to " + entry.pInfo->name);
+        } else if ((entry.pInfo->flags & qnpolicy::tool::COMMAND_INSTALL_DIR) != 0 &&
+                   entry.pCommand->UsesInstallDir()) {
             status = context.RequireInstallDir();
         }
         if (status == qnpolicy::tool::kExitSuccess) {

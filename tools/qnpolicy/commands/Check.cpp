@@ -16,15 +16,48 @@
 
 namespace qnpolicy::tool {
 
+const char kCheckResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "result", "files"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "result": {"enum": ["clean", "findings", "unreadable", "no-such-file"]},
+        "files": {"type": "array", "items": {
+            "type": "object",
+            "required": ["file", "readable", "findings"],
+            "properties": {
+                "file": {"type": "string"},
+                "readable": {"type": "boolean"},
+                "error": {"$ref": "#/$defs/error"},
+                "findings": {"type": "array", "items": {
+                    "type": "object",
+                    "required": ["kind", "severity", "line", "column", "message"],
+                    "properties": {
+                        "kind": {"type": "string"},
+                        "severity": {"enum": ["error", "warning"]},
+                        "line": {"type": "integer", "minimum": 0},
+                        "column": {"type": "integer", "minimum": 0},
+                        "message": {"type": "string"}
+                    },
+                    "additionalProperties": false}},
+                "omitted": {"type": "object",
+                            "additionalProperties": {"type": "integer", "minimum": 1}}
+            },
+            "additionalProperties": false}}
+    },
+    "additionalProperties": false
+})";
+
 namespace {
 
 constexpr char kStandardInput[] = "-";
 constexpr char kStandardInputName[] = "<stdin>";
 
-// One checked file: the name it is reported under and its result.
+// One checked file: the name it is reported under, its result, and whether it was missing.
 struct CheckedFile {
     std::string name;
     LintResult result;
+    bool bMissing = false;
 };
 
 LintResult unreadable(const std::string& reason) {
@@ -48,7 +81,8 @@ CheckedFile checkOne(const std::string& file) {
     if (::stat(file.c_str(), &status) != 0) {
         const int error = errno;
         return {file,
-                unreadable(error == ENOENT ? std::string("no such file") : std::strerror(error))};
+                unreadable(error == ENOENT ? std::string("no such file") : std::strerror(error)),
+                error == ENOENT};
     }
     CheckedFile checked{file, LintPolicyFile(file)};
     if (checked.result.bReadable) {
@@ -103,7 +137,9 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
     const LintResult& result = checked.result;
     json.BeginObject().Key("file").String(checked.name).Key("readable").Bool(result.bReadable);
     if (!result.bReadable) {
-        json.Key("error").BeginObject().Key("message").String(result.failureReason);
+        json.Key("error").BeginObject();
+        json.Key("kind").String(checked.bMissing ? errorkind::kNoSuchFile : errorkind::kUnreadable);
+        json.Key("message").String(result.failureReason);
         json.Key("line").Number(result.failureLine).Key("column").Number(result.failureColumn);
         json.EndObject();
     }
@@ -161,11 +197,9 @@ class CCheckCommand : public CCommand {
             files.push_back(context.InstallPolicyPath());
         }
         const std::set<std::string> ignored(m_ignoredKinds.begin(), m_ignoredKinds.end());
-        CJsonWriter json(context.Out());
-        const bool bJson = context.Options().bJson;
-        if (bJson) {
-            json.BeginObject().Key("formatVersion").Number(1).Key("files").BeginArray();
-        }
+        // Every file is read first: the result leads the JSON object.
+        std::vector<CheckedFile> checkedFiles;
+        bool bMissing = false;
         bool bUnreadable = false;
         bool bFindings = false;
         for (const std::string& file : files) {
@@ -179,16 +213,32 @@ class CCheckCommand : public CCommand {
             for (const std::string& kind : ignored) {
                 result.omitted.erase(kind);
             }
-            bUnreadable = bUnreadable || !result.bReadable;
+            bMissing = bMissing || checked.bMissing;
+            bUnreadable = bUnreadable || (!result.bReadable && !checked.bMissing);
             bFindings = bFindings || result.Count() != 0;
-            if (bJson) {
+            checkedFiles.push_back(std::move(checked));
+        }
+        // The gravest condition decides: a missing file, then one that cannot be read, then
+        // findings.
+        const char* outcome = bMissing      ? errorkind::kNoSuchFile
+                              : bUnreadable ? errorkind::kUnreadable
+                              : bFindings   ? "findings"
+                                            : "clean";
+        if (context.Options().bJson) {
+            CJsonWriter json(context.Out());
+            json.BeginObject().Key("formatVersion").Number(1).Key("result").String(outcome);
+            json.Key("files").BeginArray();
+            for (const CheckedFile& checked : checkedFiles) {
                 writeJson(json, checked);
-            } else {
+            }
+            json.EndArray().EndObject().Finish();
+        } else {
+            for (const CheckedFile& checked : checkedFiles) {
                 printText(context.Out(), checked, context.Options().bQuiet);
             }
         }
-        if (bJson) {
-            json.EndArray().EndObject().Finish();
+        if (bMissing) {
+            return kExitNoInput;
         }
         if (bUnreadable) {
             return kExitUnreadable;

@@ -5,10 +5,15 @@
 // be written, stored as they are: what is linted is what is written, and nothing is created
 // outside the install directory. Any refused argument or finding refuses the run unless
 // --lenient is given, which is the installer's behaviour (skip what cannot be used, write the
-// rest).
+// rest, in the library's spelling). A file that is written or confirmed ends owned by root (by
+// the user running the tool, when that is not root) with mode 0644, and nothing is written into
+// a directory that others could change the policy through.
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -16,26 +21,79 @@
 #include <stdexcept>
 
 #include "CommandTable.h"
+#include "ErrnoText.h"
 #include "LocalPolicyDocument.h"
+#include "LocalPolicyKinds.h"
 #include "MessageText.h"
+#include "UniqueFd.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
 #include "output/UnifiedDiff.h"
 
 namespace qnpolicy::tool {
 
+const char kGenerateResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "path", "result", "dryRun", "skipped", "findings", "repaired"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "path": {"type": "string"},
+        "result": {"enum": ["written", "unchanged", "repaired", "kept", "refused", "failed",
+                            "not-synced"]},
+        "dryRun": {"type": "boolean"},
+        "document": {"type": "string"},
+        "diff": {"type": "string"},
+        "skipped": {"type": "array", "items": {
+            "type": "object",
+            "required": ["argument", "kind", "message"],
+            "properties": {
+                "argument": {"type": "string"},
+                "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
+                                  "value-not-allowed", "duplicate-argument"]},
+                "message": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "findings": {"type": "array", "items": {
+            "type": "object",
+            "required": ["argument", "kind", "severity", "line", "column", "message"],
+            "properties": {
+                "argument": {"type": ["string", "null"]},
+                "kind": {"type": "string"},
+                "severity": {"enum": ["error", "warning"]},
+                "line": {"type": "integer", "minimum": 0},
+                "column": {"type": "integer", "minimum": 0},
+                "message": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "repaired": {"type": "array", "items": {
+            "type": "object",
+            "required": ["attribute", "was", "now"],
+            "properties": {
+                "attribute": {"enum": ["owner", "mode"]},
+                "was": {"type": "string"},
+                "now": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "error": {"$ref": "#/$defs/error"}
+    },
+    "additionalProperties": false
+})";
+
 namespace {
 
 constexpr char kDiffAfterSuffix[] = " (generated)";
 constexpr char kAbsentFile[] = "/dev/null";
+// The mode of every policy file the tool writes or confirms: its owner writes, all read.
+constexpr mode_t kPolicyFileMode = 0644;
 
 // What a run does, or with --dry-run and --diff would do.
 enum class GenerateResult {
     WRITTEN,    // the file was (would be) written
     UNCHANGED,  // the file already holds the document; left untouched
+    REPAIRED,   // it held the document, but its owner or mode were repaired
     KEPT,       // a file exists and --overwrite was not given
     REFUSED,    // unusable arguments or findings, and not --lenient: nothing written
-    FAILED,     // the file could not be written
+    FAILED,     // the file could not be written or repaired
     // The file was replaced, but the directory's sync failed: the new document is in place
     // and its durability is not confirmed. An installer must not roll back, nor call it done.
     NOT_SYNCED,
@@ -50,6 +108,7 @@ struct ResultRow {
 const ResultRow kResults[] = {
     {"written", GenerateResult::WRITTEN, kExitSuccess},
     {"unchanged", GenerateResult::UNCHANGED, kExitSuccess},
+    {"repaired", GenerateResult::REPAIRED, kExitSuccess},
     {"kept", GenerateResult::KEPT, kExitSuccess},
     {"refused", GenerateResult::REFUSED, kExitDataError},
     {"failed", GenerateResult::FAILED, kExitIoError},
@@ -65,11 +124,12 @@ const ResultRow& rowOf(GenerateResult eResult) {
     throw std::logic_error("generate: result without a row");
 }
 
-// An argument the library does not use, in the tool's words.
+// An argument the library does not use, or the tool will not, in the tool's words.
 struct SkippedArgument {
     std::string argument;  // as given
     std::string kind;
     std::string message;
+    size_t index = 0;  // its position among the arguments
 };
 
 // A finding of the would-be document, with the argument it came from (empty when none).
@@ -78,13 +138,23 @@ struct ArgumentFinding {
     LintFinding finding;
 };
 
+// An owner or mode of the file on disk that is not the one a policy file must have.
+struct Repair {
+    const char* attribute;  // "owner" or "mode"
+    std::string was;
+    std::string now;
+};
+
 // Everything generate learns before it writes.
 struct Plan {
     std::string document;
     std::vector<SkippedArgument> skipped;
     std::vector<ArgumentFinding> findings;
-    bool bExists = false;
-    std::string current;  // the file on disk, when it exists
+    bool bExists = false;   // something exists at the path
+    bool bRegular = false;  // and it is a regular file, not a link or anything else
+    std::string current;    // the file on disk, when it is read
+    std::vector<Repair> repairs;
+    std::string failure;  // why a write or a repair failed
 };
 
 // Why the library does not use an argument: a message naming the argument, quoting its value,
@@ -159,13 +229,54 @@ bool readFile(const std::string& path, std::string& rContent, int& rError) {
     return true;
 }
 
+// The owner a policy file the tool writes or confirms must have: root, or the user running the
+// tool when that is not root (who could not give it to root).
+uid_t expectedOwner() {
+    return ::geteuid();
+}
+
+// What must change for the regular file with status to be owned and readable as a policy file.
+std::vector<Repair> repairsOf(const struct stat& status) {
+    std::vector<Repair> repairs;
+    if (status.st_uid != expectedOwner()) {
+        repairs.push_back(
+            {"owner", std::to_string(status.st_uid), std::to_string(expectedOwner())});
+    }
+    if ((status.st_mode & 07777) != kPolicyFileMode) {
+        repairs.push_back({"mode", OctalMode(status.st_mode), OctalMode(kPolicyFileMode)});
+    }
+    return repairs;
+}
+
+// Gives the file at path the owner and mode of a policy file, through a descriptor of the
+// regular file itself (a link is never followed); false with the reason when it cannot.
+bool repair(const std::string& path, std::string& rFailure) {
+    const qnsys::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!fd.valid() || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        rFailure = "cannot open " + path + " to repair it: " + qnsys::errnoText(errno);
+        return false;
+    }
+    if (status.st_uid != expectedOwner() &&
+        ::fchown(fd.get(), expectedOwner(), static_cast<gid_t>(-1)) != 0) {
+        rFailure = "cannot give " + path + " to user id " + std::to_string(expectedOwner()) + ": " +
+                   qnsys::errnoText(errno);
+        return false;
+    }
+    if (::fchmod(fd.get(), kPolicyFileMode) != 0) {
+        rFailure = "cannot set the mode of " + path + ": " + qnsys::errnoText(errno);
+        return false;
+    }
+    return true;
+}
+
 class CGenerateCommand : public CCommand {
   public:
     void AddOptions(CLI::App& command) override {
         command.add_flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
         command.add_flag("--lenient", m_bLenient,
-                         "Skip unusable arguments with a warning and write the rest, as "
-                         "installers expect, instead of refusing the run");
+                         "Skip unusable arguments with a warning and write the rest in the "
+                         "installer's spelling, as installers expect, instead of refusing the run");
         CLI::Option* dryRun = command.add_flag(
             "--dry-run", m_bDryRun, "Write nothing; print the document that would be written");
         command
@@ -173,30 +284,108 @@ class CGenerateCommand : public CCommand {
                       "Write nothing; print a unified diff from the file on disk to the document "
                       "that would be written (exit 1 when they differ)")
             ->excludes(dryRun);
+        command.add_flag("--all-defaults", m_bAllDefaults,
+                         "Write a document that sets nothing, so that the client applies every "
+                         "default; takes no ABBREV=VALUE");
+        command.add_flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
+                         "Write even into a directory that check reports as changeable by others "
+                         "(writable by group or others, or owned by another user), as it reports "
+                         "for every directory above it too");
         command
             .add_option("ARG", m_policyArgs,
-                        "Installer arguments, checked, then passed on as given")
+                        "Installer arguments, checked, then written (see `qnpolicy vocabulary`)")
             ->type_name("ABBREV=VALUE");
     }
 
     // Without arguments the run is a usage error before anything is looked at.
-    bool UsesInstallDir() const override { return !m_policyArgs.empty(); }
+    bool UsesInstallDir() const override { return m_policyArgs.empty() == m_bAllDefaults; }
 
     int Run(CToolContext& context) override;
 
   private:
+    int plan(CToolContext& context, Plan& rPlan) const;
     GenerateResult decide(const Plan& plan) const;
-    GenerateResult store(const Plan& plan, CToolContext& context, int& rFailureStatus) const;
+    GenerateResult store(Plan& rPlan, CToolContext& context, int& rFailureStatus) const;
     void printProblems(const Plan& plan, CToolContext& context) const;
     void writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
-                   const Plan& plan, const std::string& diff) const;
+                   const Plan& plan, const std::string& diff, int failureStatus) const;
 
     std::vector<std::string> m_policyArgs;
     bool m_bOverwrite = false;
     bool m_bLenient = false;
     bool m_bDryRun = false;
     bool m_bDiff = false;
+    bool m_bAllDefaults = false;
+    bool m_bAllowUnsafeDirectory = false;
 };
+
+// Checks the arguments, renders the document once and lints those bytes; then looks at the
+// file on disk. 0, or the exit status of a failure (reported).
+int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
+    const std::string path = context.InstallPolicyPath();
+    std::vector<const char*> argv;
+    argv.reserve(m_policyArgs.size());
+    for (const std::string& argument : m_policyArgs) {
+        argv.push_back(argument.c_str());
+    }
+    ArgumentCheck check =
+        CheckInstallerArguments(argv.data(), argv.size(), LocalPolicyVocabulary());
+    for (const RefusedArgument& refused : check.refused) {
+        rPlan.skipped.push_back(describe(refused, m_policyArgs));
+        rPlan.skipped.back().index = refused.argument.index;
+    }
+    for (const InstallerArgument& argument : check.accepted) {
+        PolicySettings& settings = check.settings;
+        std::string& value =
+            (argument.pRow->bIsUpdatePolicy ? settings.updatePolicies
+                                            : settings.policies)[argument.pRow->tstrFullName];
+        // A server list that names no server would write an empty list: refused like an empty
+        // value, since it is almost always a mistake.
+        if (argument.pSetting->kind == LocalPolicySettingKind::SERVER_LIST &&
+            SplitServerList(value).empty()) {
+            rPlan.skipped.push_back({argument.text, "empty-value",
+                                     "the value names no server (names are separated by \",\" "
+                                     "and \";\"), so the list would be empty",
+                                     argument.index});
+        }
+        // The tool writes what the client applies: where the vocabulary spells an accepted
+        // value in a way the reader does not apply ("TLS", "IPSec"), the reader's spelling
+        // ("tls", "ipsec"), so that every setting can be deployed. --lenient is the installer's
+        // behaviour, the library's spelling, of which the linter then warns.
+        if (!m_bLenient) {
+            value = AppliedSpelling(*argument.pSetting, value);
+        }
+    }
+    std::stable_sort(
+        rPlan.skipped.begin(), rPlan.skipped.end(),
+        [](const SkippedArgument& a, const SkippedArgument& b) { return a.index < b.index; });
+    if (RenderPolicyDocument(check.settings, context.InstallDir(), rPlan.document) != 0) {
+        return context.Fail(kExitDataError, errorkind::kRefused,
+                            "the document cannot be written from these arguments: a value holds "
+                            "a character XML cannot carry (see the log lines)");
+    }
+    const LintResult lint = LintPolicyBytes(rPlan.document, path);
+    if (!lint.bReadable) {
+        return context.Fail(kExitInternal, errorkind::kInternal,
+                            "the generated document cannot be read back: " + lint.failureReason);
+    }
+    for (const LintFinding& finding : lint.findings) {
+        rPlan.findings.push_back(ArgumentFinding{argumentOf(finding, check), finding});
+    }
+
+    struct stat status {};
+    rPlan.bExists = ::lstat(path.c_str(), &status) == 0;
+    rPlan.bRegular = rPlan.bExists && S_ISREG(status.st_mode);
+    if (rPlan.bRegular) {
+        rPlan.repairs = repairsOf(status);
+    }
+    int error = 0;
+    if (rPlan.bRegular && (m_bOverwrite || m_bDiff) && !readFile(path, rPlan.current, error)) {
+        return context.Fail(kExitUnreadable, errorkind::kUnreadable,
+                            "cannot read " + path + ": " + std::strerror(error));
+    }
+    return kExitSuccess;
+}
 
 GenerateResult CGenerateCommand::decide(const Plan& plan) const {
     if (!m_bLenient && (!plan.skipped.empty() || !plan.findings.empty())) {
@@ -205,19 +394,28 @@ GenerateResult CGenerateCommand::decide(const Plan& plan) const {
     if (plan.bExists && !m_bOverwrite) {
         return GenerateResult::KEPT;
     }
-    if (plan.bExists && plan.current == plan.document) {
-        return GenerateResult::UNCHANGED;
+    // Anything but a regular file at the path (a link, say) is replaced by one.
+    if (plan.bRegular && plan.current == plan.document) {
+        return plan.repairs.empty() ? GenerateResult::UNCHANGED : GenerateResult::REPAIRED;
     }
     return GenerateResult::WRITTEN;
 }
 
-// Stores the linted bytes. A file that appeared since the plan is kept (without overwrite); a
-// replaced file whose directory sync failed is told apart from a failed write, and a failure
-// to create the file (a directory the tool may not write) from one to write it.
-GenerateResult CGenerateCommand::store(const Plan& plan, CToolContext& context,
+// Stores the linted bytes, or repairs the file that already holds them. A file that appeared
+// since the plan is kept (without overwrite); a replaced file whose directory sync failed is
+// told apart from a failed write, and a failure to create the file (a directory the tool may
+// not write) from one to write it.
+GenerateResult CGenerateCommand::store(Plan& rPlan, CToolContext& context,
                                        int& rFailureStatus) const {
+    if (decide(rPlan) == GenerateResult::REPAIRED) {
+        if (repair(context.InstallPolicyPath(), rPlan.failure)) {
+            return GenerateResult::REPAIRED;
+        }
+        rFailureStatus = kExitCannotCreate;
+        return GenerateResult::FAILED;
+    }
     const StoreResult stored =
-        StorePolicyDocument(context.InstallDir(), plan.document, m_bOverwrite);
+        StorePolicyDocument(context.InstallDir(), rPlan.document, m_bOverwrite);
     switch (stored.eOutcome) {
         case StoreResult::WRITTEN:
             return GenerateResult::WRITTEN;
@@ -232,6 +430,9 @@ GenerateResult CGenerateCommand::store(const Plan& plan, CToolContext& context,
     const bool bCannotCreate =
         stored.error == EACCES || stored.error == EPERM || stored.error == EROFS;
     rFailureStatus = bCannotCreate ? kExitCannotCreate : kExitIoError;
+    rPlan.failure = stored.step.empty()
+                        ? std::string("no directory")
+                        : stored.step + " failed: " + qnsys::errnoText(stored.error);
     return GenerateResult::FAILED;
 }
 
@@ -256,7 +457,8 @@ void CGenerateCommand::printProblems(const Plan& plan, CToolContext& context) co
 }
 
 void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
-                                 const Plan& plan, const std::string& diff) const {
+                                 const Plan& plan, const std::string& diff,
+                                 int failureStatus) const {
     CJsonWriter json(out);
     json.BeginObject().Key("formatVersion").Number(1).Key("path").String(path);
     json.Key("result").String(rowOf(eResult).name);
@@ -285,11 +487,26 @@ void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, Gen
         json.Key("line").Number(item.finding.line).Key("column").Number(item.finding.column);
         json.Key("message").String(item.finding.message).EndObject();
     }
-    json.EndArray().EndObject().Finish();
+    json.EndArray().Key("repaired").BeginArray();
+    if (eResult == GenerateResult::REPAIRED) {
+        for (const Repair& repair : plan.repairs) {
+            json.BeginObject().Key("attribute").String(repair.attribute);
+            json.Key("was").String(repair.was).Key("now").String(repair.now).EndObject();
+        }
+    }
+    json.EndArray();
+    if (eResult == GenerateResult::FAILED) {
+        json.Key("error").BeginObject();
+        json.Key("kind").String(failureStatus == kExitCannotCreate ? errorkind::kCannotCreate
+                                                                   : errorkind::kIoError);
+        json.Key("message").String(plan.failure).EndObject();
+    }
+    json.EndObject().Finish();
 }
 
 // The one line that says what happened (or would happen) to the file.
-std::string resultText(GenerateResult eResult, const std::string& path, bool bDryRun) {
+std::string resultText(GenerateResult eResult, const std::string& path, const Plan& plan,
+                       bool bDryRun) {
     switch (eResult) {
         case GenerateResult::WRITTEN:
             return (bDryRun ? "Would write the policy file " : "Wrote the policy file ") + path +
@@ -297,6 +514,15 @@ std::string resultText(GenerateResult eResult, const std::string& path, bool bDr
         case GenerateResult::UNCHANGED:
             return "The policy file " + path + " already holds this document; " +
                    (bDryRun ? "it would be" : "it was") + " left untouched.";
+        case GenerateResult::REPAIRED: {
+            std::string changes;
+            for (const Repair& repair : plan.repairs) {
+                changes += std::string(changes.empty() ? "" : ", ") + repair.attribute + " " +
+                           repair.was + " -> " + repair.now;
+            }
+            return std::string(bDryRun ? "Would repair" : "Repaired") + " the policy file " + path +
+                   ", which already holds this document: " + changes + ".";
+        }
         case GenerateResult::KEPT:
             return (bDryRun ? "Would keep the existing policy file "
                             : "Kept the existing policy file ") +
@@ -305,7 +531,8 @@ std::string resultText(GenerateResult eResult, const std::string& path, bool bDr
             return "Refused: nothing written to " + path +
                    " (fix the arguments above, or give --lenient to write the usable ones).";
         case GenerateResult::FAILED:
-            return "The policy file " + path + " was not written (see the log lines above).";
+            return "The policy file " + path + " was not written (" + plan.failure +
+                   "; see the log lines above).";
         case GenerateResult::NOT_SYNCED:
             return "Replaced the policy file " + path +
                    ", but its durability is not confirmed: the directory could not be synced "
@@ -315,45 +542,41 @@ std::string resultText(GenerateResult eResult, const std::string& path, bool bDr
 }
 
 int CGenerateCommand::Run(CToolContext& context) {
-    if (m_policyArgs.empty()) {
-        context.Error("no arguments: give at least one ABBREV=VALUE (see `qnpolicy vocabulary`)");
-        return kExitUsage;
+    if (m_policyArgs.empty() == !m_bAllDefaults) {
+        return context.Fail(kExitUsage, errorkind::kUsage,
+                            m_bAllDefaults
+                                ? "--all-defaults takes no ABBREV=VALUE"
+                                : "no arguments: give at least one ABBREV=VALUE (see `qnpolicy "
+                                  "vocabulary`), or --all-defaults");
     }
     const std::string path = context.InstallPolicyPath();
-
-    std::vector<const char*> argv;
-    argv.reserve(m_policyArgs.size());
-    for (const std::string& argument : m_policyArgs) {
-        argv.push_back(argument.c_str());
-    }
-    const ArgumentCheck check =
-        CheckInstallerArguments(argv.data(), argv.size(), LocalPolicyVocabulary());
     Plan plan;
-    for (const RefusedArgument& refused : check.refused) {
-        plan.skipped.push_back(describe(refused, m_policyArgs));
-    }
-    if (RenderPolicyDocument(check.settings, context.InstallDir(), plan.document) != 0) {
-        // A value XML cannot carry (see the writer's log line).
-        context.Error("the document cannot be written from these arguments (see the log lines)");
-        return kExitDataError;
-    }
-    const LintResult lint = LintPolicyBytes(plan.document, path);
-    if (!lint.bReadable) {
-        context.Error("the generated document cannot be read back: " + lint.failureReason);
-        return kExitInternal;
-    }
-    for (const LintFinding& finding : lint.findings) {
-        plan.findings.push_back(ArgumentFinding{argumentOf(finding, check), finding});
-    }
-    struct stat status {};
-    plan.bExists = ::lstat(path.c_str(), &status) == 0;
-    int error = 0;
-    if (plan.bExists && (m_bOverwrite || m_bDiff) && !readFile(path, plan.current, error)) {
-        context.Error("cannot read " + path + ": " + std::strerror(error));
-        return kExitIoError;
+    if (const int status = this->plan(context, plan); status != kExitSuccess) {
+        return status;
     }
 
     GenerateResult eResult = decide(plan);
+    const bool bWouldWrite = eResult == GenerateResult::WRITTEN ||
+                             eResult == GenerateResult::UNCHANGED ||
+                             eResult == GenerateResult::REPAIRED;
+    // Nothing is written or confirmed in a directory that others could change the policy
+    // through: the file would not stay what was written.
+    if (bWouldWrite && !m_bAllowUnsafeDirectory) {
+        const std::vector<LintFinding> unsafe = CheckDirectoryAttributes(context.InstallDir());
+        if (!unsafe.empty()) {
+            std::string messages;
+            for (const LintFinding& finding : unsafe) {
+                messages += (messages.empty() ? "" : " ") + finding.message;
+                if (!context.Options().bJson) {
+                    context.Error("error: " + finding.kind + ": " + finding.message);
+                }
+            }
+            return context.Fail(kExitCannotCreate, errorkind::kUnsafeDirectory,
+                                messages +
+                                    " Nothing was written (--allow-unsafe-directory "
+                                    "writes anyway).");
+        }
+    }
     const bool bJson = context.Options().bJson;
     if (!bJson) {
         printProblems(plan, context);
@@ -364,18 +587,19 @@ int CGenerateCommand::Run(CToolContext& context) {
                            path + kDiffAfterSuffix);
     }
     int failureStatus = kExitIoError;
-    if (!m_bDryRun && !m_bDiff && eResult == GenerateResult::WRITTEN) {
+    if (!m_bDryRun && !m_bDiff &&
+        (eResult == GenerateResult::WRITTEN || eResult == GenerateResult::REPAIRED)) {
         eResult = store(plan, context, failureStatus);
     }
 
     if (bJson) {
-        writeJson(context.Out(), path, eResult, plan, diff);
+        writeJson(context.Out(), path, eResult, plan, diff, failureStatus);
     } else if (m_bDiff) {
         context.Out() << diff;
     } else if (m_bDryRun && eResult != GenerateResult::REFUSED) {
         context.Out() << plan.document;
     }
-    const std::string text = resultText(eResult, path, m_bDryRun || m_bDiff);
+    const std::string text = resultText(eResult, path, plan, m_bDryRun || m_bDiff);
     if (eResult == GenerateResult::REFUSED || eResult == GenerateResult::FAILED ||
         eResult == GenerateResult::NOT_SYNCED) {
         context.Error(text);

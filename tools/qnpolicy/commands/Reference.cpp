@@ -5,12 +5,37 @@
 
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
+#include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "SchemaWriter.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "output/Output.h"
 
 namespace qnpolicy::tool {
+
+const char kVocabularyResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "result", "vocabulary"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "result": {"const": "listed"},
+        "vocabulary": {"type": "array", "items": {
+            "type": "object",
+            "required": ["abbreviation", "element", "section", "allowedValues", "writtenValues",
+                         "default", "description"],
+            "properties": {
+                "abbreviation": {"type": "string"},
+                "element": {"type": "string"},
+                "section": {"enum": ["root", "UpdatePolicy"]},
+                "allowedValues": {"type": "array", "items": {"type": "string"}},
+                "writtenValues": {"type": "array", "items": {"type": "string"}},
+                "default": {"type": "string"},
+                "description": {"type": "string"}
+            },
+            "additionalProperties": false}}
+    },
+    "additionalProperties": false
+})";
 
 namespace {
 
@@ -36,13 +61,18 @@ class CVocabularyCommand : public CCommand {
         std::ostream& out = context.Out();
         if (context.Options().bJson) {
             CJsonWriter json(out);
-            json.BeginObject().Key("formatVersion").Number(1).Key("vocabulary").BeginArray();
+            json.BeginObject().Key("formatVersion").Number(1).Key("result").String("listed");
+            json.Key("vocabulary").BeginArray();
             for (const auto& [abbreviation, setting] : LocalPolicyVocabulary()) {
                 const LocalPolicySettingInfo& row = *FindLocalPolicySetting(setting.tstrFullName);
                 json.BeginObject().Key("abbreviation").String(abbreviation);
                 json.Key("element").String(setting.tstrFullName);
                 json.Key("section").String(sectionOf(setting)).Key("allowedValues").BeginArray();
                 for (const std::string& value : setting.listAllowedValues) {
+                    json.String(value);
+                }
+                json.EndArray().Key("writtenValues").BeginArray();
+                for (const std::string& value : WrittenValues(row)) {
                     json.String(value);
                 }
                 json.EndArray().Key("default").String(row.defaultValue);
@@ -54,7 +84,7 @@ class CVocabularyCommand : public CCommand {
         out << std::left << std::setw(kAbbreviationWidth) << "abbrev" << std::setw(kElementWidth)
             << "element" << std::setw(kSectionWidth) << "section" << std::setw(kDefaultWidth)
             << "default"
-            << "allowed values (matched ignoring case, written as listed)\n";
+            << "allowed values (matched ignoring case; generate writes the client's spelling)\n";
         for (const auto& [abbreviation, setting] : LocalPolicyVocabulary()) {
             const LocalPolicySettingInfo& row = *FindLocalPolicySetting(setting.tstrFullName);
             out << std::left << std::setw(kAbbreviationWidth) << abbreviation
@@ -62,7 +92,7 @@ class CVocabularyCommand : public CCommand {
                 << sectionOf(setting) << std::setw(kDefaultWidth)
                 << (row.defaultValue.empty() ? "(none)" : row.defaultValue)
                 << (setting.listAllowedValues.empty() ? "(any text)"
-                                                      : Join(setting.listAllowedValues, ", "))
+                                                      : Join(WrittenValues(row), ", "))
                 << '\n'
                 << kDescriptionIndent << row.description << '\n';
         }
@@ -70,17 +100,41 @@ class CVocabularyCommand : public CCommand {
     }
 };
 
-// The XML Schema of the policy document, as the package installs it.
+// The XML Schema of the policy document, or the JSON Schema of a command's --json output, as
+// the package installs them.
 class CSchemaCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& /*command*/) override {}
+    void AddOptions(CLI::App& command) override {
+        std::vector<std::string> names;
+        for (const CommandInfo& info : Commands()) {
+            if (info.resultSchema != nullptr) {
+                names.emplace_back(info.name);
+            }
+        }
+        command
+            .add_option("--json-schema", m_command,
+                        "Print the JSON Schema of COMMAND's --json output instead")
+            ->type_name("COMMAND")
+            ->check(CLI::IsMember(names));
+    }
     bool UsesInstallDir() const override { return false; }
 
     int Run(CToolContext& context) override {
         // A failed write to standard output is reported by the dispatcher (74).
-        qndocgen::WritePolicySchema(context.Out());
+        if (m_command.empty()) {
+            qndocgen::WritePolicySchema(context.Out());
+            return kExitSuccess;
+        }
+        for (const CommandInfo& info : Commands()) {
+            if (m_command == info.name) {
+                context.Out() << OutputSchema(info);
+            }
+        }
         return kExitSuccess;
     }
+
+  private:
+    std::string m_command;
 };
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 #include <iomanip>
+#include <iostream>
+#include <iterator>
 
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
@@ -16,9 +18,34 @@
 
 namespace qnpolicy::tool {
 
+const char kShowResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "result", "loaded", "policyFile", "exists", "version",
+                 "fipsModeModifiedOnDisk", "excludeCertStoreMask", "cachingOptions", "settings",
+                 "descriptions"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "result": {"enum": ["loaded", "defaults"]},
+        "loaded": {"const": true},
+        "policyFile": {"type": "string"},
+        "exists": {"type": "boolean"},
+        "version": {"type": ["string", "null"]},
+        "fipsModeModifiedOnDisk": {"type": "boolean"},
+        "excludeCertStoreMask": {"type": "string", "pattern": "^0x[0-9A-F]{8}$"},
+        "cachingOptions": {"type": "array", "items": {"type": "string"}},
+        "settings": {"type": "object", "additionalProperties": {
+            "anyOf": [{"type": "boolean"}, {"type": "string"},
+                      {"type": "array", "items": {"type": "string"}}]}},
+        "descriptions": {"type": "object", "additionalProperties": {"type": "string"}}
+    },
+    "additionalProperties": false
+})";
+
 namespace {
 
 constexpr int kNameWidth = 52;
+constexpr char kStandardInput[] = "-";
+constexpr char kStandardInputName[] = "<stdin>";
 
 // One "name value" line, the values of all levels aligned in one column.
 void printLine(std::ostream& out, const std::string& name, const std::string& value,
@@ -34,7 +61,7 @@ class CShowCommand : public CCommand {
         command
             .add_option("FILE", m_files,
                         "A policy file elsewhere, read as the client would read it in the "
-                        "install directory")
+                        "install directory; - reads standard input")
             ->type_name("FILE")
             ->expected(0, 1);
     }
@@ -43,22 +70,35 @@ class CShowCommand : public CCommand {
 
     int Run(CToolContext& context) override {
         std::string path = context.InstallPolicyPath();
-        if (!m_files.empty()) {
-            path = m_files.front();
-            struct stat status {};
-            if (::stat(path.c_str(), &status) != 0) {
-                const int error = errno;
-                context.Error(
-                    Quoted(path) + ": " +
-                    (error == ENOENT ? std::string("no such file") : std::strerror(error)));
-                return kExitNoInput;
+        DocumentRead read;
+        if (!m_files.empty() && m_files.front() == kStandardInput) {
+            path = kStandardInputName;
+            const std::string content((std::istreambuf_iterator<char>(std::cin)),
+                                      std::istreambuf_iterator<char>());
+            if (std::cin.bad()) {
+                return context.Fail(kExitIoError, errorkind::kIoError,
+                                    "cannot read standard input");
             }
+            read = ReadPolicyBytes(content, path, ReadOptions());
+        } else {
+            if (!m_files.empty()) {
+                path = m_files.front();
+                struct stat status {};
+                if (::stat(path.c_str(), &status) != 0) {
+                    const int error = errno;
+                    return context.Fail(
+                        error == ENOENT ? kExitNoInput : kExitUnreadable,
+                        error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
+                        Quoted(path) + ": " +
+                            (error == ENOENT ? std::string("no such file") : std::strerror(error)));
+                }
+            }
+            // Read as a fresh client's first load reads it: its FIPS mode is the file's.
+            read = ReadPolicyFile(path, ReadOptions());
         }
-        // Read as a fresh client's first load reads it: its FIPS mode is the file's.
-        const DocumentRead read = ReadPolicyFile(path, ReadOptions());
         if (read.status != 0) {
             reportFailure(context, path, read);
-            return kExitFindings;
+            return kExitUnreadable;
         }
         if (context.Options().bJson) {
             writeJson(context.Out(), path, read);
@@ -75,6 +115,7 @@ class CShowCommand : public CCommand {
             CJsonWriter json(context.Out());
             json.BeginObject().Key("formatVersion").Number(1).Key("loaded").Bool(false);
             json.Key("policyFile").String(path).Key("error").BeginObject();
+            json.Key("kind").String(errorkind::kUnreadable);
             json.Key("message").String(read.reason).Key("line").Number(read.line);
             json.Key("column").Number(read.column).EndObject().EndObject().Finish();
         }
@@ -88,7 +129,8 @@ class CShowCommand : public CCommand {
     static void writeJson(std::ostream& out, const std::string& path, const DocumentRead& read) {
         const LocalQNPolicyInfo& info = read.record;
         CJsonWriter json(out);
-        json.BeginObject().Key("formatVersion").Number(1).Key("loaded").Bool(true);
+        json.BeginObject().Key("formatVersion").Number(1);
+        json.Key("result").String(read.bExists ? "loaded" : "defaults").Key("loaded").Bool(true);
         json.Key("policyFile").String(path).Key("exists").Bool(read.bExists).Key("version");
         if (info.GetQNVersion().empty()) {
             json.Null();
@@ -98,6 +140,15 @@ class CShowCommand : public CCommand {
         // A fresh client's first load: its retained mode is the file's.
         json.Key("fipsModeModifiedOnDisk").Bool(false);
         json.Key("excludeCertStoreMask").String(HexText(info.ExcludeCertStores()));
+        // The record's caching entries as they are, the "false" mark included.
+        json.Key("cachingOptions").BeginArray();
+        const std::vector<bool> caching = info.RestrictPrefCaching();
+        for (size_t option = 0; option < caching.size(); ++option) {
+            if (caching[option] && option < LocalPolicyCachingOptionTexts().size()) {
+                json.String(LocalPolicyCachingOptionTexts()[option]);
+            }
+        }
+        json.EndArray();
         json.Key("settings").BeginObject();
         for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
             const LocalPolicyKind& kind = KindOf(row.kind);

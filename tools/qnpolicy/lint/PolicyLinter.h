@@ -1,6 +1,8 @@
 #ifndef QNPOLICY_POLICYLINTER_H
 #define QNPOLICY_POLICYLINTER_H
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <string_view>
@@ -80,6 +82,14 @@ LintResult LintPolicyBytes(std::string_view bytes, const std::string& name);
 // The file's real location is examined (symbolic links followed, as the client opens it). A
 // path that cannot be examined gives no finding (the read reports it).
 std::vector<LintFinding> CheckFileAttributes(const std::string& path);
+
+// The same audit of a directory a policy file is to be written into, and of every directory
+// above it, for the user who runs the tool: owned by root or by that user, and writable by
+// nobody else. Each finding is worded as check words it.
+std::vector<LintFinding> CheckDirectoryAttributes(const std::string& directory);
+
+// A mode's permission bits as four octal digits: "0644".
+std::string OctalMode(mode_t mode);
 
 }  // namespace qnpolicy::tool
 

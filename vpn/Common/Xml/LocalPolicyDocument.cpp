@@ -163,6 +163,18 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
 
 // ---- Rendering and storing ----
 
+std::vector<std::string> SplitServerList(const std::string& value) {
+    std::vector<std::string> servers;
+    TTokenParser<char> authorizedListParser(value);
+    std::string tstrServerValue;
+    while (authorizedListParser.NextToken(tstrServerValue, kServerListDelimiters)) {
+        if (!tstrServerValue.empty()) {  // adjacent, leading or trailing separators name none
+            servers.push_back(tstrServerValue);
+        }
+    }
+    return servers;
+}
+
 STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::string& directory,
                                 std::string& rDocument) {
     QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
@@ -186,14 +198,9 @@ STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::strin
         for (const auto& policy : settings.updatePolicies) {
             xmlWriter.startElement(policy.first, nullptr);
             if (policy.first == kAuthorizedServerListElement) {
-                TTokenParser<char> authorizedListParser(policy.second);
-                std::string tstrServerValue;
-                while (authorizedListParser.NextToken(tstrServerValue, kServerListDelimiters)) {
-                    if (tstrServerValue.empty()) {
-                        continue;  // adjacent, leading or trailing separators name no server
-                    }
+                for (const std::string& server : SplitServerList(policy.second)) {
                     xmlWriter.startElement(kServerNameElement, nullptr);
-                    xmlWriter.characters(tstrServerValue);
+                    xmlWriter.characters(server);
                     xmlWriter.endElement(kServerNameElement);
                 }
             } else {

@@ -109,6 +109,10 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
 
 // ---- Rendering and storing ------------------------------------------------------------------
 
+// The server names a server list value holds, as the document gets them: the value cut at
+// every "," and ";", empty pieces dropped, blanks kept.
+std::vector<std::string> SplitServerList(const std::string& value);
+
 // The document generation stores for these settings, byte for byte: the root with its four
 // attributes, the ordinary settings in name order, then "UpdatePolicy" with the update
 // settings in name order (the server list cut at "," and ";" into one "ServerName" per

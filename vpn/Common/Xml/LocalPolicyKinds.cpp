@@ -8,6 +8,7 @@
 #include <cctype>
 #include <map>
 
+#include "LocalPolicyDocument.h"
 #include "LocalQNPolicyOptionTexts.h"
 #include "MessageText.h"
 #include "StringUtils.h"
@@ -167,18 +168,20 @@ void checkCachingList(const LocalPolicySettingInfo& row, std::string_view text,
     }
 }
 
-// The caching options in force, in option order ("false" always first).
+// What the caching options in force restrict, as the text that, written in the file, gives
+// them: the restricting options in option order, without blanks; "none" when nothing is
+// restricted. (The "false" mark the record always holds restricts nothing.)
 std::vector<std::string> cachingValue(const LocalPolicySettingInfo& /*row*/,
                                       const LocalQNPolicyInfo& record) {
     const std::vector<bool> values = record.RestrictPrefCaching();
     const std::vector<std::string>& texts = LocalPolicyCachingOptionTexts();
-    std::vector<std::string> set;
-    for (size_t i = 0; i < values.size() && i < texts.size(); ++i) {
+    std::vector<std::string> restricted;
+    for (size_t i = RESTRICT_PREF_CACHING_FALSE + 1; i < values.size() && i < texts.size(); ++i) {
         if (values[i]) {
-            set.push_back(texts[i]);
+            restricted.push_back(texts[i]);
         }
     }
-    return set;
+    return {restricted.empty() ? std::string("none") : Join(restricted, ",")};
 }
 
 // ---- The tunnel protocol ----
@@ -288,7 +291,7 @@ constexpr std::array<LocalPolicyKind, 8> kKinds = {{
      "stays.",
      "an exclusion once made stays, whatever a later occurrence says.", kUnchanged, nullptr,
      nullptr, "Boolean"},
-    {LocalPolicySettingKind::CACHING_LIST, applyCachingList, checkCachingList, ValueShape::LIST,
+    {LocalPolicySettingKind::CACHING_LIST, applyCachingList, checkCachingList, ValueShape::TEXT,
      cachingValue,
      "Options separated by commas, each exactly as spelled: false, Credentials, Thumbprints, "
      "CredentialsAndThumbprints, AutomaticServerSelection or All. false clears every "
@@ -346,15 +349,38 @@ std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row) {
         case ValueShape::BOOLEAN:
             return {std::string(kTrue), std::string(kFalse)};
         case ValueShape::TEXT:
-            return LocalPolicyAppliedTunnelTexts();
-        case ValueShape::LIST:
             return row.kind == LocalPolicySettingKind::CACHING_LIST
                        ? LocalPolicyCachingOptionTexts()
-                       : std::vector<std::string>();
+                       : LocalPolicyAppliedTunnelTexts();
+        case ValueShape::LIST:
         case ValueShape::NONE:
             break;
     }
     return {};
+}
+
+std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value) {
+    if (row.allowedValues.empty()) {
+        return value;  // free text is written as given
+    }
+    const std::vector<std::string> applied = AppliedTexts(row);
+    if (std::find(applied.begin(), applied.end(), value) != applied.end()) {
+        return value;
+    }
+    for (const std::string& text : applied) {
+        if (SameTextIgnoringCase(text, value)) {
+            return text;
+        }
+    }
+    return value;
+}
+
+std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row) {
+    std::vector<std::string> written;
+    for (const std::string& value : row.allowedValues) {
+        written.push_back(AppliedSpelling(row, value));
+    }
+    return written;
 }
 
 }  // namespace qnpolicy

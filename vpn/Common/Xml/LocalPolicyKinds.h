@@ -91,6 +91,17 @@ const LocalPolicyKind& KindOf(LocalPolicySettingKind kind);
 // texts; empty for free text (server names).
 std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row);
 
+// The spelling of an installer value that the reader applies: where the vocabulary's spelling
+// of an accepted value (value) is not a text the reader applies, the applied text that equals
+// it ignoring case ("TLS" gives "tls", "IPSec" "ipsec"); any other value as it is. What the
+// command-line tool writes, so that every setting it writes takes effect; the library's own
+// generation keeps the vocabulary's spelling.
+std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value);
+
+// The row's allowed installer values in the spelling the command-line tool writes them in
+// (AppliedSpelling); empty where any text is written as given.
+std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row);
+
 }  // namespace qnpolicy
 
 #endif  // LOCALPOLICYKINDS_H
