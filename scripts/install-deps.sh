@@ -12,6 +12,8 @@ PACKAGES=(
     # tests and benchmarks (strace: what generate creates, and killing it at each system call;
     # python3-jsonschema: every JSON object the tool prints against its published schema)
     libgtest-dev libgmock-dev libbenchmark-dev strace python3-jsonschema
+    # the README's worked examples, run as printed
+    jq
     # command-line tool
     libcli11-dev nlohmann-json3-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
