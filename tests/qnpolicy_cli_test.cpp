@@ -320,10 +320,17 @@ TEST(QnpolicyTool, VocabularyListsEveryRowWithItsMeaning) {
         EXPECT_FALSE(row.at("description").get<std::string>().empty()) << row;
         EXPECT_TRUE(row.at("default").is_string()) << row;
     }
-    EXPECT_EQ(rows[15].at("abbreviation"), "rtp");
-    EXPECT_EQ(rows[15].at("allowedValues"), Json({"false", "TLS", "IPSec"}));
-    EXPECT_EQ(rows[15].at("writtenValues"), Json({"false", "tls", "ipsec"}));
-    EXPECT_EQ(rows[27].at("default"), "true");  // upsu: updates from any server by default
+    std::map<std::string, Json> byAbbreviation;
+    std::string order;
+    for (const Json& row : rows) {
+        byAbbreviation[row.at("abbreviation")] = row;
+        order += row.at("abbreviation").get<std::string>() + " ";
+    }
+    EXPECT_NE(order.find("orc rpc rrwd rsc rswd rtp rwl sct upal"), std::string::npos) << order;
+    EXPECT_EQ(byAbbreviation.at("rtp").at("allowedValues"), Json({"false", "TLS", "IPSec"}));
+    EXPECT_EQ(byAbbreviation.at("rtp").at("writtenValues"), Json({"false", "tls", "ipsec"}));
+    // Updates from any server by default.
+    EXPECT_EQ(byAbbreviation.at("upsu").at("default"), "true");
     EXPECT_TRUE(ToolRun("vocabulary").has("\necc    EnableCRLCheck"));
     EXPECT_TRUE(ToolRun("vocabulary").has("false, tls, ipsec\n"));
 }
