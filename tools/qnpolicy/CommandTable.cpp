@@ -122,6 +122,18 @@ constexpr char kErrorSchema[] = R"({
     },
     "additionalProperties": false
 })";
+// One finding of check, as check and generate report it.
+constexpr char kFindingSchema[] = R"({
+    "type": "object",
+    "required": ["kind", "severity", "line", "column", "message"],
+    "properties": {
+        "kind": {"type": "string"},
+        "severity": {"enum": ["error", "warning"]},
+        "line": {"type": "integer", "minimum": 0},
+        "column": {"type": "integer", "minimum": 0},
+        "message": {"type": "string"}
+    }
+})";
 constexpr char kErrorDocumentSchema[] = R"({
     "type": "object",
     "required": ["formatVersion", "error"],
@@ -151,6 +163,7 @@ std::string OutputSchema(const CommandInfo& command) {
                        {{"$ref", "#/$defs/errorDocument"}}};
     schema["$defs"]["errorDocument"] = nlohmann::ordered_json::parse(kErrorDocumentSchema);
     schema["$defs"]["error"] = nlohmann::ordered_json::parse(kErrorSchema);
+    schema["$defs"]["finding"] = nlohmann::ordered_json::parse(kFindingSchema);
     return schema.dump(2) + "\n";
 }
 

@@ -30,16 +30,7 @@ const char kCheckResultSchema[] = R"({
                 "readable": {"type": "boolean"},
                 "error": {"$ref": "#/$defs/error"},
                 "findings": {"type": "array", "items": {
-                    "type": "object",
-                    "required": ["kind", "severity", "line", "column", "message"],
-                    "properties": {
-                        "kind": {"type": "string"},
-                        "severity": {"enum": ["error", "warning"]},
-                        "line": {"type": "integer", "minimum": 0},
-                        "column": {"type": "integer", "minimum": 0},
-                        "message": {"type": "string"}
-                    },
-                    "additionalProperties": false}},
+                    "$ref": "#/$defs/finding", "unevaluatedProperties": false}},
                 "omitted": {"type": "object",
                             "additionalProperties": {"type": "integer", "minimum": 1}}
             },

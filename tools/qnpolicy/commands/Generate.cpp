@@ -54,17 +54,10 @@ const char kGenerateResultSchema[] = R"({
             },
             "additionalProperties": false}},
         "findings": {"type": "array", "items": {
-            "type": "object",
-            "required": ["argument", "kind", "severity", "line", "column", "message"],
-            "properties": {
-                "argument": {"type": ["string", "null"]},
-                "kind": {"type": "string"},
-                "severity": {"enum": ["error", "warning"]},
-                "line": {"type": "integer", "minimum": 0},
-                "column": {"type": "integer", "minimum": 0},
-                "message": {"type": "string"}
-            },
-            "additionalProperties": false}},
+            "$ref": "#/$defs/finding",
+            "required": ["argument"],
+            "properties": {"argument": {"type": ["string", "null"]}},
+            "unevaluatedProperties": false}},
         "repaired": {"type": "array", "items": {
             "type": "object",
             "required": ["attribute", "was", "now"],
