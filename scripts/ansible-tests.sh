@@ -57,11 +57,14 @@ ansible-test sanity --local --python "$version" --python-interpreter "$python" \
     "${sanity_tests[@]/#/--test=}"
 
 step "pycodestyle and pylint, with ansible-test's settings"
+# The collection, and the integration runner and its callback beside it.
+runner=("$collections/tests/readme_plays.py" "$collections/tests/callback_plugins/record_results.py")
 pycodestyle --max-line-length 160 --ignore "$(paste -sd, \
-    /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" plugins tests
+    /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" \
+    plugins tests "${runner[@]}"
 PYTHONPATH="$collections" "$python" -m pylint --score=n \
     --rcfile /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pylint/config/collection.cfg \
-    plugins tests
+    plugins tests "${runner[@]}"
 
 step "ansible-doc"
 for module in local_policy local_policy_info; do
