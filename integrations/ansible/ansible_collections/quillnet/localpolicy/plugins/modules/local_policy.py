@@ -96,7 +96,7 @@ notes:
   - In check mode I(policy) is the policy that would be in force after the run, as the client would read it
     (C(qnpolicy show --json -) of the document that would be written, or the defaults where the file would be
     removed), with C(policyFile) naming the policy file.
-  - Settings that need a directory the tool refuses fail in check mode as well.
+  - An install directory the tool refuses as unsafe fails the task in check mode as well.
 seealso:
   - module: quillnet.localpolicy.local_policy_info
 author:
