@@ -21,6 +21,24 @@ step() { echo "== ansible-tests: $*"; }
 cd "$collection"
 rm -rf tests/output
 
+if [ ! -x "$qnpolicy" ]; then
+    echo "ansible-tests: no qnpolicy at $qnpolicy; build it first" >&2
+    exit 1
+fi
+
+step "the unit tests' JSON Schemas are the tool's"
+# The unit tests' stand-in for qnpolicy validates every answer against copies of the schemas the
+# tool publishes; a copy that differs from the built tool's would let the stand-in drift.
+fixtures=tests/unit/plugins/modules/fixtures
+for command in generate show check; do
+    if ! "$qnpolicy" schema --json-schema "$command" | diff -u "$fixtures/qnpolicy-$command.schema.json" -; then
+        echo "ansible-tests: $fixtures/qnpolicy-$command.schema.json differs from \`qnpolicy schema" \
+            "--json-schema $command\`; update the copy and the stand-in in conftest.py" >&2
+        exit 1
+    fi
+done
+echo "qnpolicy-{generate,show,check}.schema.json: the tool's"
+
 step "unit tests (ansible-test units, Python $version)"
 ansible-test units --local --python "$version" --python-interpreter "$python"
 # A run that found no test would pass without testing anything.
@@ -39,11 +57,14 @@ ansible-test sanity --local --python "$version" --python-interpreter "$python" \
     "${sanity_tests[@]/#/--test=}"
 
 step "pycodestyle and pylint, with ansible-test's settings"
+# The collection, and the integration runner and its callback beside it.
+runner=("$collections/tests/readme_plays.py" "$collections/tests/callback_plugins/record_results.py")
 pycodestyle --max-line-length 160 --ignore "$(paste -sd, \
-    /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" plugins tests
+    /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" \
+    plugins tests "${runner[@]}"
 PYTHONPATH="$collections" "$python" -m pylint --score=n \
     --rcfile /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pylint/config/collection.cfg \
-    plugins tests
+    plugins tests "${runner[@]}"
 
 step "ansible-doc"
 for module in local_policy local_policy_info; do
@@ -63,10 +84,6 @@ if missing or not doc["doc"].get("options"):
 done
 
 step "integration (ansible-playbook, localhost)"
-if [ ! -x "$qnpolicy" ]; then
-    echo "ansible-tests: no qnpolicy at $qnpolicy; build it first" >&2
-    exit 1
-fi
 bash "$repo/integrations/ansible/tests/run-integration.sh" "$qnpolicy"
 
 echo "ansible-tests: PASSED (units, sanity, pycodestyle, pylint, ansible-doc, integration)"

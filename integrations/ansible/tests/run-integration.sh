@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the collection's modules against a built qnpolicy on this machine (integration.yml):
+# Runs the collection's modules against a built qnpolicy on this machine (integration.yml), then
+# the plays printed in the collection's README on a small fleet of local hosts (readme_plays.py):
 #   integrations/ansible/tests/run-integration.sh [QNPOLICY]
 # QNPOLICY defaults to the environment's QNPOLICY, then to build/tools/qnpolicy/qnpolicy.
 set -euo pipefail
@@ -14,9 +15,13 @@ fi
 
 export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible"
 export ANSIBLE_LOCALHOST_WARNING=false ANSIBLE_INVENTORY_UNPARSED_WARNING=false ANSIBLE_NOCOLOR=1
-if ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml"; then
-    echo "ansible integration: PASSED ($qnpolicy)"
-else
+if ! ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml"; then
     echo "ansible integration: FAILED ($qnpolicy)" >&2
     exit 1
 fi
+# The plays printed in the collection's README, as printed, on a small fleet on this machine.
+if ! /usr/bin/python3 "$here/readme_plays.py" "$qnpolicy"; then
+    echo "ansible integration: FAILED, the README's plays ($qnpolicy)" >&2
+    exit 1
+fi
+echo "ansible integration: PASSED ($qnpolicy)"

@@ -19,9 +19,6 @@ DEFAULT_INSTALL_DIR = '/opt/quillnet/'
 # The JSON layout these modules understand (the tool's "formatVersion").
 FORMAT_VERSION = 1
 
-# Exit code of show and generate when the install directory does not exist.
-EXIT_NO_SUCH_DIRECTORY = 66
-
 # Options both modules take, in the form of an AnsibleModule argument_spec.
 COMMON_ARGUMENT_SPEC = dict(
     install_dir=dict(type='path', default=DEFAULT_INSTALL_DIR),
@@ -36,28 +33,52 @@ def tool_path(module):
     return module.get_bin_path('qnpolicy', required=True)
 
 
-def run_json(module, tool, subcommand, arguments, accepted_rcs):
-    """Runs `qnpolicy SUBCOMMAND --install-dir DIR --json ARGUMENTS`.
+def tool_message(subcommand, error):
+    """The text of a failure the tool reported in its JSON "error" object."""
+    message = error.get('message') or error.get('kind') or 'failed'
+    if error.get('consequence'):
+        message = '%s %s' % (message, error['consequence'])
+    return 'qnpolicy %s: %s' % (subcommand, message)
 
-    Returns (rc, object). Fails the task, with the command, its exit code and its
-    standard error, when the exit code is not one of accepted_rcs (the codes whose
-    JSON the caller interprets), when the output is not one JSON object, or when
-    its formatVersion is not the one this collection reads.
+
+def run_json(module, tool, subcommand, arguments, accepted_rcs, error_kinds=(), data=None, install_dir=None):
+    """Runs `qnpolicy SUBCOMMAND --install-dir DIR --json ARGUMENTS`, with data on standard input.
+
+    DIR is install_dir, by default the module's option of that name.
+
+    Returns (rc, object) when the exit code is one of accepted_rcs, the codes whose JSON
+    the caller interprets. An object that carries only an "error" (the run ended before
+    it had a result) is returned only when its kind is one of error_kinds.
+
+    Fails the task otherwise: with the tool's own message when it printed one in its
+    "error" object, else with the command, its exit code and its standard error; and
+    when the output is not one JSON object, or its formatVersion is not the one this
+    collection reads.
     """
-    command = [tool, subcommand, '--install-dir', module.params['install_dir'], '--json']
+    command = [tool, subcommand, '--install-dir', install_dir or module.params['install_dir'], '--json']
     command.extend(arguments)
-    rc, stdout, stderr = module.run_command(command)
+    if data is None:
+        rc, stdout, stderr = module.run_command(command)
+    else:
+        # binary_data: the document goes in as it is, without a newline added.
+        rc, stdout, stderr = module.run_command(command, data=data, binary_data=True)
     details = dict(cmd=command, rc=rc, stdout=stdout, stderr=stderr)
-    if rc not in accepted_rcs:
-        module.fail_json(msg='qnpolicy %s failed with exit code %d: %s'
-                         % (subcommand, rc, stderr.strip() or stdout.strip()), **details)
     try:
         result = json.loads(stdout)
     except ValueError:
         result = None
     if not isinstance(result, dict):
+        if rc not in accepted_rcs:
+            module.fail_json(msg='qnpolicy %s failed with exit code %d: %s'
+                             % (subcommand, rc, stderr.strip() or stdout.strip()), **details)
         module.fail_json(msg='qnpolicy %s printed no JSON object' % subcommand, **details)
     if result.get('formatVersion') != FORMAT_VERSION:
         module.fail_json(msg='qnpolicy %s printed JSON of formatVersion %r; this collection reads version %d'
                          % (subcommand, result.get('formatVersion'), FORMAT_VERSION), **details)
+    error = result.get('error')
+    if 'result' not in result and isinstance(error, dict) and error.get('kind') not in error_kinds:
+        module.fail_json(msg=tool_message(subcommand, error), error=error, **details)
+    if rc not in accepted_rcs:
+        module.fail_json(msg='qnpolicy %s failed with exit code %d: %s'
+                         % (subcommand, rc, stderr.strip() or stdout.strip()), **details)
     return rc, result

@@ -15,6 +15,10 @@ description:
     (C(qnpolicy show --json)) and lints it (C(qnpolicy check --json)), so that a play can assert on a whole
     fleet, for example that FIPS mode is on everywhere or that no file has an error.
   - Never changes anything.
+requirements:
+  - Python 3 (3.6 or later) on the managed host.
+  - The client's C(qnpolicy) tool on the managed host, in a version that prints C(formatVersion) 1. It is
+    installed by the Debian package C(qnpolicy) and by the RPM package C(qnpolicy).
 options:
   install_dir:
     description:
@@ -44,7 +48,7 @@ attributes:
   platform:
     platforms: posix
 notes:
-  - Needs the C(qnpolicy) tool of the client on the managed host, in a version that prints C(formatVersion) 1.
+  - The C(qnpolicy) tool must be installed on every managed host (package C(qnpolicy), Debian or RPM).
 seealso:
   - module: quillnet.localpolicy.local_policy
 author:
@@ -81,6 +85,14 @@ exists:
   returned: always
   type: bool
   sample: true
+result:
+  description:
+    - What C(qnpolicy check) found, its C(result) - C(clean) nothing, C(findings) see I(findings),
+      C(unreadable) the file cannot be read or parsed (see I(error)), C(no-such-file) there is no file and
+      the client runs with its defaults.
+  returned: always
+  type: str
+  sample: clean
 loaded:
   description: Whether the client can load the file (a missing file loads as the defaults).
   returned: always
@@ -89,20 +101,26 @@ loaded:
 policy:
   description:
     - The effective policy as the client reads it, the object of C(qnpolicy show --json).
-    - C(settings) holds one key per element of the vocabulary, for example C(FipsMode). When the file
-      cannot be loaded, C(loaded) is false and C(error) says why, with its line and column.
+    - C(result) is C(loaded), or C(defaults) when there is no file. C(settings) holds one key per element of
+      the vocabulary, for example C(FipsMode); C(RestrictPreferenceCaching) is what is restricted (for example
+      C(Credentials,Thumbprints), or C(none)) and C(cachingOptions) the entries as written. When the file
+      cannot be loaded, C(loaded) is false and C(error) says why, with its C(kind), line and column.
   returned: always
   type: dict
   sample:
     formatVersion: 1
+    result: loaded
     loaded: true
     policyFile: /opt/quillnet/QuillnetLocalPolicy.xml
     exists: true
     version: 5.1.8.105
     fipsModeModifiedOnDisk: false
     excludeCertStoreMask: '0x00000000'
+    cachingOptions: ['false']
     settings:
       FipsMode: true
+      RestrictPreferenceCaching: none
+      RestrictTunnelProtocols: 'false'
       AuthorizedServerList: [gw1.example.com]
 findings:
   description:
@@ -115,10 +133,11 @@ findings:
   sample: [{kind: tunnel-value-not-applied, severity: error, line: 5, column: 5,
             message: "the client applies only false, ipsec and tls"}]
 error:
-  description: Why C(qnpolicy check) could not read or parse the file, with C(message), C(line) and C(column).
+  description: Why C(qnpolicy check) could not read or parse the file, with C(kind), C(message), C(line) and
+    C(column).
   returned: when the file is present but cannot be read or parsed
   type: dict
-  sample: {message: "not well-formed (invalid token)", line: 3, column: 7}
+  sample: {kind: unreadable, message: "not well-formed (invalid token)", line: 3, column: 7}
 '''
 
 import os
@@ -132,18 +151,20 @@ ARGUMENT_SPEC = dict(
     ignore=dict(type='list', elements='str', default=[]),
 )
 
-# Exit codes of show whose JSON the module reports: loaded, and not loaded.
-SHOW_RCS = (0, 1)
+# Exit codes of show whose JSON the module reports: loaded (or the defaults), and a file
+# that cannot be loaded.
+SHOW_RCS = (0, 2)
 
-# Exit codes of check whose JSON the module reports: clean, findings, unreadable.
-CHECK_RCS = (0, 1, 2)
+# Exit codes of check whose JSON the module reports: clean, findings, unreadable, and no
+# such file (a missing install directory prints an error instead, and fails the task).
+CHECK_RCS = (0, 1, 2, 66)
 
 
 def main():
     module = AnsibleModule(argument_spec=ARGUMENT_SPEC, supports_check_mode=True)
     tool = tool_path(module)
 
-    rc, policy = run_json(module, tool, 'show', [], SHOW_RCS)
+    rc, policy = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=('unreadable',))
     path = policy.get('policyFile')
     exists = policy.get('exists')
     if exists is None:
@@ -151,15 +172,15 @@ def main():
         exists = os.path.lexists(path)
     outcome = dict(changed=False, path=path, exists=exists, loaded=rc == 0 and policy.get('loaded') is True,
                    policy=policy, findings=[])
-    if outcome['exists']:
-        arguments = []
-        for kind in module.params['ignore']:
-            arguments.extend(['--ignore', kind])
-        rc, checked = run_json(module, tool, 'check', arguments, CHECK_RCS)
-        for entry in checked.get('files', []):
-            outcome['findings'].extend(entry.get('findings', []))
-            if not entry.get('readable', True):
-                outcome['error'] = entry.get('error')
+    arguments = []
+    for kind in module.params['ignore']:
+        arguments.extend(['--ignore', kind])
+    rc, checked = run_json(module, tool, 'check', arguments, CHECK_RCS)
+    outcome['result'] = checked.get('result')
+    for entry in checked.get('files', []):
+        outcome['findings'].extend(entry.get('findings', []))
+        if not entry.get('readable', True) and checked.get('result') != 'no-such-file':
+            outcome['error'] = entry.get('error')
     module.exit_json(**outcome)
 
 

@@ -3,7 +3,11 @@
 """Runs the collection's modules in process against a stand-in for qnpolicy.
 
 FakeQnpolicy answers run_command the way qnpolicy's --json contract says, over a
-real install directory, so a test sees the file the module leaves behind.
+real install directory, so a test sees the file the module leaves behind. Every
+answer it gives is validated against the JSON Schema the tool publishes for the
+subcommand (fixtures/qnpolicy-*.schema.json, the output of `qnpolicy schema
+--json-schema COMMAND`; scripts/ansible-tests.sh fails when they differ from the
+built tool's), so the stand-in cannot drift from the tool's output format.
 """
 
 from __future__ import absolute_import, division, print_function
@@ -12,12 +16,37 @@ __metaclass__ = type
 import json
 import os
 
+import jsonschema
 import pytest
 
 from ansible.module_utils import basic
 
 POLICY_FILE = 'QuillnetLocalPolicy.xml'
 TOOL = '/usr/local/bin/qnpolicy'
+FIXTURES = os.path.join(os.path.dirname(__file__), 'fixtures')
+UNSAFE_MESSAGE = ("The directory /srv's mode is 0777: its group or others can change the policy. Run: chmod go-w /srv "
+                  "Nothing was written (--allow-unsafe-directory writes anyway).")
+LOOSE = [dict(attribute='owner', was='65534', now='0'), dict(attribute='mode', was='0666', now='0644')]
+
+
+def schema_validator(subcommand):
+    with open(os.path.join(FIXTURES, 'qnpolicy-%s.schema.json' % subcommand)) as handle:
+        return jsonschema.Draft202012Validator(json.load(handle))
+
+
+VALIDATORS = dict((subcommand, schema_validator(subcommand)) for subcommand in ('generate', 'show', 'check'))
+
+
+def tool_output(subcommand, rc, **fields):
+    """What qnpolicy SUBCOMMAND --json prints: (rc, stdout, stderr), checked against the subcommand's schema."""
+    document = dict(fields, formatVersion=1)
+    VALIDATORS[subcommand].validate(document)
+    return rc, json.dumps(document), ''
+
+
+def error_output(subcommand, rc, kind, message, **fields):
+    """The object of a run that ended before it had a result."""
+    return tool_output(subcommand, rc, error=dict(kind=kind, message=message), **fields)
 
 
 class ModuleExit(Exception):
@@ -30,11 +59,14 @@ class ModuleExit(Exception):
 
 
 class FakeQnpolicy(object):
-    """Plays qnpolicy for one install directory; records every command it ran.
+    """Plays qnpolicy over install directories; records every command it ran and its standard input.
 
     `refused` maps an argument to the message generate gives when it refuses it,
-    `findings` is what check reports about the file, and `overrides` maps a
-    subcommand ('generate' for the dry run, 'write' for generate without it) to a
+    `findings` is what check reports about the file, `loose` the repairs generate
+    reports for a file that holds the document (as if its owner and mode were wrong;
+    a write or a repair clears it), `unsafe` makes generate refuse the directory
+    unless --allow-unsafe-directory is given, and `overrides` maps a subcommand
+    ('generate' for the dry run, 'write' for generate without it) to a
     (rc, stdout, stderr) it returns instead.
     """
 
@@ -42,65 +74,97 @@ class FakeQnpolicy(object):
         self.install_dir = str(install_dir)
         self.path = os.path.join(self.install_dir, POLICY_FILE)
         self.commands = []
+        self.inputs = []
         self.refused = {}
         self.findings = []
+        self.loose = []
+        self.unsafe = False
         self.overrides = {}
 
-    def __call__(self, command, **kwargs):
+    def __call__(self, command, data=None, binary_data=False, **kwargs):
         self.commands.append(command)
-        assert command[0] == TOOL and command[2:5] == ['--install-dir', self.install_dir, '--json']
+        self.inputs.append(data)
+        assert command[0] == TOOL and command[2] == '--install-dir' and command[4] == '--json'
+        # A document on standard input goes in as it is, with no newline added.
+        assert data is None or binary_data
         key = 'write' if command[1] == 'generate' and '--dry-run' not in command else command[1]
         if key in self.overrides:
             return self.overrides[key]
-        return getattr(self, command[1])(command[5:])
+        return getattr(self, command[1])(command[3], command[5:], data)
 
     def ran(self, *words):
         """The commands that contain every one of words."""
         return [command for command in self.commands if all(word in command for word in words)]
 
-    @staticmethod
-    def answer(rc, **fields):
-        return rc, json.dumps(dict(fields, formatVersion=1)), ''
-
-    def on_disk(self):
-        if not os.path.exists(self.path):
+    def on_disk(self, install_dir=None):
+        path = os.path.join(install_dir or self.install_dir, POLICY_FILE)
+        if not os.path.exists(path):
             return None
-        with open(self.path) as handle:
+        with open(path) as handle:
             return handle.read()
 
-    def generate(self, options):
+    def generate(self, install_dir, options, data):
         arguments = [option for option in options if not option.startswith('--')]
+        if not arguments and '--all-defaults' not in options:
+            return error_output('generate', 64, 'usage', 'no arguments: give at least one ABBREV=VALUE, or --all-defaults')
+        if arguments and '--all-defaults' in options:
+            return error_output('generate', 64, 'usage', '--all-defaults takes no ABBREV=VALUE')
+        if self.unsafe and '--allow-unsafe-directory' not in options:
+            return error_output('generate', 73, 'unsafe-directory', UNSAFE_MESSAGE)
+        dry_run = '--dry-run' in options
+        path = os.path.join(install_dir, POLICY_FILE)
         skipped = [dict(argument=argument, kind='unknown-abbreviation', message=self.refused[argument])
                    for argument in arguments if argument in self.refused]
         if skipped and '--lenient' not in options:
-            return self.answer(65, path=self.path, result='refused', dryRun='--dry-run' in options,
-                               skipped=skipped, findings=[])
+            return tool_output('generate', 65, path=path, result='refused', dryRun=dry_run, skipped=skipped,
+                               findings=[], repaired=[])
         document = render(argument for argument in arguments if argument not in self.refused)
-        result = 'unchanged' if self.on_disk() == document else 'written'
-        if '--dry-run' in options:
-            return self.answer(0, path=self.path, result=result, dryRun=True, document=document,
-                               skipped=skipped, findings=[])
+        repaired = []
+        if self.on_disk(install_dir) != document:
+            result = 'written'
+        elif self.loose:
+            result, repaired = 'repaired', self.loose
+        else:
+            result = 'unchanged'
+        fields = dict(path=path, result=result, dryRun=dry_run, skipped=skipped, findings=[], repaired=repaired)
+        if dry_run:
+            return tool_output('generate', 0, document=document, **fields)
         if result == 'written':
-            with open(self.path, 'w') as handle:
+            with open(path, 'w') as handle:
                 handle.write(document)
-        return self.answer(0, path=self.path, result=result, dryRun=False, skipped=skipped, findings=[])
+        self.loose = []
+        return tool_output('generate', 0, **fields)
 
-    def show(self, options):
-        text = self.on_disk()
+    def show(self, install_dir, options, data):
+        if options == ['-']:
+            path, text = '<stdin>', data
+        else:
+            path, text = os.path.join(install_dir, POLICY_FILE), self.on_disk(install_dir)
         if text is not None and not text.startswith('<policy'):
-            return self.answer(1, loaded=False, policyFile=self.path,
-                               error=dict(message='not well-formed', line=1, column=1))
-        return self.answer(0, loaded=True, policyFile=self.path, exists=text is not None,
-                           settings=dict(Arguments=text.split()[1:-1] if text else []))
+            return error_output('show', 2, 'unreadable', 'not well-formed', loaded=False, policyFile=path)
+        arguments = text.split()[1:-1] if text else []
+        return tool_output('show', 0, result='loaded' if text is not None else 'defaults', loaded=True,
+                           policyFile=path, exists=text is not None, version='5.1.8.105' if text else None,
+                           fipsModeModifiedOnDisk=False, excludeCertStoreMask='0x00000000', cachingOptions=['false'],
+                           settings=dict(RestrictPreferenceCaching='none', Arguments=arguments),
+                           descriptions=dict(Arguments='The arguments the stand-in document was rendered from.'))
 
-    def check(self, options):
+    def check(self, install_dir, options, data):
         ignored = [options[index + 1] for index, option in enumerate(options) if option == '--ignore']
-        entry = dict(file=self.path, readable=self.show([])[0] == 0,
+        path = os.path.join(install_dir, POLICY_FILE)
+        if self.on_disk(install_dir) is None:
+            entry = dict(file=path, readable=False, findings=[],
+                         error=dict(kind='no-such-file', message='no such file', line=0, column=0))
+            return tool_output('check', 66, result='no-such-file', files=[entry])
+        if self.show(install_dir, [], None)[0] != 0:
+            entry = dict(file=path, readable=False, findings=[],
+                         error=dict(kind='unreadable', message='not well-formed', line=1, column=1))
+            return tool_output('check', 2, result='unreadable', files=[entry])
+        entry = dict(file=path, readable=True,
                      findings=[finding for finding in self.findings if finding['kind'] not in ignored])
-        if not entry['readable']:
-            entry['error'] = dict(message='not well-formed', line=1, column=1)
-            return self.answer(2, files=[entry])
-        return self.answer(1 if entry['findings'] else 0, files=[entry])
+        if entry['findings']:
+            return tool_output('check', 1, result='findings', files=[entry])
+        return tool_output('check', 0, result='clean', files=[entry])
 
 
 def render(arguments):
@@ -110,11 +174,21 @@ def render(arguments):
 
 @pytest.fixture
 def fake(tmp_path):
-    return FakeQnpolicy(tmp_path)
+    install_dir = tmp_path / 'install'
+    install_dir.mkdir()
+    return FakeQnpolicy(install_dir)
 
 
 @pytest.fixture
-def run_module(mocker, fake):
+def module_tmpdir(tmp_path):
+    """The module's own temporary directory (AnsibleModule.tmpdir)."""
+    path = tmp_path / 'module-tmp'
+    path.mkdir()
+    return str(path)
+
+
+@pytest.fixture
+def run_module(mocker, fake, module_tmpdir):
     """Calls run_module(main, args, check_mode=False, diff=False) -> ModuleExit."""
 
     def exit_json(module, **result):
@@ -129,8 +203,8 @@ def run_module(mocker, fake):
     warn = mocker.patch.object(basic.AnsibleModule, 'warn')
 
     def run(main, args, check_mode=False, diff=False):
-        args = dict(args, qnpolicy=TOOL, install_dir=fake.install_dir,
-                    _ansible_check_mode=check_mode, _ansible_diff=diff)
+        args = dict(dict(qnpolicy=TOOL, install_dir=fake.install_dir), **args)
+        args.update(_ansible_check_mode=check_mode, _ansible_diff=diff, _ansible_tmpdir=module_tmpdir)
         mocker.patch.object(basic, '_ANSIBLE_ARGS', json.dumps(dict(ANSIBLE_MODULE_ARGS=args)).encode())
         warn.reset_mock()
         with pytest.raises(ModuleExit) as raised:

@@ -6,10 +6,12 @@ __metaclass__ = type
 
 import json
 
-from ansible_collections.quillnet.localpolicy.plugins.modules import local_policy_info
-from .conftest import render
+import pytest
 
-FINDINGS = [dict(kind='file-owner', severity='warning', line=0, column=0, message='not owned by root'),
+from ansible_collections.quillnet.localpolicy.plugins.modules import local_policy_info
+from .conftest import error_output, render
+
+FINDINGS = [dict(kind='file-owner', severity='error', line=0, column=0, message='not owned by root'),
             dict(kind='tunnel-value-not-applied', severity='error', line=5, column=5, message='TLS is not applied')]
 
 
@@ -18,28 +20,51 @@ def write(fake, text):
         handle.write(text)
 
 
-def test_reports_what_show_and_check_report(run_module, fake):
+def shown(fake):
+    return json.loads(fake.show(fake.install_dir, [], None)[1])
+
+
+@pytest.mark.parametrize('findings, ignore, result, reported', [
+    ([], [], 'clean', []),
+    (FINDINGS, [], 'findings', FINDINGS),
+    (FINDINGS, ['file-owner'], 'findings', FINDINGS[1:]),
+    (FINDINGS[:1], ['file-owner'], 'clean', []),
+])
+def test_reports_what_show_and_check_report(run_module, fake, findings, ignore, result, reported):
     write(fake, render(['fm=true']))
-    fake.findings = FINDINGS
-    outcome = run_module(local_policy_info.main, dict(ignore=['file-owner']), check_mode=True)
+    fake.findings = findings
+    outcome = run_module(local_policy_info.main, dict(ignore=ignore), check_mode=True)
     assert not outcome.failed and not outcome.result['changed']
-    assert outcome.result['policy'] == json.loads(fake.show([])[1])
+    assert outcome.result['policy'] == shown(fake)
     assert outcome.result['exists'] and outcome.result['loaded'] and outcome.result['path'] == fake.path
-    assert outcome.result['findings'] == FINDINGS[1:]
-    assert fake.ran('check', '--ignore', 'file-owner')
+    assert outcome.result['result'] == result and outcome.result['findings'] == reported
+    assert 'error' not in outcome.result
+    assert fake.ran('check')[0][5:] == [word for kind in ignore for word in ('--ignore', kind)]
     assert fake.on_disk() == render(['fm=true'])
 
 
-def test_without_file_reports_defaults_and_no_findings(run_module, fake):
+def test_without_file_reports_the_defaults_and_no_findings(run_module, fake):
     fake.findings = FINDINGS
     outcome = run_module(local_policy_info.main, dict())
+    assert not outcome.failed
     assert not outcome.result['exists'] and outcome.result['loaded'] and outcome.result['findings'] == []
-    assert fake.ran('check') == []
+    assert outcome.result['policy']['result'] == 'defaults' and outcome.result['result'] == 'no-such-file'
+    assert 'error' not in outcome.result
 
 
 def test_a_file_the_client_cannot_load_is_reported_not_failed(run_module, fake):
     write(fake, 'broken')
     outcome = run_module(local_policy_info.main, dict())
     assert not outcome.failed
-    assert outcome.result['exists'] and not outcome.result['loaded']
-    assert outcome.result['error']['message'] == 'not well-formed'
+    assert outcome.result['exists'] and not outcome.result['loaded'] and outcome.result['result'] == 'unreadable'
+    assert outcome.result['policy']['error']['kind'] == 'unreadable'
+    assert outcome.result['error'] == dict(kind='unreadable', message='not well-formed', line=1, column=1)
+
+
+@pytest.mark.parametrize('subcommand', ['show', 'check'])
+def test_a_missing_install_directory_fails_with_the_tools_message(run_module, fake, subcommand):
+    fake.overrides[subcommand] = error_output(subcommand, 66, 'no-such-directory',
+                                              'install directory "/nowhere/": no such directory')
+    outcome = run_module(local_policy_info.main, dict())
+    assert outcome.failed
+    assert outcome.result['msg'] == 'qnpolicy %s: install directory "/nowhere/": no such directory' % subcommand
