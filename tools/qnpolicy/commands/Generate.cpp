@@ -559,14 +559,14 @@ int CGenerateCommand::Run(CToolContext& context) {
         if (!unsafe.empty()) {
             std::string messages;
             for (const LintFinding& finding : unsafe) {
-                messages += (messages.empty() ? "" : " ") + finding.message;
+                messages += finding.message + "; ";
                 if (!context.Options().bJson) {
                     context.Error("error: " + finding.kind + ": " + finding.message);
                 }
             }
             return context.Fail(kExitCannotCreate, errorkind::kUnsafeDirectory,
                                 messages +
-                                    " Nothing was written (--allow-unsafe-directory "
+                                    "nothing was written (--allow-unsafe-directory "
                                     "writes anyway).");
         }
     }

@@ -24,8 +24,8 @@ from ansible.module_utils import basic
 POLICY_FILE = 'QuillnetLocalPolicy.xml'
 TOOL = '/usr/local/bin/qnpolicy'
 FIXTURES = os.path.join(os.path.dirname(__file__), 'fixtures')
-UNSAFE_MESSAGE = ("The directory /srv's mode is 0777: its group or others can change the policy. Run: chmod go-w /srv "
-                  "Nothing was written (--allow-unsafe-directory writes anyway).")
+UNSAFE_MESSAGE = ("The directory /srv's mode is 0777: its group or others can change the policy. Run: chmod go-w /srv; "
+                  "nothing was written (--allow-unsafe-directory writes anyway).")
 LOOSE = [dict(attribute='owner', was='65534', now='0'), dict(attribute='mode', was='0666', now='0644')]
 
 
