@@ -4,6 +4,8 @@
 //   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
 //   qn-docgen tool-manpage INCLUDE            scdoc source of qnpolicy(1)
 //   qn-docgen bash-completion                 the bash completion of qnpolicy
+//   qn-docgen zsh-completion                  the zsh completion of qnpolicy (_qnpolicy)
+//   qn-docgen fish-completion                 the fish completion of qnpolicy
 //
 // The tool's page and the completion follow qnpolicy's command table. The build runs these;
 // the outputs are installed, never edited by hand.
@@ -35,7 +37,9 @@ int run(int argc, char** argv) {
         app.add_subcommand("policy-manpage", "scdoc source of QuillnetLocalPolicy.xml(5)");
     CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
     toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
-    app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    CLI::App* bashCompletion = app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    CLI::App* zshCompletion = app.add_subcommand("zsh-completion", "zsh completion of qnpolicy");
+    app.add_subcommand("fish-completion", "fish completion of qnpolicy");
     CLI11_PARSE(app, argc, argv);
 
     const qndocgen::ToolHelp help = qndocgen::DescribeTool();
@@ -52,8 +56,12 @@ int run(int argc, char** argv) {
             return kExitNoInput;
         }
         qndocgen::WriteToolManualPage(help, includeText.str(), std::cout);
-    } else {
+    } else if (bashCompletion->parsed()) {
         qndocgen::WriteBashCompletion(help, std::cout);
+    } else if (zshCompletion->parsed()) {
+        qndocgen::WriteZshCompletion(help, std::cout);
+    } else {
+        qndocgen::WriteFishCompletion(help, std::cout);
     }
     std::cout.flush();
     if (!std::cout) {
