@@ -9,14 +9,16 @@ completion=$(realpath "$1")
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-mkdir sub
-touch a.xml
+mkdir -p "$work/cwd/sub"
+touch "$work/cwd/a.xml"
+cd "$work/cwd" || exit 1
 
 # The sorted offers for a command line, the cursor at its end, without their descriptions.
-# Only this completion is loaded: none from fish's own directories, no configuration.
+# Only this completion is loaded: none from fish's own directories, no configuration; what
+# fish keeps of its own goes to the scratch directory, not the home directory.
 offers() {
-    fish --no-config -c 'set -g fish_complete_path; source $argv[1]; complete -C $argv[2]' \
+    XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" fish --no-config \
+        -c 'set -g fish_complete_path; source $argv[1]; complete -C $argv[2]' \
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
 }
 
