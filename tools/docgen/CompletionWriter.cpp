@@ -177,28 +177,29 @@ std::string zshValueAction(const ToolOption& option) {
     return " ";
 }
 
-// One _arguments spec per option name. "*" offers an option again after it was given, as the
+// One _arguments entry per option name. "*" offers an option again after it was given, as the
 // bash completion does (--ignore repeats); a long option's value may follow "=" or a space.
-void writeZshOptionSpecs(const ToolCommand& command, const std::string& indent, std::ostream& out) {
+void writeZshOptionEntries(const ToolCommand& command, const std::string& indent,
+                           std::ostream& out) {
     for (const ToolOption& option : command.options) {
         for (const std::string& name : option.names) {
-            std::string spec = "*" + name;
+            std::string entry = "*" + name;
             if (!option.argument.empty()) {
-                spec += name.rfind("--", 0) == 0 ? "=" : "+";
+                entry += name.rfind("--", 0) == 0 ? "=" : "+";
             }
-            spec += "[" + zshEscaped(firstSentence(option.description), "]") + "]";
+            entry += "[" + zshEscaped(firstSentence(option.description), "]") + "]";
             if (!option.argument.empty()) {
-                spec += ":" + zshEscaped(option.argument, ":") + ":" + zshValueAction(option);
+                entry += ":" + zshEscaped(option.argument, ":") + ":" + zshValueAction(option);
             }
-            out << indent << shellQuoted(spec) << " \\\n";
+            out << indent << shellQuoted(entry) << " \\\n";
         }
     }
 }
 
-// The _arguments specs of a subcommand's operands: installer arguments, file names, or only
+// The _arguments entries of a subcommand's operands: installer arguments, file names, or only
 // their type name as a message.
-void writeZshOperandSpecs(const ToolCommand& command, const std::string& indent,
-                          std::ostream& out) {
+void writeZshOperandEntries(const ToolCommand& command, const std::string& indent,
+                            std::ostream& out) {
     for (const ToolPositional& positional : command.positionals) {
         std::string action = " ";
         if (positional.argument == kInstallerArgumentType) {
@@ -427,7 +428,7 @@ void WriteZshCompletion(const ToolHelp& help, std::ostream& out) {
         << "    # The tool's options, then a subcommand; the words after it, options included\n"
         << "    # (-A), are the subcommand's.\n"
         << "    _arguments -C -A '-*' \\\n";
-    writeZshOptionSpecs(help.tool, "        ", out);
+    writeZshOptionEntries(help.tool, "        ", out);
     out << "        ': :->subcommand' \\\n"
         << "        '*:: :->argument' && ret=0\n\n"
         << "    case $state in\n"
@@ -440,8 +441,8 @@ void WriteZshCompletion(const ToolHelp& help, std::ostream& out) {
     for (const ToolCommand& command : help.subcommands) {
         out << "                (" << shellQuoted(command.name) << ")\n"
             << "                    _arguments \\\n";
-        writeZshOptionSpecs(command, "                        ", out);
-        writeZshOperandSpecs(command, "                        ", out);
+        writeZshOptionEntries(command, "                        ", out);
+        writeZshOperandEntries(command, "                        ", out);
         out << "                        && ret=0\n"
             << "                    ;;\n";
     }
