@@ -27,6 +27,9 @@ PACKAGES=(
     python3-venv pylint pycodestyle
     # generated documentation: manual pages, schema validation, completion and its test
     scdoc man-db libxml2-utils bash-completion
+    # other shells' completion: the shells that load the generated zsh and fish completion and
+    # that its tests drive
+    zsh fish
     # Debian packages (make package) and their XML catalog entry
     dpkg-dev debhelper lintian xml-core
     # RPM packages (make rpm): rpmbuild and rpm, and rpmlint

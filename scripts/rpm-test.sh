@@ -58,7 +58,8 @@ fi
 deb_entries() {
     dpkg-deb -c "$1" | awk '{ path = substr($0, index($0, "./") + 1); print $1, path }' |
         sed -e 's|^\(d[^ ]*\) \(.*[^/]\)$|\1 \2/|' -e '/ \/$/d' |
-        sed -e 's| /usr/lib/x86_64-linux-gnu/| /usr/lib64/|' -e 's| /etc/default/| /etc/sysconfig/|'
+        sed -e 's| /usr/lib/x86_64-linux-gnu/| /usr/lib64/|' -e 's| /etc/default/| /etc/sysconfig/|' \
+            -e 's| /usr/share/zsh/vendor-completions/| /usr/share/zsh/site-functions/|'
 }
 rpm_entries() {
     rpm -qp --qf '[%{FILEMODES:perms} %{FILENAMES}\n]' "$1" 2> /dev/null |
@@ -113,6 +114,8 @@ for pair in "${pairs[@]}"; do
             /usr/bin/* | /usr/lib64/*) continue ;;
         esac
         deb_copy="$work/deb/$deb_name${file/#\/etc\/sysconfig\//\/etc\/default\/}"
+        # zsh reads vendor completions from another directory on each family.
+        deb_copy=${deb_copy/\/usr\/share\/zsh\/site-functions\//\/usr\/share\/zsh\/vendor-completions\/}
         if [[ "$file" == *.gz ]]; then
             cmp -s <(zcat "$deb_copy") <(zcat "$work/rpm/$rpm_name$file") ||
                 fail "$file differs between $deb_name.deb and $rpm_name.rpm"

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -159,7 +160,10 @@ TEST(UnifiedDiff, PrintsTheHunksDiffUPrints) {
         const std::string oldPath = dir.write("old", before);
         const std::string newPath = dir.write("new", after);
         const std::string output = dir.path() + "expected";
-        std::system(("diff -u '" + oldPath + "' '" + newPath + "' > '" + output + "'").c_str());
+        // diff exits 0 for equal texts, 1 for different ones.
+        const int status =
+            std::system(("diff -u '" + oldPath + "' '" + newPath + "' > '" + output + "'").c_str());
+        ASSERT_EQ(WEXITSTATUS(status), before == after ? 0 : 1);
         std::string expected = qntest::readFile(output);
         // diff -u's headers carry paths and times; the hunks must be the same.
         const auto hunks = [](const std::string& diff) {

@@ -1,5 +1,7 @@
 #include "CompletionWriter.h"
 
+#include <cctype>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,17 +18,50 @@ constexpr char kFileType[] = "FILE";
 // The positional type of generate's installer arguments.
 constexpr char kInstallerArgumentType[] = "ABBREV=VALUE";
 
-// A word list for compgen -W, single-quoted for the shell.
-std::string wordList(const std::vector<std::string>& words) {
+// Text in single quotes for bash or zsh: taken literally, a quote included.
+std::string shellQuoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char character : text) {
+        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    }
+    return quoted + "'";
+}
+
+std::string joined(const std::vector<std::string>& words) {
     std::string list;
     for (const std::string& word : words) {
         list += (list.empty() ? "" : " ") + word;
     }
-    std::string quoted = "'";
-    for (const char character : list) {
-        quoted += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    return list;
+}
+
+// A word list for compgen -W, single-quoted for the shell.
+std::string wordList(const std::vector<std::string>& words) {
+    return shellQuoted(joined(words));
+}
+
+// The first sentence of a description, without its full stop, for a one-line list entry: a
+// sentence ends at a stop followed by a space and a capital letter, so "e.g. file-owner" does
+// not end one.
+std::string firstSentence(const std::string& text) {
+    for (std::size_t i = 0; i + 2 < text.size(); ++i) {
+        if (text[i] == '.' && text[i + 1] == ' ' &&
+            std::isupper(static_cast<unsigned char>(text[i + 2])) != 0) {
+            return text.substr(0, i);
+        }
     }
-    return quoted + "'";
+    return !text.empty() && text.back() == '.' ? text.substr(0, text.size() - 1) : text;
+}
+
+// The settings an installer argument can name, in vocabulary order.
+std::vector<const LocalPolicySettingInfo*> installerSettings() {
+    std::vector<const LocalPolicySettingInfo*> settings;
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        if (!setting.abbreviation.empty()) {
+            settings.push_back(&setting);
+        }
+    }
+    return settings;
 }
 
 std::vector<std::string> optionWords(const ToolCommand& command) {
@@ -109,6 +144,217 @@ void writeInstallerArguments(std::ostream& out) {
         << "    fi\n}\n\n";
 }
 
+// --- zsh
+
+// The text with a backslash before each character that compsys would read as syntax there, and
+// before each backslash.
+std::string zshEscaped(const std::string& text, const std::string& special) {
+    std::string escaped;
+    for (const char character : text) {
+        if (character == '\\' || special.find(character) != std::string::npos) {
+            escaped += '\\';
+        }
+        escaped += character;
+    }
+    return escaped;
+}
+
+// The _arguments action completing an option's value: its choices, directories, file names,
+// or only the value's type name as a message.
+std::string zshValueAction(const ToolOption& option) {
+    if (!option.choices.empty()) {
+        std::vector<std::string> choices;
+        for (const std::string& choice : option.choices) {
+            choices.push_back(zshEscaped(choice, " ()'\""));
+        }
+        return "(" + joined(choices) + ")";
+    }
+    if (option.argument == kDirectoryType) {
+        return "_files -/";
+    }
+    if (option.argument == kFileType) {
+        return "_files";
+    }
+    return " ";
+}
+
+// One _arguments entry per option name. "*" offers an option again after it was given, as the
+// bash completion does (--ignore repeats); a long option's value may follow "=" or a space.
+void writeZshOptionEntries(const ToolCommand& command, const std::string& indent,
+                           std::ostream& out) {
+    for (const ToolOption& option : command.options) {
+        for (const std::string& name : option.names) {
+            std::string entry = "*" + name;
+            if (!option.argument.empty()) {
+                entry += name.rfind("--", 0) == 0 ? "=" : "+";
+            }
+            entry += "[" + zshEscaped(firstSentence(option.description), "]") + "]";
+            if (!option.argument.empty()) {
+                entry += ":" + zshEscaped(option.argument, ":") + ":" + zshValueAction(option);
+            }
+            out << indent << shellQuoted(entry) << " \\\n";
+        }
+    }
+}
+
+// The _arguments entries of a subcommand's operands: installer arguments, file names, or only
+// their type name as a message.
+void writeZshOperandEntries(const ToolCommand& command, const std::string& indent,
+                            std::ostream& out) {
+    for (const ToolPositional& positional : command.positionals) {
+        std::string action = " ";
+        if (positional.argument == kInstallerArgumentType) {
+            action = "_qnpolicy_installer_argument";
+        } else if (positional.argument == kFileType) {
+            action = "_files";
+        }
+        out << indent
+            << shellQuoted(std::string(positional.bRepeated ? "*" : "") + ":" +
+                           zshEscaped(positional.argument, ":") + ":" + action)
+            << " \\\n";
+    }
+}
+
+void writeZshInstallerArguments(std::ostream& out) {
+    out << "# An installer argument: ABBREV= from the vocabulary, then the abbreviation's allowed\n"
+        << "# values; only a message where any text is taken.\n"
+        << "_qnpolicy_installer_argument() {\n"
+        << "    local -a expl values abbreviations\n"
+        << "    if [[ $PREFIX == *=* ]]; then\n"
+        << "        local abbreviation=${PREFIX%%=*}\n"
+        << "        compset -P \"${(b)abbreviation}=\"\n"
+        << "        case $abbreviation in\n";
+    for (const LocalPolicySettingInfo* setting : installerSettings()) {
+        if (setting->allowedValues.empty()) {
+            continue;
+        }
+        std::vector<std::string> values;
+        for (const std::string& value : qnpolicy::WrittenValues(*setting)) {
+            values.push_back(shellQuoted(value));
+        }
+        out << "            (" << shellQuoted(setting->abbreviation) << ") values=("
+            << joined(values) << ") ;;\n";
+    }
+    out << "        esac\n"
+        << "        if (( $#values )); then\n"
+        << "            _wanted values expl \"value of $abbreviation\" compadd -a values\n"
+        << "        else\n"
+        << "            _message -e values \"value of $abbreviation\"\n"
+        << "        fi\n"
+        << "    else\n"
+        << "        abbreviations=(\n";
+    for (const LocalPolicySettingInfo* setting : installerSettings()) {
+        out << "            "
+            << shellQuoted(zshEscaped(setting->abbreviation, ":") +
+                           "=:" + firstSentence(setting->description))
+            << "\n";
+    }
+    out << "        )\n"
+        << "        _describe -t abbreviations 'installer abbreviation' abbreviations -S ''\n"
+        << "    fi\n"
+        << "}\n\n";
+}
+
+// --- fish
+
+// Text in single quotes for fish, where a backslash escapes a quote or a backslash.
+std::string fishQuoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char character : text) {
+        if (character == '\\' || character == '\'') {
+            quoted += '\\';
+        }
+        quoted += character;
+    }
+    return quoted + "'";
+}
+
+// The complete options naming an option: -s for "-h", -l for "--help", -o for "-long".
+std::string fishOptionNames(const ToolOption& option) {
+    std::string names;
+    for (const std::string& name : option.names) {
+        if (name.rfind("--", 0) == 0) {
+            names += " -l " + fishQuoted(name.substr(2));
+        } else if (name.size() == 2) {
+            names += " -s " + fishQuoted(name.substr(1));
+        } else {
+            names += " -o " + fishQuoted(name.substr(1));
+        }
+    }
+    return names;
+}
+
+// The condition of a command's completions: no subcommand yet, or this one.
+std::string fishCondition(const ToolCommand& command) {
+    return fishQuoted("__qnpolicy_using" +
+                      (command.name.empty() ? std::string() : " " + command.name));
+}
+
+void writeFishOptions(const ToolCommand& command, std::ostream& out) {
+    const std::string condition = fishCondition(command);
+    for (const ToolOption& option : command.options) {
+        out << "complete -c qnpolicy -n " << condition << fishOptionNames(option);
+        if (!option.choices.empty()) {
+            out << " -x -a " << fishQuoted(joined(option.choices));
+        } else if (option.argument == kDirectoryType) {
+            out << " -x -a '(__fish_complete_directories)'";
+        } else if (option.argument == kFileType) {
+            out << " -r -F";
+        } else if (!option.argument.empty()) {
+            out << " -x";
+        }
+        out << " -d " << fishQuoted(firstSentence(option.description)) << "\n";
+    }
+}
+
+void writeFishOperands(const ToolCommand& command, std::ostream& out) {
+    for (const ToolPositional& positional : command.positionals) {
+        if (positional.argument == kInstallerArgumentType) {
+            out << "complete -c qnpolicy -n " << fishCondition(command)
+                << " -a '(__qnpolicy_installer_argument)'\n";
+            return;
+        }
+        if (positional.argument == kFileType) {
+            out << "complete -c qnpolicy -n " << fishCondition(command) << " -F\n";
+            return;
+        }
+    }
+}
+
+void writeFishInstallerArguments(std::ostream& out) {
+    out << "# An installer argument: ABBREV= from the vocabulary, then the abbreviation's allowed\n"
+        << "# values; none where any text is taken.\n"
+        << "function __qnpolicy_installer_argument\n"
+        << "    set -l token (commandline -ct)\n"
+        << "    if string match -q -- '*=*' $token\n"
+        << "        set -l abbreviation (string split -m 1 -- = $token)[1]\n"
+        << "        set -l values\n"
+        << "        switch $abbreviation\n";
+    for (const LocalPolicySettingInfo* setting : installerSettings()) {
+        if (setting->allowedValues.empty()) {
+            continue;
+        }
+        std::vector<std::string> values;
+        for (const std::string& value : qnpolicy::WrittenValues(*setting)) {
+            values.push_back(fishQuoted(value));
+        }
+        out << "            case " << fishQuoted(setting->abbreviation) << "\n"
+            << "                set values " << joined(values) << "\n";
+    }
+    out << "        end\n"
+        << "        printf '%s\\n' $abbreviation=$values\n"
+        << "    else\n"
+        << "        printf '%s\\t%s\\n' \\\n";
+    const std::vector<const LocalPolicySettingInfo*> settings = installerSettings();
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        out << "            " << fishQuoted(settings[i]->abbreviation + "=") << " "
+            << fishQuoted(firstSentence(settings[i]->description))
+            << (i + 1 < settings.size() ? " \\\n" : "\n");
+    }
+    out << "    end\n"
+        << "end\n\n";
+}
+
 }  // namespace
 
 void WriteBashCompletion(const ToolHelp& help, std::ostream& out) {
@@ -162,6 +408,93 @@ void WriteBashCompletion(const ToolHelp& help, std::ostream& out) {
         << "} &&\n"
         << "    complete -F _qnpolicy qnpolicy\n\n"
         << "# ex: filetype=sh\n";
+}
+
+void WriteZshCompletion(const ToolHelp& help, std::ostream& out) {
+    out << "#compdef qnpolicy\n"
+        << "# zsh completion for qnpolicy\n"
+        << "# Generated from " << help.version
+        << " --help and the settings catalogue; do not edit.\n\n";
+    writeZshInstallerArguments(out);
+    out << "_qnpolicy() {\n"
+        << "    local curcontext=$curcontext state state_descr line ret=1\n"
+        << "    local -A opt_args\n"
+        << "    local -a subcommands=(\n";
+    for (const ToolCommand& command : help.subcommands) {
+        out << "        "
+            << shellQuoted(zshEscaped(command.name, ":") + ":" + firstSentence(command.description))
+            << "\n";
+    }
+    out << "    )\n\n"
+        << "    # The tool's options, then a subcommand; the words after it, options included\n"
+        << "    # (-A), are the subcommand's.\n"
+        << "    _arguments -C -A '-*' \\\n";
+    writeZshOptionEntries(help.tool, "        ", out);
+    out << "        ': :->subcommand' \\\n"
+        << "        '*:: :->argument' && ret=0\n\n"
+        << "    case $state in\n"
+        << "        (subcommand)\n"
+        << "            _describe -t subcommands 'qnpolicy subcommand' subcommands && ret=0\n"
+        << "            ;;\n"
+        << "        (argument)\n"
+        << "            curcontext=${curcontext%:*:*}:qnpolicy-$words[1]:\n"
+        << "            case $words[1] in\n";
+    for (const ToolCommand& command : help.subcommands) {
+        out << "                (" << shellQuoted(command.name) << ")\n"
+            << "                    _arguments \\\n";
+        writeZshOptionEntries(command, "                        ", out);
+        writeZshOperandEntries(command, "                        ", out);
+        out << "                        && ret=0\n"
+            << "                    ;;\n";
+    }
+    out << "            esac\n"
+        << "            ;;\n"
+        << "    esac\n"
+        << "    return ret\n"
+        << "}\n\n"
+        << "# Autoloaded from $fpath, the file is the function's body; sourced, it registers it.\n"
+        << "if [[ $funcstack[1] == _qnpolicy ]]; then\n"
+        << "    _qnpolicy \"$@\"\n"
+        << "else\n"
+        << "    compdef _qnpolicy qnpolicy\n"
+        << "fi\n";
+}
+
+void WriteFishCompletion(const ToolHelp& help, std::ostream& out) {
+    std::vector<std::string> subcommands;
+    for (const ToolCommand& command : help.subcommands) {
+        subcommands.push_back(fishQuoted(command.name));
+    }
+    out << "# fish completion for qnpolicy\n"
+        << "# Generated from " << help.version
+        << " --help and the settings catalogue; do not edit.\n\n"
+        << "# Whether the command line's subcommand is $argv[1], or, without an argument, that it\n"
+        << "# has none yet.\n"
+        << "function __qnpolicy_using\n"
+        << "    set -l subcommand ''\n"
+        << "    for word in (commandline -opc)[2..-1]\n"
+        << "        if contains -- $word " << joined(subcommands) << "\n"
+        << "            set subcommand $word\n"
+        << "            break\n"
+        << "        end\n"
+        << "    end\n"
+        << "    test \"$subcommand\" = \"$argv[1]\"\n"
+        << "end\n\n";
+    writeFishInstallerArguments(out);
+    out << "# No file names but where a file is taken.\n"
+        << "complete -c qnpolicy -f\n\n"
+        << "# The subcommands and the tool's options before one.\n";
+    for (const ToolCommand& command : help.subcommands) {
+        out << "complete -c qnpolicy -n " << fishCondition(help.tool) << " -a "
+            << fishQuoted(command.name) << " -d " << fishQuoted(firstSentence(command.description))
+            << "\n";
+    }
+    writeFishOptions(help.tool, out);
+    for (const ToolCommand& command : help.subcommands) {
+        out << "\n# " << command.name << "\n";
+        writeFishOptions(command, out);
+        writeFishOperands(command, out);
+    }
 }
 
 }  // namespace qndocgen

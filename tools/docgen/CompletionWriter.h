@@ -17,6 +17,19 @@ namespace qndocgen {
 // The script needs the bash-completion package (_init_completion, _filedir).
 void WriteBashCompletion(const ToolHelp& help, std::ostream& out);
 
+// Writes the zsh completion of qnpolicy, an autoloadable compsys function (#compdef qnpolicy)
+// offering what the bash completion offers, each subcommand, option, abbreviation and allowed
+// value with its description. Sourced after compinit instead, it registers itself with compdef.
+//
+//   qndocgen::WriteZshCompletion(help, std::cout);    // installed as _qnpolicy in $fpath
+void WriteZshCompletion(const ToolHelp& help, std::ostream& out);
+
+// Writes the fish completion of qnpolicy: complete commands offering what the bash completion
+// offers, with descriptions.
+//
+//   qndocgen::WriteFishCompletion(help, std::cout);   // installed as qnpolicy.fish
+void WriteFishCompletion(const ToolHelp& help, std::ostream& out);
+
 }  // namespace qndocgen
 
 #endif  // QNDOCGEN_COMPLETIONWRITER_H

@@ -4,6 +4,8 @@
 //   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
 //   qn-docgen tool-manpage INCLUDE            scdoc source of qnpolicy(1)
 //   qn-docgen bash-completion                 the bash completion of qnpolicy
+//   qn-docgen zsh-completion                  the zsh completion of qnpolicy (_qnpolicy)
+//   qn-docgen fish-completion                 the fish completion of qnpolicy
 //   qn-docgen json-schemas DIR                DIR/qnpolicy-COMMAND.schema.json for each command
 //                                             with --json: the JSON Schema of its output
 //
@@ -38,7 +40,9 @@ int run(int argc, char** argv) {
         app.add_subcommand("policy-manpage", "scdoc source of QuillnetLocalPolicy.xml(5)");
     CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
     toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
-    app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    CLI::App* bashCompletion = app.add_subcommand("bash-completion", "bash completion of qnpolicy");
+    CLI::App* zshCompletion = app.add_subcommand("zsh-completion", "zsh completion of qnpolicy");
+    app.add_subcommand("fish-completion", "fish completion of qnpolicy");
     std::string schemaDirectory;
     CLI::App* jsonSchemas =
         app.add_subcommand("json-schemas", "The JSON Schemas of qnpolicy's --json output");
@@ -76,8 +80,12 @@ int run(int argc, char** argv) {
             return kExitNoInput;
         }
         qndocgen::WriteToolManualPage(help, includeText.str(), std::cout);
-    } else {
+    } else if (bashCompletion->parsed()) {
         qndocgen::WriteBashCompletion(help, std::cout);
+    } else if (zshCompletion->parsed()) {
+        qndocgen::WriteZshCompletion(help, std::cout);
+    } else {
+        qndocgen::WriteFishCompletion(help, std::cout);
     }
     std::cout.flush();
     if (!std::cout) {
