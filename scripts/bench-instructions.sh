@@ -6,9 +6,11 @@
 #
 # One load is the whole process's count doing two loads minus the count doing one (both with
 # the log sink silenced), so that resetting and freeing the previous record is included; the
-# loop is counted the same way. Unlike CPU time, the counts barely move from run to run: expat
-# salts its hash tables at random for each parser, which moves a count by up to about 1%, so
-# each count is the median of REPEAT (default 3) processes.
+# loop is counted the same way. Unlike CPU time, the counts repeat exactly: expat salts its hash
+# tables at random for each parser, which moved a count by up to 1% from one process to the
+# next, so every counted process gets the same salt (bench/fixed_entropy.cpp, preloaded): the
+# load and the loop then do the same expat work. (Other salts give the same ratios to 0.1%.)
+# REPEAT (default 1) counts each side that many times and takes the median.
 # Exits non-zero when the ratio exceeds MAX_TYPICAL (default 1.0) on the typical policy or
 # MAX_LARGE (default 1.2) at 100,000 servers.
 #
@@ -17,7 +19,9 @@ set -euo pipefail
 bench=${1:-build-bench/bench/policy_bench}
 max_typical=${MAX_TYPICAL:-1.0}
 max_large=${MAX_LARGE:-1.2}
-repeat=${REPEAT:-3}
+repeat=${REPEAT:-1}
+entropy="$(dirname "$bench")/libqn_fixed_entropy.so"
+[ -f "$entropy" ] || { echo "bench-instructions: $entropy not found; build the bench preset" >&2; exit 1; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -29,7 +33,7 @@ count() {
     local side=$1 runs=$2 document=$3 attempt
     local out="$work/$side-$runs-$document.out"
     for ((attempt = 0; attempt < repeat; attempt++)); do
-        valgrind --tool=callgrind --callgrind-out-file="$out" \
+        LD_PRELOAD="$entropy" valgrind --tool=callgrind --callgrind-out-file="$out" \
             "$bench" --count "$side" "$runs" "$work/documents/$document" 2>"$work/log" ||
             { cat "$work/log" >&2; echo "callgrind run failed: $side $runs $document" >&2; exit 1; }
         awk '/^totals:/ { print $2 }' "$out"
