@@ -70,32 +70,32 @@ class CShowCommand : public CCommand {
 
     int Run(CToolContext& context) override {
         std::string path = context.InstallPolicyPath();
-        DocumentRead read;
-        if (!m_files.empty() && m_files.front() == kStandardInput) {
+        const bool bStandardInput = !m_files.empty() && m_files.front() == kStandardInput;
+        std::string content;
+        if (bStandardInput) {
             path = kStandardInputName;
-            const std::string content((std::istreambuf_iterator<char>(std::cin)),
-                                      std::istreambuf_iterator<char>());
+            content.assign(std::istreambuf_iterator<char>(std::cin),
+                           std::istreambuf_iterator<char>());
             if (std::cin.bad()) {
                 return context.Fail(kExitIoError, errorkind::kIoError,
                                     "cannot read standard input");
             }
-            read = ReadPolicyBytes(content, path, ReadOptions());
-        } else {
-            if (!m_files.empty()) {
-                path = m_files.front();
-                struct stat status {};
-                if (::stat(path.c_str(), &status) != 0) {
-                    const int error = errno;
-                    return context.Fail(
-                        error == ENOENT ? kExitNoInput : kExitUnreadable,
-                        error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
-                        Quoted(path) + ": " +
-                            (error == ENOENT ? std::string("no such file") : std::strerror(error)));
-                }
+        } else if (!m_files.empty()) {
+            path = m_files.front();
+            struct stat status {};
+            if (::stat(path.c_str(), &status) != 0) {
+                const int error = errno;
+                return context.Fail(
+                    error == ENOENT ? kExitNoInput : kExitUnreadable,
+                    error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
+                    Quoted(path) + ": " +
+                        (error == ENOENT ? std::string("no such file") : std::strerror(error)));
             }
-            // Read as a fresh client's first load reads it: its FIPS mode is the file's.
-            read = ReadPolicyFile(path, ReadOptions());
         }
+        // Read as a fresh client's first load reads it: its FIPS mode is the file's. Built in
+        // place: the record of a large list is not copied.
+        const DocumentRead read = bStandardInput ? ReadPolicyBytes(content, path, ReadOptions())
+                                                 : ReadPolicyFile(path, ReadOptions());
         if (read.status != 0) {
             reportFailure(context, path, read);
             return kExitUnreadable;

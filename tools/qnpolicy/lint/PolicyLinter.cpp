@@ -166,7 +166,8 @@ class CLinter : public ReadObserver {
         element.column = event.column;
         element.bRootName = event.pSetting == nullptr && event.element == kRootName;
         element.bUpdatePolicy = event.pSetting == nullptr && event.element == kUpdatePolicyName;
-        const std::string name(event.element);
+        const std::string_view name =
+            event.element;  // valid for this call: messages are built in it
         switch (event.eAction) {
             case ReadAction::IGNORED_UNKNOWN:
                 element.bIgnored = true;
@@ -180,7 +181,7 @@ class CLinter : public ReadObserver {
                                        : "Unknown element " + Quoted(name) +
                                              ": the reader ignores it and its text (known "
                                              "settings inside it still count).") +
-                               DidYouMean(name, knownNames());
+                               DidYouMean(std::string(name), knownNames());
                     },
                     name);
                 break;

@@ -60,8 +60,7 @@ class DocumentHandler : public XmlMgr {
 // what a fresh manager's first load does after the parse: the failure record, or the FIPS
 // retention and its line.
 template <typename Parse>
-DocumentRead& readWith(DocumentRead& read, const ReadOptions& options, const char* callee,
-                       Parse parse) {
+void readWith(DocumentRead& read, const ReadOptions& options, const char* callee, Parse parse) {
     DocumentHandler handler(read, options);
     XmlParser parser(&handler);
     parser.LogFailures(options.bLog);
@@ -75,11 +74,10 @@ DocumentRead& readWith(DocumentRead& read, const ReadOptions& options, const cha
         if (options.bLog) {
             APPLOG_RETURN_CODE_AS("LoadLocalQuillnetPolicy", DBG_Error, callee, read.status);
         }
-        return read;
+        return;
     }
     XmlLocalQNPolMgr::RETAINED_FIPS_MODE retained = XmlLocalQNPolMgr::NONE;
     ApplyFipsRetention(retained, read.bFileUseFIPSMode, read.record, options.bLog);
-    return read;
 }
 
 }  // namespace
@@ -255,18 +253,19 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
     if (!read.bExists) {
         return read;
     }
-    return readWith(read, options, "XmlParser::parseFile", [&path, &options](XmlParser& parser) {
+    readWith(read, options, "XmlParser::parseFile", [&path, &options](XmlParser& parser) {
         return parser.parseFile(path, options.bSecure);
     });
+    return read;
 }
 
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options) {
     DocumentRead read;
-    return readWith(
-        read, options, "XmlParser::parseBuffer", [bytes, &name, &options](XmlParser& parser) {
-            return parser.parseBuffer(bytes.data(), bytes.size(), options.bSecure, name);
-        });
+    readWith(read, options, "XmlParser::parseBuffer", [bytes, &name, &options](XmlParser& parser) {
+        return parser.parseBuffer(bytes.data(), bytes.size(), options.bSecure, name);
+    });
+    return read;
 }
 
 bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,

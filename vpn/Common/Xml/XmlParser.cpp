@@ -421,12 +421,14 @@ XmlParser::XmlParser(XmlMgr* pXmlMgr) : m_pXmlMgr(pXmlMgr) {}
 
 XmlParser::~XmlParser() = default;
 
+// Each asks expat for its own half only: an observer asks for both at every event, and each
+// question makes expat bring its position up to the event.
 unsigned long XmlParser::CurrentLine() const {
-    return m_pSession != nullptr ? m_pSession->currentPosition().line : 0;
+    return m_pSession != nullptr ? XML_GetCurrentLineNumber(m_pSession->parser()) : 0;
 }
 
 unsigned long XmlParser::CurrentColumn() const {
-    return m_pSession != nullptr ? m_pSession->currentPosition().column : 0;
+    return m_pSession != nullptr ? XML_GetCurrentColumnNumber(m_pSession->parser()) + 1 : 0;
 }
 
 STATUSCODE XmlParser::fail(const char* function, int sourceLine, STATUSCODE status,
