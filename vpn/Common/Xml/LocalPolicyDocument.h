@@ -206,10 +206,11 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options);
 
-// The FIPS retention of one manager: the mode fixed by its first successful load, applied by
-// every later one. After a successful parse: fixes the retained mode if none is, sets the
-// record's flag from it, and returns whether the file now disagrees; logs "FIPS mode is %s."
-// (as "LoadLocalQuillnetPolicy") when bLog.
+// The FIPS retention of one manager: the mode fixed by its first load that parses the file,
+// applied by every later load that parses it (a load without a file, or with a failed parse,
+// does not come here and leaves the record's FIPS flag off). After a successful parse: fixes
+// the retained mode if none is, sets the record's flag from it, and returns whether the file
+// now disagrees; logs "FIPS mode is %s." (as "LoadLocalQuillnetPolicy") when bLog.
 bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
                         LocalQNPolicyInfo& rRecord, bool bLog);
 
