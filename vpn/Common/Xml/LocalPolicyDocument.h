@@ -199,6 +199,15 @@ struct DocumentRead {
     bool bFileUseFIPSMode = false;  // what the document's FipsMode says, as far as it was read
 };
 
+// What the client holds after a load that finds no file, and after one that cannot parse the
+// file, in words for administrators: the record of a DocumentRead of such a file, which the
+// manual page, show and check describe with these sentences.
+inline constexpr char kMissingFileConsequence[] =
+    "The client then holds every setting at its default, with FIPS mode off.";
+inline constexpr char kUnreadableFileConsequence[] =
+    "The client then holds the defaults plus the settings read before the error, with FIPS mode "
+    "off: a policy it cannot read restricts nothing, or only part of what it says.";
+
 // Reads the policy document at path. A missing path gives the defaults and status 0, as
 // loading does.
 DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);

@@ -82,6 +82,9 @@ struct LocalPolicyKind {
     const char* misplacedFinding;
     // The schema's simple type of its text; null for element content.
     const char* schemaType;
+    // How generation writes an installer value of this kind when the vocabulary lists no values
+    // for it (any text is accepted); null for kinds whose values are listed.
+    const char* installerValue;
 };
 
 const LocalPolicyKind& KindOf(LocalPolicySettingKind kind);
