@@ -274,6 +274,7 @@ TEST(QnpolicyTool, ShowReportsAFailedLoadInItsJson) {
             << shown;
         EXPECT_EQ(shown.at("error").at("line"), line);
         EXPECT_TRUE(run.has("qnpolicy show: cannot load " + file + ":" + std::to_string(line)));
+        EXPECT_TRUE(run.has(qnpolicy::kUnreadableFileConsequence));
     }
     const std::string file = dir.write(
         "elsewhere.xml", "<QuillnetLocalPolicy><FipsMode>true</FipsMode></QuillnetLocalPolicy>");
@@ -307,7 +308,9 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
              flawed + ": file-permissions: The directory " + dir.path() + "open's mode is 0777",
              flawed + ":6:5: unknown-element: Unknown element \"BypassDownloder\"",
              flawed + (::geteuid() == 0 ? ": 12 findings\n" : ": 14 findings\n"),
-             bad + ":2:4: unreadable: no element found\n", none + ": unreadable: no such file\n"}) {
+             bad + ":2:4: unreadable: no element found. " + qnpolicy::kUnreadableFileConsequence +
+                 "\n",
+             none + ": unreadable: no such file. " + qnpolicy::kMissingFileConsequence + "\n"}) {
         EXPECT_TRUE(text.has(line)) << line << "\n" << text.out;
     }
     const ToolRun ignoring("check --json --ignore file-owner --ignore file-permissions " + flawed);
@@ -324,7 +327,10 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     EXPECT_EQ(unreadable.at("file"), "<stdin>");
     EXPECT_EQ(unreadable.at("readable"), false);
     EXPECT_EQ(unreadable.at("error"),
-              Json::parse(R"({"message": "no element found", "line": 2, "column": 4})"));
+              Json({{"message", "no element found"},
+                    {"line", 2},
+                    {"column", 4},
+                    {"consequence", qnpolicy::kUnreadableFileConsequence}}));
     EXPECT_EQ(ToolRun("check --json " + none).json().at("files").at(0).at("error").at("message"),
               "no such file");
     ASSERT_EQ(ToolRun("generate fm=true --install-dir " + dir.path()).status, 0);

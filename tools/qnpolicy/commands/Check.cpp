@@ -10,6 +10,7 @@
 #include <set>
 
 #include "CommandTable.h"
+#include "LocalPolicyDocument.h"
 #include "MessageText.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
@@ -26,6 +27,12 @@ struct CheckedFile {
     std::string name;
     LintResult result;
 };
+
+// What a client that loads such a file holds: a failure without a position read nothing (no
+// file, or none it could open).
+const char* consequenceOf(const LintResult& result) {
+    return result.failureLine != 0 ? kUnreadableFileConsequence : kMissingFileConsequence;
+}
 
 LintResult unreadable(const std::string& reason) {
     LintResult result;
@@ -85,7 +92,7 @@ void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
     }
     if (!result.bReadable) {
         printFinding(out, checked.name, result.failureLine, result.failureColumn, "unreadable",
-                     result.failureReason);
+                     result.failureReason + ". " + consequenceOf(result));
         return;
     }
     if (bQuiet) {
@@ -105,6 +112,7 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
     if (!result.bReadable) {
         json.Key("error").BeginObject().Key("message").String(result.failureReason);
         json.Key("line").Number(result.failureLine).Key("column").Number(result.failureColumn);
+        json.Key("consequence").String(consequenceOf(result));
         json.EndObject();
     }
     json.Key("findings").BeginArray();
