@@ -7,6 +7,7 @@
 #include <array>
 #include <cctype>
 #include <map>
+#include <utility>
 
 #include "LocalQNPolicyOptionTexts.h"
 #include "MessageText.h"
@@ -144,12 +145,20 @@ void checkCachingList(const LocalPolicySettingInfo& row, std::string_view text,
         const std::string cleared =
             before.empty() ? std::string() : " (here " + Join(before, ", ", true) + ")";
         if (!bKnown) {
-            problems.push_back({findingkind::kUnknownCachingToken,
-                                "Unknown caching option " + Quoted(*token) + " in " +
-                                    Quoted(row.element) +
-                                    ": the reader takes it as \"false\", which clears every "
-                                    "caching restriction" +
-                                    cleared + "." + DidYouMean(*token, optionTexts)});
+            // An option with blanks around it (as after ", ") is the commonest unknown one.
+            const std::string_view bare = trimmed(*token);
+            const bool bPadded =
+                bare.size() != token->size() &&
+                std::find(optionTexts.begin(), optionTexts.end(), bare) != optionTexts.end();
+            std::string message = "Unknown caching option " + Quoted(*token) + " in " +
+                                  Quoted(row.element) +
+                                  ": the reader takes it as \"false\", which clears every "
+                                  "caching restriction";
+            message += cleared;
+            message += bPadded ? ". The reader does not trim blanks: write " + Quoted(bare) +
+                                     " with nothing around it but the commas."
+                               : "." + DidYouMean(*token, optionTexts);
+            problems.push_back({findingkind::kUnknownCachingToken, std::move(message)});
         } else if (!before.empty()) {
             problems.push_back({findingkind::kCachingRestrictionsCleared,
                                 "\"false\" in " + Quoted(row.element) +

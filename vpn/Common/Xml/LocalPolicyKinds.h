@@ -42,6 +42,7 @@ inline constexpr char kUnknownCachingToken[] = "unknown-caching-token";
 inline constexpr char kIgnoredCachingToken[] = "ignored-caching-token";
 inline constexpr char kCachingRestrictionsCleared[] = "caching-restrictions-cleared";
 inline constexpr char kTunnelValueNotApplied[] = "tunnel-value-not-applied";
+inline constexpr char kOverriddenSetting[] = "overridden-setting";
 inline constexpr char kFileOwner[] = "file-owner";
 inline constexpr char kFilePermissions[] = "file-permissions";
 }  // namespace findingkind
