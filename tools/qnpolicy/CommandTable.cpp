@@ -71,7 +71,8 @@ const std::vector<CommandInfo>& Commands() {
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateVocabularyCommand},
         {"schema",
          "Print the XML Schema of the policy file, QuillnetLocalPolicy.xsd, generated from the "
-         "settings catalogue: a file valid against it is read by the client as it reads.",
+         "settings catalogue. It checks each element and its text as the client reads them, not "
+         "rules between elements (one setting overriding another), which check reports.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateSchemaCommand},
     };
     return commands;
