@@ -70,4 +70,7 @@ M = [
  ("lint-dup", "tools/qnpolicy/lint/PolicyLinter.cpp", "report(element, findingkind::kDuplicateSetting,", "if (false) report(element, findingkind::kDuplicateSetting,"),
  ("lint-nested", "tools/qnpolicy/lint/PolicyLinter.cpp", "if (element.bUpdatePolicy && m_uiOpenUpdatePolicies > 0) {\n                    report", "if (false) {\n                    report"),
  ("cli-exit", "tools/qnpolicy/commands/Check.cpp", "return bFindings ? kExitFindings : kExitSuccess;", "return kExitSuccess;"),
+ ("lint-override", "tools/qnpolicy/lint/PolicyLinter.cpp", "if (said == read) {\n                continue;", "if (said != read) {\n                continue;"),
+ ("cli-consequence", "tools/qnpolicy/commands/Check.cpp", "return result.failureLine != 0 ? kUnreadableFileConsequence : kMissingFileConsequence;", "return result.failureLine == 0 ? kUnreadableFileConsequence : kMissingFileConsequence;"),
+ ("doc-tunnel-texts", "vpn/Common/Xml/LocalPolicyKinds.cpp", "        case ValueShape::TEXT:\n            return LocalPolicyAppliedTunnelTexts();", "        case ValueShape::TEXT:\n            return row.allowedValues;"),
 ]

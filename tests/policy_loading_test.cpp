@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -93,6 +94,42 @@ TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
     EXPECT_EQ(qntest::summarize(m_mgr->GetLocalPolicyInfo()),
               qntest::summarize(LocalQNPolicyInfo()));
     EXPECT_EQ(fipsState(*m_mgr), "201");
+}
+
+// With FIPS mode fixed on, each load: what is at the policy path, then the status (0 or not),
+// the record's FIPS mode and BypassDownloader. The fixed mode is applied only by a load that
+// finds the file and parses it; no file gives the defaults, and a file cut short gives the
+// defaults plus what came before the cut, both with FIPS mode off.
+TEST_F(PolicyLoading, FixedFipsModeIsAppliedOnlyByALoadThatParsesTheFile) {
+    const std::string cutShort =
+        "<QuillnetLocalPolicy><FipsMode>true</FipsMode><BypassDownloader>true</BypassDownloader>"
+        "<OCSPRevocation>tr";
+    const std::vector<std::pair<std::optional<std::string>, const char*>> steps = {
+        {"<FipsMode>true</FipsMode>", "0 1 0"},
+        {std::nullopt, "0 0 0"},
+        {"<FipsMode>false</FipsMode>", "0 1 0"},
+        {cutShort, "1 0 1"},
+        {"<BypassDownloader>true</BypassDownloader>", "0 1 1"},
+        {"<!DOCTYPE QuillnetLocalPolicy><QuillnetLocalPolicy><FipsMode>true</FipsMode>"
+         "</QuillnetLocalPolicy>",
+         "1 0 0"},
+    };
+    for (const auto& [content, expected] : steps) {
+        SCOPED_TRACE(content.value_or("(no file)"));
+        std::filesystem::remove(policyPath());
+        if (content) {
+            const bool bWhole = content->rfind("<QuillnetLocalPolicy>", 0) == 0 ||
+                                content->rfind("<!DOCTYPE", 0) == 0;
+            writePolicy(bWhole ? *content
+                               : "<QuillnetLocalPolicy>" + *content + "</QuillnetLocalPolicy>");
+        }
+        const STATUSCODE status = m_mgr->LoadLocalQuillnetPolicy();
+        const LocalQNPolicyInfo info = m_mgr->GetLocalPolicyInfo();
+        EXPECT_EQ(std::to_string(status != 0) + " " + std::to_string(info.UseFIPSMode()) + " " +
+                      std::to_string(info.BypassDownloader()),
+                  expected);
+    }
+    EXPECT_EQ(XmlLocalQNPolMgrTestPeer::retainedFipsMode(*m_mgr), Mgr::ENABLED);
 }
 
 // A load that stopped inside the update section and the server list must not make the next

@@ -455,8 +455,10 @@ TEST(QnpolicyTool, GenerateLeavesASafeFileAndRefusesAnUnsafeDirectory) {
 }
 
 // What generate writes, show reads back and check finds clean: each on/off setting under its
-// element name (a flag is on in the runs of the set bits of its row, so no two rows can swap
-// unseen), the exclude mask, what the caching options restrict and the servers.
+// element name (a flag is on in the runs of the set bits of its code, so no two rows can swap
+// unseen), the exclude mask, what the caching options restrict and the servers. Each row's code
+// is its index, but strict certificate trust is on wherever the restricted server store is:
+// beside it, a false would be overridden, which check reports.
 TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
     qntest::TempDir dir;
     // Without its trailing separator, which the tool adds.
@@ -466,7 +468,12 @@ TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
         std::string args = "generate --overwrite ewn=true rpc=Credentials,All 'upal=gw1;gw2'";
         unsigned int row = 0;
         for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
-            settings[flag.element] = ((row++ >> bit) & 1U) != 0 ? "true" : "false";
+            // 27 (11011) holds the bits of RestrictServerCertStore's index 11 (01011) and is no
+            // row's index.
+            const unsigned int code =
+                std::string(flag.element) == "StrictCertificateTrust" ? 27U : row;
+            ++row;
+            settings[flag.element] = ((code >> bit) & 1U) != 0 ? "true" : "false";
             args += std::string(" ") + flag.abbreviation + "=" + settings[flag.element];
         }
         EXPECT_EQ(ToolRun(args + install).out,
@@ -556,6 +563,7 @@ TEST(QnpolicyTool, ShowReadsAnyDocumentAndReportsAFailedLoad) {
             << shown;
         EXPECT_EQ(shown.at("error").at("line"), line);
         EXPECT_TRUE(run.has("qnpolicy show: cannot load " + file + ":" + std::to_string(line)));
+        EXPECT_TRUE(run.has(qnpolicy::kUnreadableFileConsequence));
     }
     const std::string file =
         dir.write("elsewhere.xml",
@@ -596,7 +604,9 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
              flawed + ": file-permissions: The directory " + dir.path() + "open's mode is 0777",
              flawed + ":6:5: unknown-element: Unknown element \"BypassDownloder\"",
              flawed + (::geteuid() == 0 ? ": 12 findings\n" : ": 14 findings\n"),
-             bad + ":2:4: unreadable: no element found\n", none + ": unreadable: no such file\n"}) {
+             bad + ":2:4: unreadable: no element found. " + qnpolicy::kUnreadableFileConsequence +
+                 "\n",
+             none + ": unreadable: no such file. " + qnpolicy::kMissingFileConsequence + "\n"}) {
         EXPECT_TRUE(text.has(line)) << line << "\n" << text.out;
     }
     EXPECT_EQ(ToolRun("check " + flawed + " " + bad).status, 2);
@@ -614,16 +624,46 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     const Json unreadable = stdinRun.json().at("files").at(0);
     EXPECT_EQ(unreadable.at("file"), "<stdin>");
     EXPECT_EQ(unreadable.at("readable"), false);
-    EXPECT_EQ(unreadable.at("error").at("kind"), "unreadable");
-    EXPECT_EQ(unreadable.at("error").at("message"), "no element found");
-    EXPECT_EQ(unreadable.at("error").at("line"), 2);
-    EXPECT_EQ(unreadable.at("error").at("column"), 4);
+    EXPECT_EQ(unreadable.at("error"),
+              Json({{"kind", "unreadable"},
+                    {"message", "no element found"},
+                    {"line", 2},
+                    {"column", 4},
+                    {"consequence", qnpolicy::kUnreadableFileConsequence}}));
     const Json missing = ToolRun("check --json " + none).json();
     EXPECT_EQ(missing.at("result"), "no-such-file");
     EXPECT_EQ(missing.at("files").at(0).at("error").at("message"), "no such file");
+    EXPECT_EQ(missing.at("files").at(0).at("error").at("consequence"),
+              qnpolicy::kMissingFileConsequence);
     ASSERT_EQ(ToolRun("generate fm=true --install-dir " + dir.path()).status, 0);
     EXPECT_EQ(ToolRun("check - < " + dir.path() + kPolicyFile).status, 0);
     EXPECT_EQ(ToolRun("check --json - < " + dir.path() + kPolicyFile).json().at("result"), "clean");
+}
+
+// Two files that read differently from how they look: a caching list with a blank after its
+// comma restricts nothing, and strict trust stated false beside a restricted server store is
+// on. show prints what the client holds; check reports each file, exit 1.
+TEST(QnpolicyTool, CheckReportsWhatShowReadsDifferentlyFromTheFile) {
+    qntest::TempDir dir;
+    const auto policy = [](const std::string& children) {
+        return "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n" + children +
+               "\n</QuillnetLocalPolicy>\n";
+    };
+    const std::vector<std::tuple<std::string, std::string, Json, std::string>> cases = {
+        {policy("<RestrictPreferenceCaching>Credentials, Thumbprints</RestrictPreferenceCaching>"),
+         "RestrictPreferenceCaching", Json("none"), ":2:1: unknown-caching-token: "},
+        {policy("<StrictCertificateTrust>false</StrictCertificateTrust>\n"
+                "<RestrictServerCertStore>true</RestrictServerCertStore>"),
+         "StrictCertificateTrust", Json(true), ":2:1: overridden-setting: "},
+    };
+    for (const auto& [content, element, shown, finding] : cases) {
+        const std::string file = dir.write("p.xml", content);
+        EXPECT_EQ(ToolRun("show --json " + file).json().at("settings").at(element), shown);
+        const ToolRun check("check --ignore file-owner --ignore file-permissions " + file);
+        EXPECT_EQ(check.status, 1) << check.out;
+        EXPECT_TRUE(check.has(file + finding)) << check.out;
+        EXPECT_TRUE(check.has(file + ": 1 finding\n")) << check.out;
+    }
 }
 
 // Output that cannot be written is an I/O error (74); a reader that goes away ends the run

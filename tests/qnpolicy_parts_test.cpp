@@ -73,6 +73,29 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
          "</AuthorizedServerList>\n<FipsMode><x/></FipsMode></Policy>",
          "unknown-element:1 unknown-element:1 server-list-outside-section:2 empty-value:3 "
          "unknown-element:3"},
+        // A blank after a comma makes an unknown caching option; a setting that another one
+        // overrides is reported where the file last states it, and not where it does not
+        // count or agrees.
+        {"<QuillnetLocalPolicy>\n"
+         "<RestrictPreferenceCaching>Credentials, Thumbprints</RestrictPreferenceCaching>\n"
+         "<StrictCertificateTrust>true</StrictCertificateTrust>\n"
+         "<StrictCertificateTrust>false</StrictCertificateTrust>\n"
+         "<RestrictServerCertStore>true</RestrictServerCertStore>\n</QuillnetLocalPolicy>",
+         "unknown-caching-token:2 duplicate-setting:4 overridden-setting:4"},
+        {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>\n"
+         "<StrictCertificateTrust>TRUE</StrictCertificateTrust>\n</QuillnetLocalPolicy>",
+         "non-boolean-value:2 overridden-setting:2"},
+        {"<QuillnetLocalPolicy><StrictCertificateTrust>false</StrictCertificateTrust>"
+         "<RestrictServerCertStore>false</RestrictServerCertStore></QuillnetLocalPolicy>",
+         ""},
+        {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>"
+         "<StrictCertificateTrust>true</StrictCertificateTrust></QuillnetLocalPolicy>",
+         ""},
+        // A refused document gives the client nothing, so nothing is overridden.
+        {"<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy>"
+         "<StrictCertificateTrust>false</StrictCertificateTrust>"
+         "<RestrictServerCertStore>true</RestrictServerCertStore></QuillnetLocalPolicy>",
+         "doctype:1"},
         // Clean documents give nothing.
         {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
          "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
@@ -96,6 +119,29 @@ TEST(PolicyLinter, ReportsWhereAnUnreadableDocumentStops) {
     EXPECT_EQ(result.failureLine, 3U);
     EXPECT_EQ(result.failureColumn, 4U);
     EXPECT_EQ(kindsAndLines(result), "non-boolean-value:2 unknown-element:3");
+}
+
+// The override finding names both settings and is a warning: the client is stricter than the
+// file says. A file cut short is read as far as it goes, so an override before the cut counts.
+TEST(PolicyLinter, NamesTheSettingThatOverridesAnother) {
+    const LintResult result = LintPolicyBytes(
+        "<QuillnetLocalPolicy><StrictCertificateTrust>false</StrictCertificateTrust>\n"
+        "<RestrictServerCertStore>true</RestrictServerCertStore>\n<Fips",
+        "p.xml");
+    EXPECT_FALSE(result.bReadable);
+    ASSERT_EQ(kindsAndLines(result), "overridden-setting:1");
+    const LintFinding& finding = result.findings[0];
+    EXPECT_EQ(finding.eSeverity, qnpolicy::tool::Severity::WARNING);
+    EXPECT_EQ(finding.column, 22U);
+    EXPECT_EQ(finding.message,
+              "\"StrictCertificateTrust\" is false here, but the client reads it as true: "
+              "\"RestrictServerCertStore\" is true, which overrides it.");
+    EXPECT_NE(LintPolicyBytes("<QuillnetLocalPolicy><RestrictPreferenceCaching>All, Thumbprints"
+                              "</RestrictPreferenceCaching></QuillnetLocalPolicy>",
+                              "p.xml")
+                  .findings.at(0)
+                  .message.find("does not trim blanks: write \"Thumbprints\""),
+              std::string::npos);
 }
 
 // At most kMaxFindingsPerKind findings of one kind are kept; the rest are counted, and other

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
@@ -71,49 +72,6 @@ std::string policyPath() {
     return std::string(QN_DEFAULT_MAIN_DIR) + qnpolicy::kPolicyFileName;
 }
 
-// How the client reads the text of a setting of this kind.
-std::string readingOf(const LocalPolicySettingInfo& setting) {
-    const std::vector<std::string>& caching = LocalPolicyCachingOptionTexts();
-    switch (setting.kind) {
-        case LocalPolicySettingKind::FIPS_MODE:
-            return bold("true") +
-                   " turns it on; any other text, TRUE included, is taken as false. The mode of "
-                   "the first successful load stays in force (see FIPS MODE below).";
-        case LocalPolicySettingKind::FLAG:
-            return bold("true") + " turns it on; any other text, TRUE included, is taken as false.";
-        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
-            return bold("true") +
-                   " excludes the stores; any other text changes nothing, so an exclusion once "
-                   "made stays.";
-        case LocalPolicySettingKind::CACHING_LIST:
-            return "Options separated by commas, each exactly as spelled: " +
-                   boldList(caching, " or ") + ". " +
-                   bold(caching.at(RESTRICT_PREF_CACHING_FALSE)) +
-                   " clears every restriction; an unknown option is taken as " +
-                   bold(caching.at(RESTRICT_PREF_CACHING_FALSE)) +
-                   ", and the options after either are ignored. Empty pieces are skipped.";
-        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
-            return "The client applies only " + boldList(LocalPolicyAppliedTunnelTexts(), " and ") +
-                   ", exactly; any other text changes nothing.";
-        case LocalPolicySettingKind::UPDATE_PERMISSION:
-            return bold("true") +
-                   " allows these updates from any server; any other text is taken as false. "
-                   "Counts only inside " +
-                   bold(qnpolicy::kUpdatePolicyElement) +
-                   "; elsewhere it is ignored with a warning.";
-        case LocalPolicySettingKind::SERVER_LIST:
-            return "No text of its own: one " + bold(qnpolicy::kServerNameElement) +
-                   " element per server. Counts only inside " +
-                   bold(qnpolicy::kUpdatePolicyElement) +
-                   "; text written directly in it is ignored.";
-        case LocalPolicySettingKind::SERVER_NAME:
-            return "Counts only inside an " + bold(qnpolicy::kAuthorizedServerListElement) +
-                   " inside " + bold(qnpolicy::kUpdatePolicyElement) +
-                   "; every occurrence adds a server, duplicates included.";
-    }
-    return std::string();
-}
-
 std::string sectionOf(const LocalPolicySettingInfo& setting) {
     switch (setting.section) {
         case LocalPolicySection::ROOT:
@@ -134,7 +92,7 @@ std::string installerOf(const LocalPolicySettingInfo& setting) {
     }
     std::string text = bold(setting.abbreviation + "=") + underline("VALUE") + ", ";
     if (setting.allowedValues.empty()) {
-        return text + "any text, written as given";
+        return text + escape(qnpolicy::KindOf(setting.kind).installerValue);
     }
     const std::vector<std::string> written = qnpolicy::WrittenValues(setting);
     if (written != setting.allowedValues) {
@@ -156,13 +114,20 @@ std::string installerOf(const LocalPolicySettingInfo& setting) {
            " (matched ignoring case, written as listed)";
 }
 
+// The description from the catalogue; how the text is read, what a repetition does and how an
+// installer value is written from the kinds table.
 void writeSetting(const LocalPolicySettingInfo& setting, std::ostream& out) {
+    const qnpolicy::LocalPolicyKind& kind = qnpolicy::KindOf(setting.kind);
     out << bold(setting.element) << "\n"
         << "\t" << escape(setting.description) << "\n\n"
-        << "\t" << readingOf(setting) << "\n\n"
+        << "\t" << escape(kind.reading) << "\n\n"
         << "\tWhere: " << sectionOf(setting) << ". Default: "
         << (setting.defaultValue.empty() ? std::string("none") : bold(setting.defaultValue))
-        << ". Installer argument: " << installerOf(setting) << ".\n\n";
+        << ". Installer argument: " << installerOf(setting) << ".";
+    if (kind.repeated != nullptr) {
+        out << " Given more than once: " << escape(kind.repeated);
+    }
+    out << "\n\n";
 }
 
 void writeSettings(LocalPolicySection section, std::ostream& out) {
@@ -263,10 +228,46 @@ void writeExamples(const ToolHelp& help, std::ostream& out) {
     }
 }
 
+// What the client does with a file it cannot find, cannot parse, or reads only in part, and
+// the FIPS retention, exactly as loading works.
+void writeFailureSection(std::ostream& out) {
+    const std::string fipsElement = elementOfKind(LocalPolicySettingKind::FIPS_MODE);
+    out << "# WHAT THE CLIENT DOES WHEN THE FILE IS MISSING, UNREADABLE OR PARTLY WRONG\n\n"
+        << "*No file.* The load succeeds. " << escape(qnpolicy::kMissingFileConsequence)
+        << " Nothing is restricted, and every kind of update is allowed from any server.\n\n"
+        << "*A file the client cannot parse* (not well-formed, cut short, with a DOCTYPE "
+           "declaration, over a parser limit): the load fails. "
+        << escape(qnpolicy::kUnreadableFileConsequence) << " A file cut short after its "
+        << bold(elementOfKind(LocalPolicySettingKind::FLAG))
+        << " element, for example, applies that setting and none after it; a refused DOCTYPE "
+           "declaration comes before every element, so nothing applies.\n\n"
+        << "*A file the client reads but does not take as it looks*:\n\n"
+        << "- An element it does not know, with its text: a misspelt name silently does "
+           "nothing.\n"
+        << "- Attributes below the root element, and every root attribute but "
+        << bold(qnpolicy::kVersionAttribute) << ".\n"
+        << "- Update settings and " << bold(qnpolicy::kAuthorizedServerListElement) << " outside "
+        << bold(qnpolicy::kUpdatePolicyElement) << ", and " << bold(qnpolicy::kServerNameElement)
+        << " outside " << bold(qnpolicy::kAuthorizedServerListElement) << ".\n"
+        << "- A value it does not apply: each setting above says how its text is read.\n"
+        << "- A setting given more than once: each occurrence is applied in document order, "
+           "with the result each setting above states.\n"
+        << "- A setting another one overrides: each setting above says so where one does.\n\n"
+        << "*qnpolicy check* reports each of these with its line and column.\n\n"
+        << "## FIPS mode\n\n"
+        << "The first load that finds the file and parses it fixes FIPS mode at the value of its "
+        << bold(fipsElement)
+        << " element (off when the element is absent). Every later load that finds the file and "
+           "parses it applies that fixed mode again, even when the file now states another, and "
+           "notes that the file disagrees. A load that finds no file, or cannot parse it, turns "
+           "FIPS mode off; the next load that parses the file applies the fixed mode again. So "
+           "deleting or breaking the file turns FIPS mode off at the next load, while changing "
+           "its value takes effect only in a new client process.\n\n";
+}
+
 }  // namespace
 
 void WritePolicyFileManualPage(std::ostream& out) {
-    const std::string fipsElement = elementOfKind(LocalPolicySettingKind::FIPS_MODE);
     out << qnpolicy::kPolicyFileName << "(5) \"Quillnet " << QN_CLIENT_VERSION
         << "\" \"File Formats Manual\"\n\n"
         << "# NAME\n\n"
@@ -277,8 +278,8 @@ void WritePolicyFileManualPage(std::ostream& out) {
         << "# DESCRIPTION\n\n"
         << "An administrator pins security restrictions of the client on one machine in this "
            "XML file, kept in the client's main installation directory. The client reads it "
-           "when it loads its policy; a missing file leaves every setting at its default. "
-           "Installers write it with *qnpolicy generate* (see *qnpolicy*(1)).\n\n"
+           "when it loads its policy; what a missing, unreadable or partly wrong file does is "
+           "said below. Installers write it with *qnpolicy generate* (see *qnpolicy*(1)).\n\n"
         << "The root element is " << bold(qnpolicy::kRootElement) << ", in the namespace "
         << bold(qnpolicy::kDocumentNamespace) << ". Its attribute "
         << bold(qnpolicy::kVersionAttribute)
@@ -300,31 +301,16 @@ void WritePolicyFileManualPage(std::ostream& out) {
            "and only when an update setting was given.\n\n";
     writeSettings(LocalPolicySection::UPDATE_POLICY, out);
     writeSettings(LocalPolicySection::AUTHORIZED_SERVER_LIST, out);
-    out << "# FIPS MODE\n\n"
-        << "The value of " << bold(fipsElement)
-        << " found by the client's first successful load stays in force for as long as the "
-           "client runs. A later load applies that mode whatever the file now says and notes "
-           "when the file disagrees, so a change takes effect when the client restarts.\n\n"
-        << "# WHAT THE CLIENT IGNORES\n\n"
-        << "- A document with a DOCTYPE declaration: the whole file is refused, so that no "
-           "entity can expand or be fetched.\n"
-        << "- An element it does not know, with its text: a misspelt name silently does "
-           "nothing.\n"
-        << "- Attributes below the root element, and every root attribute but "
-        << bold(qnpolicy::kVersionAttribute) << ".\n"
-        << "- Update settings and " << bold(qnpolicy::kAuthorizedServerListElement) << " outside "
-        << bold(qnpolicy::kUpdatePolicyElement) << ", and " << bold(qnpolicy::kServerNameElement)
-        << " outside " << bold(qnpolicy::kAuthorizedServerListElement) << ".\n\n"
-        << "A setting given twice is applied at each occurrence, in document order: the last "
-           "value wins, while exclusions and caching options add up.\n\n"
-        << "*qnpolicy check* reports each of these with its line and column.\n\n"
-        << "# FILES\n\n"
+    writeFailureSection(out);
+    out << "# FILES\n\n"
         << underline(policyPath()) << "\n"
-        << "\tThe policy file. It must be owned by root and writable by nobody else (generation "
-           "writes it with mode 0644), and so must every directory above it: whoever can "
-           "change it can weaken the client's security.\n\n"
+        << "\tThe policy file. The client does not check who owns it or who may change it. "
+           "Advice, which *qnpolicy check* reports against: keep it and every directory above it "
+           "owned by root and writable by nobody else (generation writes it with mode 0644), "
+           "since whoever can change it can weaken the client's security.\n\n"
         << "_/usr/share/xml/quillnet/" << escape(qnpolicy::kSchemaFile) << "_\n"
-        << "\tThe XML Schema of the file, registered in the system's XML catalog.\n\n"
+        << "\tThe XML Schema of the file, registered in the system's XML catalog. It checks "
+           "each element and its text on its own, not rules between elements.\n\n"
         << "# SEE ALSO\n\n"
         << "*qnpolicy*(1), *xmllint*(1)\n";
 }

@@ -10,8 +10,9 @@ namespace qndocgen {
 
 // Writes the scdoc(5) source of QuillnetLocalPolicy.xml(5), the manual page of the policy
 // file: its location, layout and namespace, each element of the settings catalogue with its
-// section, values, default, installer argument and what the client does with it, the FIPS
-// retention, what the client ignores, and the ownership it expects.
+// section, values, default, installer argument, repetition and what the client does with it;
+// what the client does when the file is missing, unreadable or partly wrong, with the FIPS
+// retention; and the ownership qnpolicy check advises (the client does not check it).
 //
 //   qndocgen::WritePolicyFileManualPage(std::cout);   // | scdoc > QuillnetLocalPolicy.xml.5
 void WritePolicyFileManualPage(std::ostream& out);

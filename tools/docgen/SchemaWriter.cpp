@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -86,11 +87,13 @@ void writeSimpleTypes(std::ostream& out) {
     writeDocumentation(out, 2,
                        "Exactly true or false: the client never takes another text, TRUE included, "
                        "as true.");
-    out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
-        << indent(3) << "<xs:enumeration value=\"true\"/>\n"
-        << indent(3) << "<xs:enumeration value=\"false\"/>\n"
-        << indent(2) << "</xs:restriction>\n"
-        << indent(1) << "</xs:simpleType>\n";
+    // The texts an on/off setting is read from, as the kinds table lists them for the reader.
+    out << indent(2) << "<xs:restriction base=\"xs:string\">\n";
+    for (const std::string& text :
+         qnpolicy::AppliedTexts(*FindLocalPolicySettingOfKind(LocalPolicySettingKind::FLAG))) {
+        out << indent(3) << "<xs:enumeration value=\"" << escapedAttribute(text) << "\"/>\n";
+    }
+    out << indent(2) << "</xs:restriction>\n" << indent(1) << "</xs:simpleType>\n";
 
     out << indent(1) << "<xs:simpleType name=\"" << kCachingListType << "\">\n";
     writeDocumentation(out, 2,
@@ -205,7 +208,11 @@ void WritePolicySchema(std::ostream& out) {
     writeDocumentation(out, 1,
                        std::string("The local policy file ") + qnpolicy::kPolicyFileName +
                            " of the client's main installation directory. Each setting occurs "
-                           "at most once, in any order; an absent setting keeps its default.");
+                           "at most once, in any order; an absent setting keeps its default. The "
+                           "schema checks each element and its text on its own, not rules "
+                           "between elements: a file valid against it can still hold a setting "
+                           "that another one overrides (see each setting's description), which "
+                           "qnpolicy check reports.");
     writeSimpleTypes(out);
     out << indent(1) << "<xs:element name=\"" << qnpolicy::kRootElement << "\">\n";
     writeDocumentation(out, 2,

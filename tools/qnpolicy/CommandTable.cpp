@@ -73,7 +73,8 @@ const std::vector<CommandInfo>& Commands() {
         {"schema",
          "Print the XML Schema of the policy file, QuillnetLocalPolicy.xsd, generated from the "
          "settings catalogue, or with --json-schema the JSON Schema of a subcommand's --json "
-         "output.",
+         "output. The XML Schema checks each element and its text as the client reads them, not "
+         "rules between elements (one setting overriding another), which check reports.",
          0, CreateSchemaCommand, nullptr},
     };
     return commands;

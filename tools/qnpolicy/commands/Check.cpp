@@ -10,6 +10,7 @@
 #include <set>
 
 #include "CommandTable.h"
+#include "LocalPolicyDocument.h"
 #include "MessageText.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
@@ -50,6 +51,12 @@ struct CheckedFile {
     LintResult result;
     bool bMissing = false;
 };
+
+// What a client that loads such a file holds: a failure without a position read nothing (no
+// file, or none it could open).
+const char* consequenceOf(const LintResult& result) {
+    return result.failureLine != 0 ? kUnreadableFileConsequence : kMissingFileConsequence;
+}
 
 LintResult unreadable(const std::string& reason) {
     LintResult result;
@@ -110,7 +117,7 @@ void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
     }
     if (!result.bReadable) {
         printFinding(out, checked.name, result.failureLine, result.failureColumn, "unreadable",
-                     result.failureReason);
+                     result.failureReason + ". " + consequenceOf(result));
         return;
     }
     if (bQuiet) {
@@ -132,6 +139,7 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
         json.Key("kind").String(checked.bMissing ? errorkind::kNoSuchFile : errorkind::kUnreadable);
         json.Key("message").String(result.failureReason);
         json.Key("line").Number(result.failureLine).Key("column").Number(result.failureColumn);
+        json.Key("consequence").String(consequenceOf(result));
         json.EndObject();
     }
     json.Key("findings").BeginArray();

@@ -123,7 +123,8 @@ class CShowCommand : public CCommand {
                       (read.line != 0
                            ? ":" + std::to_string(read.line) + ":" + std::to_string(read.column)
                            : std::string()) +
-                      ": " + read.reason + " (`qnpolicy check` lists every flaw)");
+                      ": " + read.reason + " (`qnpolicy check` lists every flaw). " +
+                      kUnreadableFileConsequence);
     }
 
     static void writeJson(std::ostream& out, const std::string& path, const DocumentRead& read) {

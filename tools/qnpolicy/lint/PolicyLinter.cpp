@@ -32,6 +32,7 @@ const std::vector<FindingKindInfo> kFindingKinds = {
     {findingkind::kIgnoredCachingToken, Severity::ERROR},
     {findingkind::kCachingRestrictionsCleared, Severity::ERROR},
     {findingkind::kTunnelValueNotApplied, Severity::ERROR},
+    {findingkind::kOverriddenSetting, Severity::WARNING},
     {findingkind::kFileOwner, Severity::ERROR},
     {findingkind::kFilePermissions, Severity::ERROR},
 };
@@ -143,6 +144,55 @@ class CLinter : public ReadObserver {
         ++kept;
         m_rResult.findings.push_back(
             LintFinding{line, column, kind, SeverityOf(kind), message(), std::string(element)});
+    }
+
+    // After the read: every on/off setting whose value in the record is not what the file's
+    // last counting occurrence of it says, because another setting overrides it (a restricted
+    // server certificate store always reads as strict certificate trust). The record is the
+    // client's own reading, so no rule between settings is written down here; the overriding
+    // setting is found by flipping each other on/off setting of the record in turn.
+    void reportOverrides(const LocalQNPolicyInfo& record) {
+        for (const auto& statedFlag : m_statedFlags) {
+            const LocalPolicySettingInfo* row = statedFlag.first;
+            const StatedFlag& stated = statedFlag.second;
+            LocalQNPolicyInfo alone;
+            bool bFileUseFIPSMode = false;
+            const LocalPolicyKind& kind = KindOf(row->kind);
+            kind.apply(*row, stated.text, alone, bFileUseFIPSMode);
+            const std::string said = kind.effective(*row, alone).at(0);
+            const std::string read = kind.effective(*row, record).at(0);
+            if (said == read) {
+                continue;
+            }
+            const LocalPolicySettingInfo* overriding = nullptr;
+            for (const LocalPolicySettingInfo& other : LocalPolicySettings()) {
+                if (&other == row || other.setter == nullptr) {
+                    continue;
+                }
+                LocalQNPolicyInfo flipped = record;
+                (flipped.*(other.setter))(!(record.*(other.getter))());
+                if (kind.effective(*row, flipped).at(0) == said) {
+                    overriding = &other;
+                    break;
+                }
+            }
+            report(
+                stated.line, stated.column, findingkind::kOverriddenSetting,
+                [row, &said, &read, overriding, &record] {
+                    std::string message = Quoted(row->element) + " is " + said;
+                    message += " here, but the client reads it as ";
+                    message += read;
+                    if (overriding == nullptr) {
+                        message += ": another setting overrides it.";
+                        return message;
+                    }
+                    message += ": " + Quoted(overriding->element) + " is ";
+                    message += KindOf(overriding->kind).effective(*overriding, record).at(0);
+                    message += ", which overrides it.";
+                    return message;
+                },
+                row->element);
+        }
     }
 
   private:
@@ -283,6 +333,13 @@ class CLinter : public ReadObserver {
             event.eAction == ReadAction::READ) {
             checkRepeatedServer(element, event.text);
         }
+        // An on/off setting's text that counts: the last one is what the file says.
+        if (element.pRow->setter != nullptr && event.eAction == ReadAction::READ) {
+            StatedFlag& stated = m_statedFlags[element.pRow];
+            stated.text.assign(event.text);
+            stated.line = element.line;
+            stated.column = element.column;
+        }
     }
 
     void checkRepeatedServer(const OpenElement& element, std::string_view server) {
@@ -333,6 +390,13 @@ class CLinter : public ReadObserver {
     TextArena m_serverTexts;
     std::unordered_map<std::string_view, unsigned long> m_serverLines;
     std::vector<TextProblem> m_problems;  // reused for every text
+    // The last counting text of each on/off setting, and where its element starts.
+    struct StatedFlag {
+        std::string text;
+        unsigned long line = 0;
+        unsigned long column = 0;
+    };
+    std::map<const LocalPolicySettingInfo*, StatedFlag> m_statedFlags;
 };
 
 // Reads with a linter watching: the client's secure read first; a DTD it refuses becomes a
@@ -346,6 +410,11 @@ LintResult lint(Read read) {
     CLinter secure(result);
     options.pObserver = &secure;
     DocumentRead document = read(options);
+    // A refused document gives the client nothing to override: only the secure read's record
+    // is the client's.
+    if (document.status != XMLPARSER_ERROR_DOCTYPE_REFUSED) {
+        secure.reportOverrides(document.record);
+    }
     if (document.status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
         result = LintResult();
         CLinter tolerant(result);

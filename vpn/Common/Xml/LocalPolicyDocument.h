@@ -203,6 +203,15 @@ struct DocumentRead {
     bool bFileUseFIPSMode = false;  // what the document's FipsMode says, as far as it was read
 };
 
+// What the client holds after a load that finds no file, and after one that cannot parse the
+// file, in words for administrators: the record of a DocumentRead of such a file, which the
+// manual page, show and check describe with these sentences.
+inline constexpr char kMissingFileConsequence[] =
+    "The client then holds every setting at its default, with FIPS mode off.";
+inline constexpr char kUnreadableFileConsequence[] =
+    "The client then holds the defaults plus the settings read before the error, with FIPS mode "
+    "off: a policy it cannot read restricts nothing, or only part of what it says.";
+
 // Reads the policy document at path. A missing path gives the defaults and status 0, as
 // loading does.
 DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);
@@ -210,10 +219,11 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options);
 
-// The FIPS retention of one manager: the mode fixed by its first successful load, applied by
-// every later one. After a successful parse: fixes the retained mode if none is, sets the
-// record's flag from it, and returns whether the file now disagrees; logs "FIPS mode is %s."
-// (as "LoadLocalQuillnetPolicy") when bLog.
+// The FIPS retention of one manager: the mode fixed by its first load that parses the file,
+// applied by every later load that parses it (a load without a file, or with a failed parse,
+// does not come here and leaves the record's FIPS flag off). After a successful parse: fixes
+// the retained mode if none is, sets the record's flag from it, and returns whether the file
+// now disagrees; logs "FIPS mode is %s." (as "LoadLocalQuillnetPolicy") when bLog.
 bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
                         LocalQNPolicyInfo& rRecord, bool bLog);
 

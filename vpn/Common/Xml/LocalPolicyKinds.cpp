@@ -7,6 +7,7 @@
 #include <array>
 #include <cctype>
 #include <map>
+#include <utility>
 
 #include "LocalPolicyDocument.h"
 #include "LocalQNPolicyOptionTexts.h"
@@ -145,12 +146,20 @@ void checkCachingList(const LocalPolicySettingInfo& row, std::string_view text,
         const std::string cleared =
             before.empty() ? std::string() : " (here " + Join(before, ", ", true) + ")";
         if (!bKnown) {
-            problems.push_back({findingkind::kUnknownCachingToken,
-                                "Unknown caching option " + Quoted(*token) + " in " +
-                                    Quoted(row.element) +
-                                    ": the reader takes it as \"false\", which clears every "
-                                    "caching restriction" +
-                                    cleared + "." + DidYouMean(*token, optionTexts)});
+            // An option with blanks around it (as after ", ") is the commonest unknown one.
+            const std::string_view bare = trimmed(*token);
+            const bool bPadded =
+                bare.size() != token->size() &&
+                std::find(optionTexts.begin(), optionTexts.end(), bare) != optionTexts.end();
+            std::string message = "Unknown caching option " + Quoted(*token) + " in " +
+                                  Quoted(row.element) +
+                                  ": the reader takes it as \"false\", which clears every "
+                                  "caching restriction";
+            message += cleared;
+            message += bPadded ? ". The reader does not trim blanks: write " + Quoted(bare) +
+                                     " with nothing around it but the commas."
+                               : "." + DidYouMean(*token, optionTexts);
+            problems.push_back({findingkind::kUnknownCachingToken, std::move(message)});
         } else if (!before.empty()) {
             problems.push_back({findingkind::kCachingRestrictionsCleared,
                                 "\"false\" in " + Quoted(row.element) +
@@ -280,29 +289,35 @@ constexpr char kUnchanged[] = "the reader leaves the setting unchanged.";
 constexpr std::array<LocalPolicyKind, 8> kKinds = {{
     {LocalPolicySettingKind::FIPS_MODE, applyFipsMode, checkBoolean, ValueShape::BOOLEAN,
      booleanValue,
-     "true turns it on; any other text, TRUE included, is taken as false. The mode of the first "
-     "successful load stays in force (see FIPS MODE below).",
-     kLastWins, kUnchanged, nullptr, nullptr, "Boolean"},
+     "true turns it on; any other text, TRUE included, is taken as false. Which mode a load puts "
+     "in force is decided by the FIPS retention (see FIPS mode below).",
+     kLastWins, kUnchanged, nullptr, nullptr, "Boolean", nullptr},
     {LocalPolicySettingKind::FLAG, applyFlag, checkBoolean, ValueShape::BOOLEAN, booleanValue,
-     kBooleanReading, kLastWins, kUnchanged, nullptr, nullptr, "Boolean"},
+     kBooleanReading, kLastWins, kUnchanged, nullptr, nullptr, "Boolean", nullptr},
     {LocalPolicySettingKind::CERT_STORE_EXCLUSION, applyExclusion, checkBoolean,
      ValueShape::BOOLEAN, booleanValue,
      "true excludes the stores; any other text changes nothing, so an exclusion once made "
      "stays.",
      "an exclusion once made stays, whatever a later occurrence says.", kUnchanged, nullptr,
-     nullptr, "Boolean"},
+     nullptr, "Boolean", nullptr},
     {LocalPolicySettingKind::CACHING_LIST, applyCachingList, checkCachingList, ValueShape::TEXT,
      cachingValue,
      "Options separated by commas, each exactly as spelled: false, Credentials, Thumbprints, "
      "CredentialsAndThumbprints, AutomaticServerSelection or All. false clears every "
      "restriction; an unknown option is taken as false, and the options after either are "
-     "ignored. Empty pieces are skipped.",
-     "the lists are applied one after the other.", kUnchanged, nullptr, nullptr, "CachingList"},
+     "ignored. Empty pieces are skipped, but blanks are not trimmed: \"Credentials, Thumbprints\" "
+     "holds the unknown option \" Thumbprints\" and so restricts nothing.",
+     "the lists are applied one after the other: a later list adds its options, and false or an "
+     "unknown option in it clears every restriction before it, those of earlier lists included.",
+     kUnchanged, nullptr, nullptr, "CachingList",
+     "any text, written into the element unchanged and read as above"},
     {LocalPolicySettingKind::TUNNEL_PROTOCOL, applyTunnel, checkTunnel, ValueShape::TEXT,
      tunnelValue,
      "The client applies only false, tls and ipsec, exactly; any other text changes "
      "nothing.",
-     "the last recognised value wins.", kUnchanged, nullptr, nullptr, "TunnelProtocol"},
+     "the last recognised value wins: a later text the client does not apply leaves the earlier "
+     "value.",
+     kUnchanged, nullptr, nullptr, "TunnelProtocol", nullptr},
     {LocalPolicySettingKind::UPDATE_PERMISSION, applyFlag, checkBoolean, ValueShape::BOOLEAN,
      booleanValue,
      "true allows these updates from any server; any other text is taken as false. Counts only "
@@ -310,14 +325,17 @@ constexpr std::array<LocalPolicyKind, 8> kKinds = {{
      kLastWins, kUnchanged,
      "outside \"UpdatePolicy\": the reader ignores it (and logs \"Local Policy XML structure is "
      "incorrect.\"); move it into the \"UpdatePolicy\" section.",
-     findingkind::kUpdatePermissionOutsideSection, "Boolean"},
+     findingkind::kUpdatePermissionOutsideSection, "Boolean", nullptr},
     {LocalPolicySettingKind::SERVER_LIST, applyNothing, checkServerListText, ValueShape::LIST,
      serverListValue,
      "No text of its own: one ServerName element per server. Counts only inside UpdatePolicy; "
      "text written directly in it is ignored.",
      nullptr, nullptr,
      "outside \"UpdatePolicy\": the reader ignores it and every server name in it.",
-     findingkind::kServerListOutsideSection, nullptr},
+     findingkind::kServerListOutsideSection, nullptr,
+     "server names separated by commas or semicolons: each non-empty piece becomes one "
+     "ServerName element, exactly as written, blanks included (\"gw1, gw2\" gives \"gw1\" and "
+     "\" gw2\")"},
     {LocalPolicySettingKind::SERVER_NAME, applyServerName, checkServerName, ValueShape::NONE,
      noValue,
      "Counts only inside an AuthorizedServerList inside UpdatePolicy; every occurrence adds a "
@@ -325,7 +343,7 @@ constexpr std::array<LocalPolicyKind, 8> kKinds = {{
      nullptr, "the reader adds no server for it.",
      "outside its list: the reader ignores it; authorized servers belong in "
      "UpdatePolicy/AuthorizedServerList.",
-     findingkind::kServerNameOutsideList, "ServerName"},
+     findingkind::kServerNameOutsideList, "ServerName", nullptr},
 }};
 
 constexpr bool rowsInKindOrder() {

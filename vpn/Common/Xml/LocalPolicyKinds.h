@@ -42,6 +42,7 @@ inline constexpr char kUnknownCachingToken[] = "unknown-caching-token";
 inline constexpr char kIgnoredCachingToken[] = "ignored-caching-token";
 inline constexpr char kCachingRestrictionsCleared[] = "caching-restrictions-cleared";
 inline constexpr char kTunnelValueNotApplied[] = "tunnel-value-not-applied";
+inline constexpr char kOverriddenSetting[] = "overridden-setting";
 inline constexpr char kFileOwner[] = "file-owner";
 inline constexpr char kFilePermissions[] = "file-permissions";
 }  // namespace findingkind
@@ -82,6 +83,9 @@ struct LocalPolicyKind {
     const char* misplacedFinding;
     // The schema's simple type of its text; null for element content.
     const char* schemaType;
+    // How generation writes an installer value of this kind when the vocabulary lists no values
+    // for it (any text is accepted); null for kinds whose values are listed.
+    const char* installerValue;
 };
 
 const LocalPolicyKind& KindOf(LocalPolicySettingKind kind);

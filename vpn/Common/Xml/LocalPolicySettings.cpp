@@ -8,9 +8,9 @@
 
 namespace {
 
-// One row per element, the 29 installer settings in vocabulary order, then the server name.
-// Descriptions say what the client does when the setting is given; the defaults are the
-// record's own.
+// One row per element, the 29 installer settings in the order the vocabulary defines them, then
+// the server name. A description says what the setting is, and nothing the client is not known
+// to do with it; the defaults are the record's own.
 std::vector<LocalPolicySettingInfo> buildCatalogue() {
     return {
         {"FipsMode",
@@ -23,8 +23,10 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "fm",
          {"false", "true"},
-         "Runs the client in FIPS mode; the mode of the first successful load stays in force until "
-         "the client restarts."},
+         "Runs the client in FIPS mode. The first load that finds and parses the file fixes the "
+         "mode, and every later load that finds and parses the file applies that mode again, even "
+         "when the file now states another; a load that finds no file, or cannot parse it, turns "
+         "FIPS mode off."},
         {"BypassDownloader",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -35,7 +37,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "bd",
          {"false", "true"},
-         "Keeps the client from running its downloader."},
+         "Bypasses the client's downloader."},
         {"BypassDefaultLocalization",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -46,7 +48,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "bdl",
          {"false", "true"},
-         "Keeps the client from loading its default localization."},
+         "Bypasses the client's default localization."},
         {"RestrictScriptWebDeploy",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -57,7 +59,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rswd",
          {"false", "true"},
-         "Refuses scripts deployed from the web."},
+         "Forbids the deployment of scripts from the web."},
         {"RestrictHelpWebDeploy",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -68,7 +70,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rhwd",
          {"false", "true"},
-         "Refuses help files deployed from the web."},
+         "Forbids the deployment of help from the web."},
         {"RestrictResourceWebDeploy",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -79,7 +81,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rrwd",
          {"false", "true"},
-         "Refuses resource files deployed from the web."},
+         "Forbids the deployment of resources from the web."},
         {"RestrictLocalizationWebDeploy",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -90,7 +92,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rlwd",
          {"false", "true"},
-         "Refuses localization files deployed from the web."},
+         "Forbids the deployment of localization from the web."},
         {"RestrictWebLaunch",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -101,7 +103,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rwl",
          {"false", "true"},
-         "Refuses to start the client through a web launch."},
+         "Restricts web launch."},
         {"StrictCertificateTrust",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -112,8 +114,8 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "sct",
          {"false", "true"},
-         "Refuses a server certificate that cannot be verified instead of asking the user whether "
-         "to trust it."},
+         "Makes certificate trust strict. A restricted server certificate store "
+         "(RestrictServerCertStore true) makes it strict as well, whatever this element says."},
         {"EnableCRLCheck",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -124,7 +126,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "ecc",
          {"true", "false"},
-         "Checks every server certificate against its certificate revocation list."},
+         "Turns on certificate revocation list (CRL) checking."},
         {"OCSPRevocation",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -135,7 +137,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "orc",
          {"false", "true"},
-         "Checks the revocation of every server certificate with OCSP."},
+         "Turns on OCSP revocation checking."},
         {"RestrictPreferenceCaching",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::CACHING_LIST,
@@ -146,9 +148,10 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rpc",
          {},
-         "Lists the preference values the client must not cache, separated by commas: Credentials, "
-         "Thumbprints, CredentialsAndThumbprints, AutomaticServerSelection, All, or false for "
-         "none."},
+         "Lists the preference values that may not be cached: Credentials, Thumbprints, "
+         "CredentialsAndThumbprints, AutomaticServerSelection or All, separated by commas and "
+         "nothing else. The client does not trim the options: false or an unknown option anywhere "
+         "in the list, a blank after a comma included, clears every restriction."},
         {"RestrictTunnelProtocols",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::TUNNEL_PROTOCOL,
@@ -171,7 +174,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "efn",
          {"false", "true"},
-         "Excludes the Firefox NSS certificate stores from certificate lookups."},
+         "Excludes the Firefox NSS group of certificate stores."},
         {"ExcludePemFileCertStore",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::CERT_STORE_EXCLUSION,
@@ -182,7 +185,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "epf",
          {"false", "true"},
-         "Excludes the PEM-file certificate stores from certificate lookups."},
+         "Excludes the PEM-file group of certificate stores."},
         {"ExcludeMacNativeCertStore",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::CERT_STORE_EXCLUSION,
@@ -193,7 +196,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "emn",
          {"false", "true"},
-         "Excludes the Mac native certificate stores from certificate lookups."},
+         "Excludes the Mac native group of certificate stores."},
         {"ExcludeWinNativeCertStore",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::CERT_STORE_EXCLUSION,
@@ -204,7 +207,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "ewn",
          {"false", "true"},
-         "Excludes the Windows native certificate stores from certificate lookups."},
+         "Excludes the Windows native group of certificate stores."},
         {"RestrictServerCertStore",
          LocalPolicySection::ROOT,
          LocalPolicySettingKind::FLAG,
@@ -215,8 +218,8 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "false",
          "rsc",
          {"false", "true"},
-         "Refuses server certificates that are not in the server certificate store, which also "
-         "makes certificate trust strict."},
+         "Restricts the server certificate store. It also makes certificate trust strict, "
+         "whatever StrictCertificateTrust says."},
         {"AllowSoftwareUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -227,8 +230,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upsu",
          {"true", "false"},
-         "Accepts client software updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows software updates from any server (true) or not (false)."},
         {"AllowComplianceModuleUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -239,8 +241,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upcu",
          {"true", "false"},
-         "Accepts compliance module updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows compliance module updates from any server (true) or not (false)."},
         {"AllowVPNProfileUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -251,8 +252,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upvp",
          {"true", "false"},
-         "Accepts VPN profile updates from any server; false accepts them only from the authorized "
-         "servers."},
+         "Allows VPN profile updates from any server (true) or not (false)."},
         {"AllowManagementVPNProfileUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -263,8 +263,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upmv",
          {"true", "false"},
-         "Accepts management VPN profile updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows management VPN profile updates from any server (true) or not (false)."},
         {"AllowPlexoProfileUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -275,8 +274,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "uppp",
          {"true", "false"},
-         "Accepts Plexo profile updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows Plexo profile updates from any server (true) or not (false)."},
         {"AllowServiceProfileUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -287,8 +285,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upsp",
          {"true", "false"},
-         "Accepts service profile updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows service profile updates from any server (true) or not (false)."},
         {"AllowScriptUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -299,8 +296,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upscr",
          {"true", "false"},
-         "Accepts script updates from any server; false accepts them only from the authorized "
-         "servers."},
+         "Allows script updates from any server (true) or not (false)."},
         {"AllowHelpUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -311,8 +307,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "uphlp",
          {"true", "false"},
-         "Accepts help updates from any server; false accepts them only from the authorized "
-         "servers."},
+         "Allows help updates from any server (true) or not (false)."},
         {"AllowResourceUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -323,8 +318,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "upres",
          {"true", "false"},
-         "Accepts resource updates from any server; false accepts them only from the authorized "
-         "servers."},
+         "Allows resource updates from any server (true) or not (false)."},
         {"AllowLocalizationUpdatesFromAnyServer",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::UPDATE_PERMISSION,
@@ -335,8 +329,7 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "true",
          "uploc",
          {"true", "false"},
-         "Accepts localization updates from any server; false accepts them only from the "
-         "authorized servers."},
+         "Allows localization updates from any server (true) or not (false)."},
         {"AuthorizedServerList",
          LocalPolicySection::UPDATE_POLICY,
          LocalPolicySettingKind::SERVER_LIST,
@@ -347,8 +340,8 @@ std::vector<LocalPolicySettingInfo> buildCatalogue() {
          "",
          "upal",
          {},
-         "Lists the servers updates may come from when an update kind is not allowed from any "
-         "server; the installer value separates names with commas or semicolons."},
+         "Lists the authorized servers, one ServerName element each; the installer value "
+         "separates the names with commas or semicolons."},
         {"ServerName",
          LocalPolicySection::AUTHORIZED_SERVER_LIST,
          LocalPolicySettingKind::SERVER_NAME,

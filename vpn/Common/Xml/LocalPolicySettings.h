@@ -61,13 +61,15 @@ struct LocalPolicySettingInfo {
     std::string defaultValue;
     std::string abbreviation;  // the installer abbreviation; empty for the server name
     // Installer values, matched ignoring case and written in this spelling; empty where any
-    // value is written as given.
+    // value is accepted (how generation writes it then is the kind's, LocalPolicyKinds.h).
     std::vector<std::string> allowedValues;
-    std::string description;  // one sentence for an administrator
+    // For an administrator: what the setting is, and nothing the client is not known to do.
+    std::string description;
 };
 
-// Every element the reader acts on: the 29 installer settings in vocabulary order, then the
-// SERVER_NAME row.
+// Every element the reader acts on: the 29 installer settings in the order the vocabulary
+// defines them (fm, bd, bdl, ...; not the ascending abbreviation order in which the vocabulary
+// map iterates), then the SERVER_NAME row.
 const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
 
 // The row of an element name, in constant time; null for a name the reader ignores (the

@@ -69,8 +69,10 @@ struct LocalPolicySetting {
 //   }
 //   p->releaseInstance();                                      // the last release destroys it
 //
-// The FIPS mode found by the first successful load is applied by every later load that finds
-// the file and parses it; a load that finds no file, or cannot parse it, reads FIPS off.
+// The FIPS mode found by the first load that finds the file and parses it is applied by every
+// later load that finds the file and parses it, whatever the file then states; a load that
+// finds no file, or cannot parse it, reads FIPS off, and the record then holds the defaults
+// (plus, after a parse failure, the settings read before the error).
 // Creation, acquisition, release and the count are serialised by one process-wide lock;
 // nothing else is locked: callers that share the manager serialise loading, resetting and
 // generation against each other and against readers of the record, and only one parse runs

@@ -133,11 +133,20 @@ findings:
   sample: [{kind: tunnel-value-not-applied, severity: error, line: 5, column: 5,
             message: "the client applies only false, ipsec and tls"}]
 error:
-  description: Why C(qnpolicy check) could not read or parse the file, with C(kind), C(message), C(line) and
-    C(column).
+  description:
+    - Why C(qnpolicy check) could not read or parse the file, with C(kind), C(message), C(line) and
+      C(column), and C(consequence), what the client then holds (the defaults plus the settings
+      read before the error, with FIPS mode off).
   returned: when the file is present but cannot be read or parsed
   type: dict
-  sample: {kind: unreadable, message: "not well-formed (invalid token)", line: 3, column: 7}
+  sample:
+    kind: unreadable
+    message: not well-formed (invalid token)
+    line: 3
+    column: 7
+    consequence: >-
+      The client then holds the defaults plus the settings read before the error, with FIPS mode off:
+      a policy it cannot read restricts nothing, or only part of what it says.
 '''
 
 import os

@@ -1,0 +1,271 @@
+// What the documents say is what the client does, where a machine can tell. Every row of the
+// settings catalogue, which `qnpolicy vocabulary`, the manual page, the schema and the completion
+// print, is held against the real reader: the documented default is what a file without the
+// element reads as; the documented texts (AppliedTexts, the schema's enumerations) each read as
+// themselves, and no other text does; the documented installer values are the ones the
+// vocabulary accepts, and generation writes them as the documents say. The record is read
+// through this suite's own accessors (PolicyModel.h), not through the catalogue's.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "LocalPolicyDocument.h"
+#include "LocalPolicyKinds.h"
+#include "LocalPolicySettings.h"
+#include "PolicyModel.h"
+#include "TestSupport.h"
+
+namespace {
+
+using Info = LocalQNPolicyInfo;
+
+std::string el(const std::string& name, const std::string& text) {
+    return "<" + name + ">" + text + "</" + name + ">";
+}
+
+// Children placed where the row counts.
+std::string placed(const LocalPolicySettingInfo& row, const std::string& children) {
+    switch (row.section) {
+        case LocalPolicySection::ROOT:
+            return children;
+        case LocalPolicySection::UPDATE_POLICY:
+            return el("UpdatePolicy", children);
+        case LocalPolicySection::AUTHORIZED_SERVER_LIST:
+            return el("UpdatePolicy", el("AuthorizedServerList", children));
+    }
+    return children;
+}
+
+Info read(const std::string& children) {
+    qnpolicy::ReadOptions options;
+    options.bLog = false;
+    const qnpolicy::DocumentRead document = qnpolicy::ReadPolicyBytes(
+        "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">" + children + "</QuillnetLocalPolicy>",
+        "p.xml", options);
+    EXPECT_EQ(document.status, 0) << children;
+    return document.record;
+}
+
+// The value of an element's setting in a record, as document text: "true" or "false", the
+// tunnel text, the caching options set (or "false" for none), the servers joined by "|".
+std::string valueOf(const std::string& element, const Info& info) {
+    for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
+        if (element == flag.element) {
+            return (info.*flag.get)() ? "true" : "false";
+        }
+    }
+    for (const qntest::ExcludedStore& store : qntest::kExcludedStores) {
+        if (element == store.element) {
+            const uint32_t bits = info.ExcludeCertStores() & store.mask;
+            return bits == store.mask ? "true" : bits == 0 ? "false" : "part of the group";
+        }
+    }
+    if (element == "RestrictPreferenceCaching") {
+        static const char* const kOptions[] = {"false",
+                                               "Credentials",
+                                               "Thumbprints",
+                                               "CredentialsAndThumbprints",
+                                               "AutomaticServerSelection",
+                                               "All"};
+        const std::vector<bool> set = info.RestrictPrefCaching();
+        std::string options;
+        for (size_t option = 1; option < set.size(); ++option) {
+            if (set[option]) {
+                options += (options.empty() ? "" : ",") + std::string(kOptions[option]);
+            }
+        }
+        return options.empty() ? "false" : options;
+    }
+    if (element == "RestrictTunnelProtocols") {
+        const std::map<RestrictTunnelProtocolOption, std::string> texts = {
+            {RESTRICT_TUNNEL_PROTOCOL_FALSE, "false"},
+            {RESTRICT_TUNNEL_PROTOCOL_TLS, "tls"},
+            {RESTRICT_TUNNEL_PROTOCOL_IPSEC, "ipsec"}};
+        return texts.at(info.RestrictTunnelProtocols());
+    }
+    if (element == "AuthorizedServerList" || element == "ServerName") {
+        std::string servers;
+        for (const std::string& server : info.GetAuthorizedServerList()) {
+            servers += (servers.empty() ? "" : "|") + server;
+        }
+        return servers;
+    }
+    ADD_FAILURE() << "no accessor for " << element;
+    return std::string();
+}
+
+// What a text the documents do not list reads as, by kind, as the manual page words it: an
+// on/off setting and a caching option take it as "false"; an exclusion and the tunnel keep
+// what they held (nullopt).
+std::optional<std::string> otherTextReadsAs(LocalPolicySettingKind kind) {
+    switch (kind) {
+        case LocalPolicySettingKind::FIPS_MODE:
+        case LocalPolicySettingKind::FLAG:
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
+        case LocalPolicySettingKind::CACHING_LIST:
+            return "false";
+        default:
+            return std::nullopt;
+    }
+}
+
+// Texts an administrator could write for text and that differ from it only in spelling.
+std::vector<std::string> nearMisses(const std::string& text) {
+    std::string upper = text;
+    std::string lower = text;
+    std::transform(text.begin(), text.end(), upper.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    std::transform(text.begin(), text.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::string capitalized = lower;
+    capitalized[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(capitalized[0])));
+    return {upper, lower, capitalized, " " + text, text + " ", text + "\n", "1", "yes"};
+}
+
+TEST(PolicyDocuments, TheDocumentedDefaultIsWhatAFileWithoutTheElementReadsAs) {
+    const Info empty = read("");
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        EXPECT_EQ(valueOf(row.element, empty), row.defaultValue) << row.element;
+    }
+}
+
+// Each documented text, alone, reads as itself; a text that differs from one only in case,
+// blanks or spelling reads as the kind's other texts do (as false, or as what came before).
+TEST(PolicyDocuments, TheDocumentedTextsAreExactlyTheOnesTheReaderApplies) {
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        const std::vector<std::string> documented = qnpolicy::AppliedTexts(row);
+        if (row.kind == LocalPolicySettingKind::SERVER_LIST ||
+            row.kind == LocalPolicySettingKind::SERVER_NAME) {
+            EXPECT_TRUE(documented.empty()) << row.element;  // free text, below
+            continue;
+        }
+        ASSERT_FALSE(documented.empty()) << row.element;
+        const std::string tag = row.element;
+        for (const std::string& text : documented) {
+            EXPECT_EQ(valueOf(tag, read(placed(row, el(tag, text)))), text) << tag << " " << text;
+        }
+        const std::optional<std::string> other = otherTextReadsAs(row.kind);
+        for (const std::string& text : documented) {
+            for (const std::string& miss : nearMisses(text)) {
+                if (std::find(documented.begin(), documented.end(), miss) != documented.end()) {
+                    continue;
+                }
+                SCOPED_TRACE(tag + " \"" + miss + "\"");
+                EXPECT_EQ(valueOf(tag, read(placed(row, el(tag, miss)))),
+                          other.value_or(row.defaultValue));
+                // After each documented text: read as the others, or that text stays.
+                for (const std::string& before : documented) {
+                    EXPECT_EQ(valueOf(tag, read(placed(row, el(tag, before) + el(tag, miss)))),
+                              other.value_or(before))
+                        << "after " << before;
+                }
+            }
+        }
+    }
+    // Server names are free text, kept exactly as written.
+    const LocalPolicySettingInfo* name = FindLocalPolicySetting("ServerName");
+    for (const std::string server : {"gw1.example.com", " gw2 ", "GW3", "a,b;c"}) {
+        EXPECT_EQ(valueOf("ServerName", read(placed(*name, el("ServerName", server)))), server);
+    }
+}
+
+// The vocabulary holds each row's documented values, accepts them in any case and writes the
+// documented spelling; it refuses other values. Read back, a documented value that is also a
+// documented text applies; one that is not (the tunnel's "TLS" and "IPSec", as its description
+// says) leaves the default.
+TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheVocabularyAccepts) {
+    qntest::ManagerScope manager;
+    const qnpolicy::PolicyVocabulary vocabulary = manager->GetPolicyTransTable();
+    size_t installerRows = 0;
+    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
+        if (row.abbreviation.empty()) {
+            continue;
+        }
+        ++installerRows;
+        SCOPED_TRACE(row.abbreviation);
+        ASSERT_EQ(vocabulary.count(row.abbreviation), 1U);
+        const LocalPolicySetting& entry = vocabulary.at(row.abbreviation);
+        EXPECT_EQ(entry.tstrFullName, row.element);
+        EXPECT_EQ(entry.bIsUpdatePolicy, row.section == LocalPolicySection::UPDATE_POLICY);
+        EXPECT_EQ(std::vector<std::string>(entry.listAllowedValues.begin(),
+                                           entry.listAllowedValues.end()),
+                  row.allowedValues);
+        const auto check = [&vocabulary](const std::string& argument) {
+            const char* argv[] = {argument.c_str()};
+            return qnpolicy::CheckInstallerArguments(argv, 1, vocabulary);
+        };
+        const std::vector<std::string> applied = qnpolicy::AppliedTexts(row);
+        for (const std::string& value : row.allowedValues) {
+            std::string upper = value;
+            std::transform(value.begin(), value.end(), upper.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+            const qnpolicy::ArgumentCheck checked = check(row.abbreviation + "=" + upper);
+            ASSERT_EQ(checked.accepted.size(), 1U) << value;
+            EXPECT_EQ(checked.accepted[0].value, value);
+            std::string document;
+            ASSERT_EQ(qnpolicy::RenderPolicyDocument(checked.settings, "/", document), 0);
+            const bool bApplied = std::find(applied.begin(), applied.end(), value) != applied.end();
+            // Only the tunnel's reading says that some installer values are not applied.
+            EXPECT_TRUE(bApplied || row.kind == LocalPolicySettingKind::TUNNEL_PROTOCOL) << value;
+            qnpolicy::ReadOptions quiet;
+            quiet.bLog = false;
+            EXPECT_EQ(valueOf(row.element, qnpolicy::ReadPolicyBytes(document, "p", quiet).record),
+                      bApplied ? value : row.defaultValue)
+                << value;
+        }
+        const qnpolicy::ArgumentCheck other = check(row.abbreviation + "=maybe");
+        EXPECT_EQ(other.accepted.size(), row.allowedValues.empty() ? 1U : 0U);
+    }
+    EXPECT_EQ(installerRows, vocabulary.size());
+}
+
+// The installer values that are free text, written as the kinds table says and read back: the
+// caching list unchanged (a blank after a comma then restricts nothing), the server list cut at
+// "," and ";" into one name per non-empty piece, blanks kept.
+TEST(PolicyDocuments, FreeInstallerValuesAreWrittenAndReadAsDocumented) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"rpc=Credentials,Thumbprints", "Credentials,Thumbprints"},
+        {"rpc=Credentials, Thumbprints", "false"},
+        {"rpc=All,false", "false"},
+        {"rpc=,All,", "All"},
+        {"upal=gw1, gw2", "gw1| gw2"},
+        {"upal=,,gw1;;gw2,", "gw1|gw2"},
+        {"upal=gw1.example.com;gw2.example.com", "gw1.example.com|gw2.example.com"},
+    };
+    qntest::ManagerScope manager;
+    const qnpolicy::PolicyVocabulary vocabulary = manager->GetPolicyTransTable();
+    qnpolicy::ReadOptions quiet;
+    quiet.bLog = false;
+    for (const auto& [argument, expected] : cases) {
+        const char* argv[] = {argument.c_str()};
+        const qnpolicy::ArgumentCheck checked =
+            qnpolicy::CheckInstallerArguments(argv, 1, vocabulary);
+        ASSERT_EQ(checked.accepted.size(), 1U) << argument;
+        std::string document;
+        ASSERT_EQ(qnpolicy::RenderPolicyDocument(checked.settings, "/", document), 0);
+        const Info info = qnpolicy::ReadPolicyBytes(document, "p", quiet).record;
+        EXPECT_EQ(valueOf(checked.accepted[0].pSetting->element, info), expected) << argument;
+    }
+}
+
+// One setting overrides another, as both descriptions say: a restricted server certificate
+// store reads as strict certificate trust whatever StrictCertificateTrust says.
+TEST(PolicyDocuments, ARestrictedServerStoreReadsAsStrictTrust) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "true"), "true"},
+        {el("RestrictServerCertStore", "true") + el("StrictCertificateTrust", "false"), "true"},
+        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "false"), "false"},
+        {el("StrictCertificateTrust", "true"), "true"},
+    };
+    for (const auto& [children, expected] : cases) {
+        EXPECT_EQ(valueOf("StrictCertificateTrust", read(children)), expected) << children;
+    }
+}
+
+}  // namespace
