@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // getrandom(2) and arc4random_buf(3) that return the same bytes in every process, preloaded by
 // scripts/bench-instructions.sh into both sides of an instruction count. expat salts its hash
 // tables from one of them at each parser's creation, and the salt decides how often the names of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // policy_bench measures LoadLocalQuillnetPolicy against the least-work loop over the same policy
 // documents, GenerateLocalPolicy against loading its result back, and the peak memory of a
 // load.

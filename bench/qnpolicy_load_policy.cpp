@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy_load_policy DIR: loads DIR/QuillnetLocalPolicy.xml through the library, as a client
 // does, and keeps the manager's record until exit (no copy of it is taken). `make bench-cli` runs
 // it under /usr/bin/time to compare the peak memory of `qnpolicy show --json` with the library's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QN_FUZZ_FUZZCHECK_H
 #define QN_FUZZ_FUZZCHECK_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Generation end to end: fuzzed installer arguments through GenerateLocalPolicy into a real
 // file, loaded back with LoadLocalQuillnetPolicy and compared with qntest::expectedRecord of
 // the settings the arguments ask for.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform helpers against simple reference models; the input's first byte picks one:
 //   0: SecureString's append, assignment and copy against a std::string;
 //   1: TTokenParser and CStringUtils::tokenize against a plain split of the text (and

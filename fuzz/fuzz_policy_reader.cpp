@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy reader fed by the real parser: arbitrary bytes go through XmlParser::parseBuffer,
 // secure and tolerant, into a manager whose record is checked after every element's text.
 // Whatever the document:

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Tests of the Ansible collection quillnet.localpolicy, offline, with Debian's packages only:
 # unit tests (ansible-test units), the sanity tests that need no virtual environment built from
 # PyPI, pycodestyle and pylint with ansible-test's settings, ansible-doc on both modules, and

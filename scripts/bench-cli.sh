@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # make bench-cli: qnpolicy against xmllint on a policy of 100,000 authorized servers.
 #
 #   CPU time (user + system, hyperfine's means over interleaved runs) of

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # qnpolicy check on hostile 20 MB policy files: its wall-clock time, peak memory and output
 # size, against the bounds of at most 1 s, 64 MiB and 1 MB. The files: 873,000 misspelt
 # elements (each an unknown-element finding), and 873,000 repetitions of a setting with a

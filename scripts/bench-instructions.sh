@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Counts with callgrind the instructions of one LoadLocalQuillnetPolicy and of one run of the
 # least-work loop (policy_bench.cpp: expat reading the file in 64 KiB pieces, names, attributes
 # and leaf text copied into reused strings, nothing else) over the same document, for the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the Debian packages libquillnet-localpolicy-dev and qnpolicy from a copy of the
 # working tree (build directories and .git left out), so that dpkg-buildpackage, which writes
 # into the parent directory, leaves the tree untouched. DEB_BUILD_OPTIONS defaults to

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the RPM packages qnpolicy and quillnet-localpolicy-devel with this machine's rpmbuild
 # from packaging/rpm/quillnet-localpolicy.spec, on a source archive of the files git knows or
 # would add (what a clean clone with these changes holds, as build-packages.sh does for the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the library from a build tree into a staging prefix, then builds and runs
 # tests/consumer against it twice: with nothing but find_package and target_link_libraries,
 # and with nothing but `pkg-config --cflags --libs`.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds with --coverage, runs the whole suite, and reports the line and branch coverage of
 # the module (vpn/) with gcovr: a summary on standard output, details in
 # build-coverage/coverage.html.

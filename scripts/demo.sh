@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The demo of `make run`: the qnpolicy tool on a demo installation directory under the build
 # tree. It generates a policy from sample installer arguments, shows the effective policy the
 # client reads from it, then checks a deliberately flawed sample policy.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs every libFuzzer target of build-fuzz/ for FUZZ_SECONDS seconds each (default 60),
 # starting from the seed corpus fuzz/corpus/<target>/ and keeping what it finds in
 # build-fuzz/corpus/<target>/. Stops at the first target that finds a crash, leak or hang.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian 12 packages this project needs, and only those that are missing.
 # The one place that lists them: the Makefile, CI and the README all rely on this script.
 set -euo pipefail

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# The static checks: every tracked C++ file formatted as .clang-format says, and clang-tidy
-# with the checked-in .clang-tidy over the library and the tool, using the compile commands
-# of a configured build directory. Exits non-zero at the first check that is not clean.
+# SPDX-License-Identifier: Apache-2.0
+# The static checks: every tracked C++ file formatted as .clang-format says, every source file
+# with its SPDX licence line (scripts/spdx-headers.sh adds missing ones), and clang-tidy with
+# the checked-in .clang-tidy over the library and the tool, using the compile commands of a
+# configured build directory. Exits non-zero at the first check that is not clean.
 #
 #   scripts/lint.sh [BUILD_DIR]     default build (cmake --preset default configures it)
 set -euo pipefail
@@ -15,6 +17,14 @@ fi
 
 echo "clang-format: every tracked C++ file"
 git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
+
+echo "SPDX licence lines: every source file"
+missing=$(bash scripts/spdx-headers.sh --dry-run 2>/dev/null)
+if [ -n "$missing" ]; then
+    printf '%s\n' "$missing"
+    echo "lint: these files have no SPDX licence line; scripts/spdx-headers.sh adds it" >&2
+    exit 1
+fi
 
 echo "clang-tidy: vpn/ and tools/"
 # Two processes: the machines this runs on have two cores. The count of suppressed warnings

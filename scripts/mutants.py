@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Planted faults for scripts/mutation-check.sh: (id, file, exact text, replacement). Each is a
 # realistic mistake the test suite must catch: a wrong default, row, mask, message, escape or
 # count, a missing refusal, lock or wipe. A text that no longer occurs exactly once is reported

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Plants each fault of scripts/mutants.py, one at a time, in a scratch copy of the working tree
 # (build-mutation/), rebuilds, runs the whole suite and reports per fault which tests failed
 # ("caught ...") or "SURVIVED". Usage: scripts/mutation-check.sh [fault id ...]. Takes about

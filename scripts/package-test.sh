@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages of PACKAGE_DIR (default build-package/) into this system with
 # dpkg -i, uses what they install, then removes and purges them and checks that nothing of
 # theirs is left. Needs root; the packages must not be installed already.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Checks the RPM packages of RPM_DIR (default build-rpm/) against the Debian packages of
 # DEB_DIR (default build-package/; built there first by build-packages.sh when missing or made
 # from another tree), then installs them into a scratch root and uses them there:

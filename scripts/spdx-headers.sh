@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Puts an SPDX licence identifier at the head of the tracked source files of this repository:
 #   - every .h and .cpp under vpn/, tools/, tests/, fuzz/ and bench/: a first line
 #     "// SPDX-License-Identifier: Apache-2.0";

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Prints one SHA-256 digest of the files git knows or would add (names and contents): the tree
 # the package builds copy. build-packages.sh and build-rpm.sh write it beside their packages as
 # tree.sha256, so that rpm-test.sh compares packages made from the same tree.

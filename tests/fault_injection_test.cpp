@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System-call faults on the write and read paths. The suite is linked with the library's
 // calls wrapped (-Wl,--wrap, see CMakeLists.txt): each wrapper passes straight through unless
 // a test has armed it, and then records the call, makes a chosen call fail with a realistic

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Drives the generated fish completion of qnpolicy through fish itself (complete -C, what fish
 # offers on <Tab> for a command line) and checks what it offers: subcommands, options, option
 # values, directories, file names, and installer abbreviations with their allowed values.

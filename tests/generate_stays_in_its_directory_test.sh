@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # qnpolicy generate --overwrite creates nothing outside the install directory it writes: no
 # system call of the run creates, links or renames anything elsewhere (strace), and a SIGKILL
 # at each system call of the run in turn leaves nothing elsewhere either (the temporary

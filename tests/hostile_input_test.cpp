@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the XML parser delivers and refuses, and hostile policy files through the client's own
 // load path: whatever a file holds, loading must end, in bounded time and memory, with either
 // a clear failure or a record made only of what the file intact states. The large cases run

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The generated manual pages render without a warning at 80 columns, qnpolicy(1) describes
 # every subcommand the tool's --help lists, and QuillnetLocalPolicy.xml(5) every element the
 # tool's vocabulary names.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform layer that the policy module stands on: the locks, the two process-wide
 // services (installation path, policy manager) alone and under threads, where the policy file
 // lives on the installation path, logging, version ordering and the two tokenizers. Suite

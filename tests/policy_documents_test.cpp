@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the documents say is what the client does, where a machine can tell. Every row of the
 // settings catalogue, which `qnpolicy vocabulary`, the manual page, the schema and the completion
 // print, is held against the real reader: the documented default is what a file without the

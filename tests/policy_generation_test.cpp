@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Policy generation from installer arguments: the warnings, in order, the exact document, and
 // what loading then reads back.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading the policy file: the record reset, the FIPS-mode retention over successive loads,
 // the missing file, and failed parses that must leave the retention alone.
 

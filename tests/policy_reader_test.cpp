@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy document reader: every rule that turns a policy file's elements into settings,
 // driven through real files and the real parser, each outcome compared as a whole record.
 // (Certificate-store exclusions are loaded back from generated files in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The policy record, the installer vocabulary and the settings catalogue: defaults, each
 // setter reaching exactly its own getter, the exclude group masks, reset and copies; the 29
 // vocabulary rows; the catalogue's agreement with the record and the vocabulary, and its

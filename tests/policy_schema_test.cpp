@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The generated XML Schema, judged by an independent validator (xmllint of libxml2): every
 // document generation writes from valid arguments is valid, and every document in which the
 // client will not do what the file seems to say is not.

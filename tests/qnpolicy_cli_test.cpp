@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy end to end: the built binary is run as an installer script, an administrator and a
 // configuration-management run would run it, and its exit status, standard output (text and
 // JSON) and standard error are checked. Every JSON object a run prints is validated, at the end

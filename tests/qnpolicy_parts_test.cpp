@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of qnpolicy in-process: the linter (documents to the findings they must give, and
 // the cap on findings of one kind), the audit of who can change a file, the unified diff
 // against diff -u, the JSON writer against a JSON parser, and the "did you mean" suggestions.

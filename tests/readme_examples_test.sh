@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The README's worked examples, run as printed: each fenced block of the section "Worked
 # examples" (shell blocks with bash, the Ansible task with ansible-playbook on localhost), with
 # the built qnpolicy first on PATH, in a private mount namespace where /opt and /srv are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SecureString, narrow and wide: its characters are zeroed before their storage is given up,
 // and null pointers are rejected. (That every operation keeps the right text is checked
 // against a plain string by fuzz_platform.)

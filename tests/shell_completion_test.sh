@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Drives the generated bash completion of qnpolicy as bash does on <Tab> and checks what it
 # offers: subcommands, options, option values, directories, file names, and installer
 # abbreviations with their allowed values.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records reach the places administrators read: syslog through CAppLog::SyslogSink, and the
 // journal through the default sink, each at the priority of the record's importance.
 

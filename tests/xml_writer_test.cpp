@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The XML document writer: its textual form, escaping, refusal of what XML cannot carry,
 // call-order checks, and crash-safe storing.
 

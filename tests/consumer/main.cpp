@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Uses the installed package the way a client component does: registers the installation
 // path, creates the manager, loads (no file: defaults) and reads the record.
 

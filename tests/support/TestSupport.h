@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QN_TESTS_TESTSUPPORT_H
 #define QN_TESTS_TESTSUPPORT_H
 

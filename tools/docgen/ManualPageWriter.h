@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNDOCGEN_MANUALPAGEWRITER_H
 #define QNDOCGEN_MANUALPAGEWRITER_H
 

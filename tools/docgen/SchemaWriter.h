@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNDOCGEN_SCHEMAWRITER_H
 #define QNDOCGEN_SCHEMAWRITER_H
 

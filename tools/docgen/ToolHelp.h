@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNDOCGEN_TOOLHELP_H
 #define QNDOCGEN_TOOLHELP_H
 

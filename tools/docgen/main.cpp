@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qn-docgen: writes the generated documentation of the local policy module on standard output.
 //
 //   qn-docgen schema                          the XML Schema QuillnetLocalPolicy.xsd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNPOLICY_TOOLCONTEXT_H
 #define QNPOLICY_TOOLCONTEXT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy: the command-line tool for installers and administrators of the local policy.
 //
 //   qnpolicy generate [--overwrite] [--lenient] [--dry-run | --diff] ABBREV=VALUE...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ERRNOTEXT_H
 #define ERRNOTEXT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef GENDEFS_H
 #define GENDEFS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef GLOBALSTATUSCODES_H
 #define GLOBALSTATUSCODES_H
 

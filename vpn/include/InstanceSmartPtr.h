@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef INSTANCESMARTPTR_H
 #define INSTANCESMARTPTR_H
 

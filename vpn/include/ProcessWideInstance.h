@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef PROCESSWIDEINSTANCE_H
 #define PROCESSWIDEINSTANCE_H
 

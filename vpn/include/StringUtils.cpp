@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "StringUtils.h"
 
 std::vector<std::string> CStringUtils::tokenize(const std::string& text, char separator) {

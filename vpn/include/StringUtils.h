@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRINGUTILS_H
 #define STRINGUTILS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef TCHARDEFS_H
 #define TCHARDEFS_H
 

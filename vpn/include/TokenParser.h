@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef TOKENPARSER_H
 #define TOKENPARSER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef TSTRINGPAIRLIST_H
 #define TSTRINGPAIRLIST_H
 

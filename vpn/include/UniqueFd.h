@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef UNIQUEFD_H
 #define UNIQUEFD_H
 

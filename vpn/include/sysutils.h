@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef SYSUTILS_H
 #define SYSUTILS_H
 

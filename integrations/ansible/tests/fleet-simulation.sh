@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # A fleet at scale, simulated on this machine: HOSTS inventory hosts (default 200), each a local
 # connection with an install directory of its own, get fleet.yml once (rollout) and once more
 # (re-run), with Ansible's default forks. Prints, for each run, the wall time per host and the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Runs the collection's modules against a built qnpolicy on this machine (integration.yml), then
 # the plays printed in the collection's README on a small fleet of local hosts (readme_plays.py):
 #   integrations/ansible/tests/run-integration.sh [QNPOLICY]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy check: the linter for administrators, over one or several files.
 
 #include <sys/stat.h>

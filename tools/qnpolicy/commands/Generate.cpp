@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy generate: the installer's path to a policy file, failing closed.
 //
 // The document is rendered once, from the arguments as the library checks them; those bytes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy vocabulary and qnpolicy schema: what the tool knows of the policy file, printed from
 // the settings catalogue.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // qnpolicy show: the effective policy as the client sees it after loading the file, every
 // setting named by its element in catalogue order.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who can change a policy file: its owner and mode, and those of every directory above it.
 
 #include <sys/stat.h>

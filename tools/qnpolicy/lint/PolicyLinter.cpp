@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The linter: an observer of the reader's own pass over a document, plus its wording.
 
 #include "PolicyLinter.h"

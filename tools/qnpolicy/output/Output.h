@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNPOLICY_OUTPUT_H
 #define QNPOLICY_OUTPUT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef APPLOG_H
 #define APPLOG_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef APPLOGHERE_H
 #define APPLOGHERE_H
 

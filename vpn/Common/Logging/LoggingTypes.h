@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOGGINGTYPES_H
 #define LOGGINGTYPES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef MESSAGETEXT_H
 #define MESSAGETEXT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STORAGEPATH_H
 #define STORAGEPATH_H
 

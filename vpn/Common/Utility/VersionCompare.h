@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef VERSIONCOMPARE_H
 #define VERSIONCOMPARE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Crash-safe whole-file replacement: unnamed temporary file, fsync, name, rename, directory
 // fsync, all relative to one descriptor of the directory.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ATOMICFILEREPLACE_H
 #define ATOMICFILEREPLACE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The document layer: arguments to settings, settings to bytes, bytes to a stored file, and a
 // document to a record through the reader, each returning what happened as values.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALPOLICYDOCUMENT_H
 #define LOCALPOLICYDOCUMENT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kinds of setting: one row each, with how the reader applies a text, what the checks find
 // in one, how the value shows and how the documents describe it.
 

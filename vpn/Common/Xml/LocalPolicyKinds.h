@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALPOLICYKINDS_H
 #define LOCALPOLICYKINDS_H
 

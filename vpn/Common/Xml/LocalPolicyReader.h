@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALPOLICYREADER_H
 #define LOCALPOLICYREADER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings catalogue's table and its lookups.
 
 #include "LocalPolicySettings.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALPOLICYSETTINGS_H
 #define LOCALPOLICYSETTINGS_H
 

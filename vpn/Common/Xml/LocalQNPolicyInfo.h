@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALQNPOLICYINFO_H
 #define LOCALQNPOLICYINFO_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCALQNPOLICYOPTIONTEXTS_H
 #define LOCALQNPOLICYOPTIONTEXTS_H
 

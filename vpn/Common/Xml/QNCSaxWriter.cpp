@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The XML document writer: builds the document in one buffer, checks every call, and stores
 // the result crash-safely.
 

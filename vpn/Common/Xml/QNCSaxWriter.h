@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef QNCSAXWRITER_H
 #define QNCSAXWRITER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager's lifecycle, the policy file's location, and loading with FIPS retention.
 
 #include "XmlLocalQNPolMgr.h"

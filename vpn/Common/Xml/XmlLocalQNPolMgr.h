@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef XMLLOCALQNPOLMGR_H
 #define XMLLOCALQNPOLMGR_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef XMLLOCALQNPOLMGRCONSTANTS_H
 #define XMLLOCALQNPOLMGRCONSTANTS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Policy generation and the reader, as the manager's operations: thin wrappers over the
 // document layer (LocalPolicyDocument.h) that log exactly what the manager logs.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef XMLMGR_H
 #define XMLMGR_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The expat-based XML parser: streaming input, event delivery to an XmlMgr, and the
 // refusals that keep a hostile document from reaching beyond its own bytes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef XMLPARSER_H
 #define XMLPARSER_H
 

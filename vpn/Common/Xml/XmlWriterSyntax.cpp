@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // XML 1.0 name and character rules, strict UTF-8 decoding, and escaping for the writer.
 
 #include "XmlWriterSyntax.h"

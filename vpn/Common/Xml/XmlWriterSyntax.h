@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef XMLWRITERSYNTAX_H
 #define XMLWRITERSYNTAX_H
 

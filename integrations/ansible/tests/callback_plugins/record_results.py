@@ -1,5 +1,6 @@
 # -*- coding: utf-8 -*-
-# GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
+# GNU General Public License v3.0+ (see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Records every task result of a playbook run, one JSON object a line, for readme_plays.py.
 
 Enabled with ANSIBLE_CALLBACKS_ENABLED=record_results; the file is RECORD_RESULTS_FILE.

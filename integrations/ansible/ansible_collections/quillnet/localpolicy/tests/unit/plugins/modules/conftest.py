@@ -1,5 +1,6 @@
 # -*- coding: utf-8 -*-
-# GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
+# GNU General Public License v3.0+ (see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Runs the collection's modules in process against a stand-in for qnpolicy.
 
 FakeQnpolicy answers run_command the way qnpolicy's --json contract says, over a
