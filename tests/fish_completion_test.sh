@@ -6,6 +6,8 @@
 # fish offers a whole token, so an allowed value comes with its "ABBREV=", a directory with "/".
 #   fish_completion_test.sh COMPLETION_SCRIPT
 set -uo pipefail
+# shellcheck source=completion_expect.sh
+source "$(dirname "${BASH_SOURCE[0]}")/completion_expect.sh"
 completion=$(realpath "$1")
 
 work=$(mktemp -d)
@@ -21,16 +23,6 @@ offers() {
     XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" fish --no-config \
         -c 'set -g fish_complete_path; source $argv[1]; complete -C $argv[2]' \
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
-}
-
-failures=0
-expect() {
-    local line=$1 expected=$2 got
-    got=$(offers "$line")
-    if [[ $got != "$expected" ]]; then
-        echo "FAIL: '$line' offers '$got', expected '$expected'"
-        failures=$((failures + 1))
-    fi
 }
 
 expect 'qnpolicy ' 'check generate schema show vocabulary'
@@ -54,8 +46,4 @@ expect 'qnpolicy show ' 'a.xml sub/'
 expect 'qnpolicy show --install-dir s' 'sub/'
 expect 'qnpolicy vocabulary ' ''
 
-if ((failures > 0)); then
-    echo "fish completion: $failures failed"
-    exit 1
-fi
-echo "fish completion: all offers as expected"
+finish "fish completion"

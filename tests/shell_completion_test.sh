@@ -5,6 +5,8 @@
 # abbreviations with their allowed values.
 #   shell_completion_test.sh COMPLETION_SCRIPT
 set -uo pipefail
+# shellcheck source=completion_expect.sh
+source "$(dirname "${BASH_SOURCE[0]}")/completion_expect.sh"
 # shellcheck source=/dev/null
 source /usr/share/bash-completion/bash_completion
 # shellcheck source=/dev/null
@@ -39,16 +41,6 @@ offers() {
     printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' '
 }
 
-failures=0
-expect() {
-    local line=$1 expected=$2 got
-    got=$(offers "$line")
-    if [[ $got != "$expected" ]]; then
-        echo "FAIL: '$line' offers '$got', expected '$expected'"
-        failures=$((failures + 1))
-    fi
-}
-
 expect 'qnpolicy ' 'check generate schema show vocabulary'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
@@ -65,8 +57,4 @@ expect 'qnpolicy check --json a' 'a.xml'
 expect 'qnpolicy show ' 'a.xml sub'
 expect 'qnpolicy show --install-dir s' 'sub'
 
-if ((failures > 0)); then
-    echo "shell completion: $failures failed"
-    exit 1
-fi
-echo "shell completion: all offers as expected"
+finish "shell completion"
