@@ -380,7 +380,7 @@ std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row) {
 
 std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value) {
     if (row.allowedValues.empty()) {
-        return value;  // free text is written as given
+        return value;  // a free value keeps its spelling (generation then splits a server list)
     }
     const std::vector<std::string> applied = AppliedTexts(row);
     if (std::find(applied.begin(), applied.end(), value) != applied.end()) {

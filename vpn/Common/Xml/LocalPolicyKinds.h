@@ -104,7 +104,7 @@ std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row);
 std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value);
 
 // The row's allowed installer values in the spelling the command-line tool writes them in
-// (AppliedSpelling); empty where any text is written as given.
+// (AppliedSpelling); empty for a free value, whose spelling is kept.
 std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row);
 
 }  // namespace qnpolicy
