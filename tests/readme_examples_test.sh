@@ -9,6 +9,8 @@ set -uo pipefail
 if [ "${1:-}" = --inside ]; then
     shift
     tool=$1 readme=$2 work=$3
+    # Unmounted explicitly as well: in a chroot the namespace may share its mounts (below).
+    trap 'umount /srv /opt 2>/dev/null' EXIT
     mount -t tmpfs tmpfs /opt && mount -t tmpfs tmpfs /srv || exit 1
     mkdir -p /opt/quillnet /srv/policies
     chmod 0755 /opt /srv /opt/quillnet /srv/policies
@@ -66,4 +68,9 @@ tool=$(realpath "$1")
 readme=$(realpath "$2")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-unshare --mount --propagation private bash "$0" --inside "$tool" "$readme" "$work"
+# Inside a chroot whose root is no mount point (a fresh build root), the propagation of "/"
+# cannot be changed; the namespace then keeps it, and the inside unmounts its two scratch
+# mounts before it ends, so that none stays behind wherever they propagated.
+propagation=private
+unshare --mount --propagation private true 2>/dev/null || propagation=unchanged
+unshare --mount --propagation "$propagation" bash "$0" --inside "$tool" "$readme" "$work"
