@@ -61,8 +61,12 @@ bool enterPrivateMountNamespace(std::string& failure) {
         std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
         std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
     }
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("tmpfs", "/dev", "tmpfs", 0, nullptr) != 0) {
+    // In a chroot whose root is no mount point (a fresh build root), "/" cannot be made
+    // private (EINVAL); /dev, a mount of its own there, can, and is all that is mounted over.
+    const bool bPrivate =
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 ||
+        (errno == EINVAL && ::mount(nullptr, "/dev", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
+    if (!bPrivate || ::mount("tmpfs", "/dev", "tmpfs", 0, nullptr) != 0) {
         failure = "mount: " + std::string(std::strerror(errno));
         return false;
     }
