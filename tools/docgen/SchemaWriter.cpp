@@ -16,11 +16,7 @@ namespace qndocgen {
 namespace {
 
 constexpr char kIndent[] = "    ";
-// The names of the schema's own simple types, one per way the reader reads a text.
-constexpr char kBooleanType[] = "Boolean";
-constexpr char kCachingListType[] = "CachingList";
-constexpr char kTunnelType[] = "TunnelProtocol";
-constexpr char kServerNameType[] = "ServerName";
+// The version attribute's type; the types of setting texts are named by the kinds table.
 constexpr char kVersionType[] = "Version";
 // A dotted version of decimal components, as the writer puts the client's own.
 constexpr char kVersionPattern[] = "[0-9]+(\\.[0-9]+)*";
@@ -83,8 +79,13 @@ std::string cachingListPattern() {
     return ",*" + clearing + ",*|,*" + restriction + "(,+" + restriction + ")*,*";
 }
 
+// The schema type of a setting's text, as the kinds table names it; null for element content.
+const char* typeOf(LocalPolicySettingKind kind) {
+    return qnpolicy::KindOf(kind).schemaType;
+}
+
 void writeSimpleTypes(std::ostream& out) {
-    out << indent(1) << "<xs:simpleType name=\"" << kBooleanType << "\">\n";
+    out << indent(1) << "<xs:simpleType name=\"" << typeOf(LocalPolicySettingKind::FLAG) << "\">\n";
     writeDocumentation(out, 2,
                        "Exactly true or false: the client never takes another text, TRUE included, "
                        "as true.");
@@ -96,7 +97,8 @@ void writeSimpleTypes(std::ostream& out) {
     }
     out << indent(2) << "</xs:restriction>\n" << indent(1) << "</xs:simpleType>\n";
 
-    out << indent(1) << "<xs:simpleType name=\"" << kCachingListType << "\">\n";
+    out << indent(1) << "<xs:simpleType name=\"" << typeOf(LocalPolicySettingKind::CACHING_LIST)
+        << "\">\n";
     writeDocumentation(out, 2,
                        "Preference-caching options separated by commas, exactly as spelled "
                        "here: the client reads an unknown option as the clearing one.");
@@ -105,7 +107,8 @@ void writeSimpleTypes(std::ostream& out) {
         << indent(2) << "</xs:restriction>\n"
         << indent(1) << "</xs:simpleType>\n";
 
-    out << indent(1) << "<xs:simpleType name=\"" << kTunnelType << "\">\n";
+    out << indent(1) << "<xs:simpleType name=\"" << typeOf(LocalPolicySettingKind::TUNNEL_PROTOCOL)
+        << "\">\n";
     writeDocumentation(out, 2,
                        "The tunnel texts the client applies, exactly as spelled here: any "
                        "other text changes nothing.");
@@ -115,7 +118,8 @@ void writeSimpleTypes(std::ostream& out) {
     }
     out << indent(2) << "</xs:restriction>\n" << indent(1) << "</xs:simpleType>\n";
 
-    out << indent(1) << "<xs:simpleType name=\"" << kServerNameType << "\">\n";
+    out << indent(1) << "<xs:simpleType name=\"" << typeOf(LocalPolicySettingKind::SERVER_NAME)
+        << "\">\n";
     writeDocumentation(out, 2,
                        "A server name: the client keeps blanks around a name as part of it.");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
@@ -129,27 +133,6 @@ void writeSimpleTypes(std::ostream& out) {
         << indent(3) << "<xs:pattern value=\"" << escapedAttribute(kVersionPattern) << "\"/>\n"
         << indent(2) << "</xs:restriction>\n"
         << indent(1) << "</xs:simpleType>\n";
-}
-
-// The schema type of a setting read from text; empty for the server list, which has
-// element content.
-std::string typeOf(LocalPolicySettingKind kind) {
-    switch (kind) {
-        case LocalPolicySettingKind::FIPS_MODE:
-        case LocalPolicySettingKind::FLAG:
-        case LocalPolicySettingKind::CERT_STORE_EXCLUSION:
-        case LocalPolicySettingKind::UPDATE_PERMISSION:
-            return kBooleanType;
-        case LocalPolicySettingKind::CACHING_LIST:
-            return kCachingListType;
-        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
-            return kTunnelType;
-        case LocalPolicySettingKind::SERVER_NAME:
-            return kServerNameType;
-        case LocalPolicySettingKind::SERVER_LIST:
-            break;
-    }
-    return std::string();
 }
 
 // The annotation of a catalogue row: its description, default and installer abbreviation.
@@ -173,8 +156,8 @@ void writeSetting(std::ostream& out, int depth, const LocalPolicySettingInfo& se
     } else {
         out << " minOccurs=\"0\"";
     }
-    const std::string type = typeOf(setting.kind);
-    if (!type.empty()) {
+    const char* type = typeOf(setting.kind);
+    if (type != nullptr) {
         out << " type=\"qn:" << type << "\">\n";
         writeDocumentation(out, depth + 1, describe(setting));
         out << indent(depth) << "</xs:element>\n";
