@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -459,20 +460,29 @@ TEST(QnpolicyTool, GenerateLeavesASafeFileAndRefusesAnUnsafeDirectory) {
 // element name (a flag is on in the runs of the set bits of its code, so no two rows can swap
 // unseen), the exclude mask, what the caching options restrict and the servers. Each row's code
 // is its index, but strict certificate trust is on wherever the restricted server store is:
-// beside it, a false would be overridden, which check reports.
+// beside it, a false would be overridden, which check reports. Its code is the store's index
+// plus one bit above every row's index, so it is no row's code either.
 TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
     qntest::TempDir dir;
     // Without its trailing separator, which the tool adds.
     const std::string install = " --install-dir " + dir.path().substr(0, dir.path().size() - 1);
-    for (unsigned int bit = 0; bit < 5; ++bit) {
+    unsigned int indexBits = 0;
+    while ((1U << indexBits) < std::size(qntest::kPolicyFlags)) {
+        ++indexBits;
+    }
+    unsigned int strictTrustCode = 1U << indexBits;
+    for (unsigned int row = 0; row < std::size(qntest::kPolicyFlags); ++row) {
+        if (std::string(qntest::kPolicyFlags[row].element) == "RestrictServerCertStore") {
+            strictTrustCode |= row;
+        }
+    }
+    for (unsigned int bit = 0; bit <= indexBits; ++bit) {
         std::map<std::string, std::string> settings;
         std::string args = "generate --overwrite ewn=true rpc=Credentials,All 'upal=gw1;gw2'";
         unsigned int row = 0;
         for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
-            // 27 (11011) holds the bits of RestrictServerCertStore's index 11 (01011) and is no
-            // row's index.
             const unsigned int code =
-                std::string(flag.element) == "StrictCertificateTrust" ? 27U : row;
+                std::string(flag.element) == "StrictCertificateTrust" ? strictTrustCode : row;
             ++row;
             settings[flag.element] = ((code >> bit) & 1U) != 0 ? "true" : "false";
             args += std::string(" ") + flag.abbreviation + "=" + settings[flag.element];
