@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Uses the installed package the way a client component does: registers the installation
-// path, creates the manager, loads (no file: defaults) and reads the record.
+// path, creates the manager, loads (no file: defaults) and reads the record, and lists the
+// settings from the installed catalogue: every one with an abbreviation is in the vocabulary.
 
 #include <cstdio>
 
+#include "LocalPolicySettings.h"
 #include "StoragePath.h"
 #include "StringUtils.h"
 #include "XmlLocalQNPolMgr.h"
@@ -18,8 +20,13 @@ int main() {
     }
     const bool bLoaded = pMgr->LoadLocalQuillnetPolicy() == XMLLOCALQNPOLMGR_SUCCESS;
     const LocalQNPolicyInfo info = pMgr->GetLocalPolicyInfo();
+    size_t installerSettings = 0;
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        installerSettings += setting.abbreviation.empty() ? 0 : 1;
+    }
     const bool bDefaults = !info.UseFIPSMode() && info.IsSoftwareUpdateAllowed() &&
-                           pMgr->GetPolicyTransTable().size() == 29;
+                           installerSettings > 0 &&
+                           pMgr->GetPolicyTransTable().size() == installerSettings;
     const SecureString<std::string> secret("consumer");
     pMgr->releaseInstance();
     pStoragePath->releaseInstance();
