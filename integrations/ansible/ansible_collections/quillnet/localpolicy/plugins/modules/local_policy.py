@@ -36,7 +36,7 @@ options:
     description:
       - 'The settings to write, a dictionary from installer abbreviation to value, for example
         C({fm: true, sct: true, upal: [gw1.example.com, gw2.example.com]}). C(qnpolicy vocabulary) lists
-        the 29 abbreviations and the values each accepts.'
+        every abbreviation and the values each accepts.'
       - A boolean is passed as C(true) or C(false). A list is joined with commas, the form the server list
         C(upal) and the caching options C(rpc) take; its items may not contain a comma themselves. A string
         or an integer is passed as it is.
