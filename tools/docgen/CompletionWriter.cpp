@@ -8,6 +8,7 @@
 
 #include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
+#include "MessageText.h"
 
 namespace qndocgen {
 
@@ -29,11 +30,7 @@ std::string shellQuoted(const std::string& text) {
 }
 
 std::string joined(const std::vector<std::string>& words) {
-    std::string list;
-    for (const std::string& word : words) {
-        list += (list.empty() ? "" : " ") + word;
-    }
-    return list;
+    return qnpolicy::Join(words, " ");
 }
 
 // A word list for compgen -W, single-quoted for the shell.
@@ -63,6 +60,28 @@ std::vector<const LocalPolicySettingInfo*> installerSettings() {
         }
     }
     return settings;
+}
+
+// For each installer setting whose values the vocabulary restricts, in vocabulary order: its
+// abbreviation and the values generation writes for it, each quoted by quote and the values
+// joined by blanks; the case arms of the zsh and fish completions.
+struct QuotedValues {
+    std::string abbreviation;
+    std::string values;
+};
+std::vector<QuotedValues> restrictedValues(std::string (*quote)(const std::string&)) {
+    std::vector<QuotedValues> arms;
+    for (const LocalPolicySettingInfo* setting : installerSettings()) {
+        if (setting->allowedValues.empty()) {
+            continue;
+        }
+        std::vector<std::string> values;
+        for (const std::string& value : qnpolicy::WrittenValues(*setting)) {
+            values.push_back(quote(value));
+        }
+        arms.push_back({quote(setting->abbreviation), joined(values)});
+    }
+    return arms;
 }
 
 std::vector<std::string> optionWords(const ToolCommand& command) {
@@ -225,16 +244,8 @@ void writeZshInstallerArguments(std::ostream& out) {
         << "        local abbreviation=${PREFIX%%=*}\n"
         << "        compset -P \"${(b)abbreviation}=\"\n"
         << "        case $abbreviation in\n";
-    for (const LocalPolicySettingInfo* setting : installerSettings()) {
-        if (setting->allowedValues.empty()) {
-            continue;
-        }
-        std::vector<std::string> values;
-        for (const std::string& value : qnpolicy::WrittenValues(*setting)) {
-            values.push_back(shellQuoted(value));
-        }
-        out << "            (" << shellQuoted(setting->abbreviation) << ") values=("
-            << joined(values) << ") ;;\n";
+    for (const QuotedValues& arm : restrictedValues(shellQuoted)) {
+        out << "            (" << arm.abbreviation << ") values=(" << arm.values << ") ;;\n";
     }
     out << "        esac\n"
         << "        if (( $#values )); then\n"
@@ -331,16 +342,9 @@ void writeFishInstallerArguments(std::ostream& out) {
         << "        set -l abbreviation (string split -m 1 -- = $token)[1]\n"
         << "        set -l values\n"
         << "        switch $abbreviation\n";
-    for (const LocalPolicySettingInfo* setting : installerSettings()) {
-        if (setting->allowedValues.empty()) {
-            continue;
-        }
-        std::vector<std::string> values;
-        for (const std::string& value : qnpolicy::WrittenValues(*setting)) {
-            values.push_back(fishQuoted(value));
-        }
-        out << "            case " << fishQuoted(setting->abbreviation) << "\n"
-            << "                set values " << joined(values) << "\n";
+    for (const QuotedValues& arm : restrictedValues(fishQuoted)) {
+        out << "            case " << arm.abbreviation << "\n"
+            << "                set values " << arm.values << "\n";
     }
     out << "        end\n"
         << "        printf '%s\\n' $abbreviation=$values\n"
