@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef STRINGUTILS_H
-#define STRINGUTILS_H
+#ifndef QUILLNET_STRINGUTILS_H
+#define QUILLNET_STRINGUTILS_H
 
 #include <string.h>  // explicit_bzero
 
@@ -146,4 +146,4 @@ class SecureString {
     StrT m_strValue;
 };
 
-#endif  // STRINGUTILS_H
+#endif  // QUILLNET_STRINGUTILS_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef APPLOG_H
-#define APPLOG_H
+#ifndef QUILLNET_APPLOG_H
+#define QUILLNET_APPLOG_H
 
 #include <cstdint>
 #include <functional>
@@ -84,4 +84,4 @@ class CAppLog {
     static std::string FormatRecordText(const CAppLogRecord& record);
 };
 
-#endif  // APPLOG_H
+#endif  // QUILLNET_APPLOG_H

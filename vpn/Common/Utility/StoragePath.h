@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef STORAGEPATH_H
-#define STORAGEPATH_H
+#ifndef QUILLNET_STORAGEPATH_H
+#define QUILLNET_STORAGEPATH_H
 
 #include <string>
 
@@ -73,4 +73,4 @@ class CStoragePath {
     static CManualLock sm_instanceLock;
 };
 
-#endif  // STORAGEPATH_H
+#endif  // QUILLNET_STORAGEPATH_H

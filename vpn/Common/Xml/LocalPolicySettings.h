@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYSETTINGS_H
-#define LOCALPOLICYSETTINGS_H
+#ifndef QUILLNET_LOCALPOLICYSETTINGS_H
+#define QUILLNET_LOCALPOLICYSETTINGS_H
 
 // The settings catalogue: what every element of "QuillnetLocalPolicy.xml" means, in one table.
 //
@@ -91,4 +91,4 @@ const std::vector<std::string>& LocalPolicyCachingOptionTexts();
 const std::vector<std::string>& LocalPolicyAppliedTunnelTexts();
 const std::string& LocalPolicyTunnelOptionText(RestrictTunnelProtocolOption option);
 
-#endif  // LOCALPOLICYSETTINGS_H
+#endif  // QUILLNET_LOCALPOLICYSETTINGS_H

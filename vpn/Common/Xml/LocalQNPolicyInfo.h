@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALQNPOLICYINFO_H
-#define LOCALQNPOLICYINFO_H
+#ifndef QUILLNET_LOCALQNPOLICYINFO_H
+#define QUILLNET_LOCALQNPOLICYINFO_H
 
 #include <cstdint>
 #include <list>
@@ -193,4 +193,4 @@ class LocalQNPolicyInfo {
     std::list<std::string> msl_AuthorizedServerList;
 };
 
-#endif  // LOCALQNPOLICYINFO_H
+#endif  // QUILLNET_LOCALQNPOLICYINFO_H

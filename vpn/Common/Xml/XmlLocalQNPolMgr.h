@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLLOCALQNPOLMGR_H
-#define XMLLOCALQNPOLMGR_H
+#ifndef QUILLNET_XMLLOCALQNPOLMGR_H
+#define QUILLNET_XMLLOCALQNPOLMGR_H
 
 #include <cstdint>
 #include <list>
@@ -170,4 +170,4 @@ class XmlLocalQNPolMgr : public XmlMgr {
     static unsigned int sm_uiAcquisitionCount;
 };
 
-#endif  // XMLLOCALQNPOLMGR_H
+#endif  // QUILLNET_XMLLOCALQNPOLMGR_H
