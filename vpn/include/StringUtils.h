@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "QuillnetExport.h"
+
 // String helpers shared by the client's modules.
-class CStringUtils {
+class QUILLNET_API CStringUtils {
   public:
     // Cuts text at every occurrence of separator and returns the pieces in order. Empty
     // pieces are dropped, so "a,,b," gives {"a", "b"} and "" or "," give no piece at all:

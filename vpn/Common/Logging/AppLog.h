@@ -7,6 +7,7 @@
 #include <string>
 
 #include "LoggingTypes.h"
+#include "QuillnetExport.h"
 
 // One log record as it reaches the sink.
 struct CAppLogRecord {
@@ -41,7 +42,7 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 //   CAppLog::SetSink(CAppLog::SyslogSink());
 //
 // Logging is thread-safe, and records reach the sink in the order they were logged.
-class CAppLog {
+class QUILLNET_API CAppLog {
   public:
     // Logs a printf-style message.
     static void LogDebugMessage(const char* function, const char* file, int line,

@@ -7,6 +7,7 @@
 #include "GenDefs.h"
 #include "GlobalStatuscodes.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 
 // Status codes of the installation-path service (block 0x9E).
 enum CSTORAGEPATH_ERRORS : STATUSCODE {
@@ -46,7 +47,7 @@ enum CSTORAGEPATH_ERRORS : STATUSCODE {
 //
 // A second creation while one is registered fails with CSTORAGEPATH_ERROR_ALREADY_INITIALIZED
 // and a null out-parameter. All four instance operations are serialised by one lock.
-class CStoragePath {
+class QUILLNET_API CStoragePath {
   public:
     static STATUSCODE createSingletonInstance(CStoragePath*& rpStoragePath,
                                               const std::string& tstrMainPath);

@@ -12,6 +12,7 @@
 #include "GlobalStatuscodes.h"
 #include "LocalQNPolicyInfo.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 #include "XmlMgr.h"
 
 // Status codes of the local policy manager (block 0xB6). The manager itself produces only
@@ -78,7 +79,7 @@ struct LocalPolicySetting {
 // nothing else is locked: callers that share the manager serialise loading, resetting and
 // generation against each other and against readers of the record, and only one parse runs
 // at a time in the process.
-class XmlLocalQNPolMgr : public XmlMgr {
+class QUILLNET_API XmlLocalQNPolMgr : public XmlMgr {
   public:
     enum RETAINED_FIPS_MODE : int32_t {
         NONE = 0,
