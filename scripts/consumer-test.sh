@@ -113,11 +113,17 @@ run_case() {
     fi
 }
 cases=("$consumer/cases/"*.cpp)
+cmake_args=(-DCMAKE_PREFIX_PATH="$installed")
+if [ "$(basename "$libdir")" = lib64 ]; then
+    # CMake searches lib64 on a RHEL-family system; Debian's CMake leaves it out unless told.
+    echo 'set_property(GLOBAL PROPERTY FIND_LIBRARY_USE_LIB64_PATHS TRUE)' > "$work/lib64.cmake"
+    cmake_args+=(-DCMAKE_PROJECT_INCLUDE="$work/lib64.cmake")
+fi
 for pair in "${compilers[@]}"; do
     read -r cxx std <<< "$pair"
     build="$work/cmake-$cxx"
     if cmake -S "$consumer" -B "$build" -DCMAKE_CXX_COMPILER="$cxx" \
-        -DCMAKE_CXX_STANDARD="${std#c++}" -DCMAKE_PREFIX_PATH="$installed" > "$work/out" 2>&1 &&
+        -DCMAKE_CXX_STANDARD="${std#c++}" "${cmake_args[@]}" > "$work/out" 2>&1 &&
         grep -q -x -F "QuillnetLocalPolicy_DIR:PATH=$libdir/cmake/QuillnetLocalPolicy" \
             "$build/CMakeCache.txt" &&
         cmake --build "$build" -j2 >> "$work/out" 2>&1; then
