@@ -10,7 +10,7 @@
 #      RPM owns every directory of the project's own; only the documented differences below
 #      are allowed. The architecture-independent files (headers, schemas, catalog, manual
 #      pages, completion, NEWS) are byte for byte the Debian ones.
-#   2. rpm --root installs both into a scratch root that holds only a shell: the catalog
+#   2. rpm --root installs the three into a scratch root that holds only a shell: the catalog
 #      scriptlets, finding no xmlcatalog, do nothing and fail nothing. Removed again.
 #   3. The same root with xmlcatalog, xmllint and an empty system catalog (what xml-common
 #      provides): the installed qnpolicy runs (--version, schema), %post registers the schema
