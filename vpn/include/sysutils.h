@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef SYSUTILS_H
-#define SYSUTILS_H
+#ifndef QUILLNET_SYSUTILS_H
+#define QUILLNET_SYSUTILS_H
 
 #include <string>
 
@@ -9,4 +9,4 @@
 // the caller fails loudly on it instead of silently treating it as absent.
 bool fileExists(const std::string& path);
 
-#endif  // SYSUTILS_H
+#endif  // QUILLNET_SYSUTILS_H

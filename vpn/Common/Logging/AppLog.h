@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef APPLOG_H
-#define APPLOG_H
+#ifndef QUILLNET_APPLOG_H
+#define QUILLNET_APPLOG_H
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
 #include "LoggingTypes.h"
+#include "QuillnetExport.h"
 
 // One log record as it reaches the sink.
 struct CAppLogRecord {
@@ -41,7 +42,7 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 //   CAppLog::SetSink(CAppLog::SyslogSink());
 //
 // Logging is thread-safe, and records reach the sink in the order they were logged.
-class CAppLog {
+class QUILLNET_API CAppLog {
   public:
     // Logs a printf-style message.
     static void LogDebugMessage(const char* function, const char* file, int line,
@@ -84,4 +85,4 @@ class CAppLog {
     static std::string FormatRecordText(const CAppLogRecord& record);
 };
 
-#endif  // APPLOG_H
+#endif  // QUILLNET_APPLOG_H

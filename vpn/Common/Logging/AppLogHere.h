@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef APPLOGHERE_H
-#define APPLOGHERE_H
+#ifndef QUILLNET_APPLOGHERE_H
+#define QUILLNET_APPLOGHERE_H
 
 // One-line log calls that fill in where a record comes from: the calling function's bare name
 // (__func__, so a record's operation is always the function that logs it), the source text
@@ -41,4 +41,4 @@
     CAppLog::LogReturnCode(function, kAppLogSourceFile, __LINE__, Logging::importance, callee, \
                            static_cast<uint32_t>(status), nullptr, nullptr)
 
-#endif  // APPLOGHERE_H
+#endif  // QUILLNET_APPLOGHERE_H

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef STORAGEPATH_H
-#define STORAGEPATH_H
+#ifndef QUILLNET_STORAGEPATH_H
+#define QUILLNET_STORAGEPATH_H
 
 #include <string>
 
 #include "GenDefs.h"
 #include "GlobalStatuscodes.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 
 // Status codes of the installation-path service (block 0x9E).
 enum CSTORAGEPATH_ERRORS : STATUSCODE {
@@ -46,7 +47,7 @@ enum CSTORAGEPATH_ERRORS : STATUSCODE {
 //
 // A second creation while one is registered fails with CSTORAGEPATH_ERROR_ALREADY_INITIALIZED
 // and a null out-parameter. All four instance operations are serialised by one lock.
-class CStoragePath {
+class QUILLNET_API CStoragePath {
   public:
     static STATUSCODE createSingletonInstance(CStoragePath*& rpStoragePath,
                                               const std::string& tstrMainPath);
@@ -73,4 +74,4 @@ class CStoragePath {
     static CManualLock sm_instanceLock;
 };
 
-#endif  // STORAGEPATH_H
+#endif  // QUILLNET_STORAGEPATH_H

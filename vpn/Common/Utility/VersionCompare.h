@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef VERSIONCOMPARE_H
-#define VERSIONCOMPARE_H
+#ifndef QUILLNET_VERSIONCOMPARE_H
+#define QUILLNET_VERSIONCOMPARE_H
 
 #include <list>
 #include <string>
@@ -39,4 +39,4 @@ class Version {
 bool IsVersionTextGreater(const std::string& text, const std::string& separators,
                           const Version& reference);
 
-#endif  // VERSIONCOMPARE_H
+#endif  // QUILLNET_VERSIONCOMPARE_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYDOCUMENT_H
-#define LOCALPOLICYDOCUMENT_H
+#ifndef QUILLNET_LOCALPOLICYDOCUMENT_H
+#define QUILLNET_LOCALPOLICYDOCUMENT_H
 
 // The policy document as values: installer arguments checked into settings, settings rendered
 // into the document's bytes, a document read from a path or from bytes into a record (with an
@@ -230,4 +230,4 @@ bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bF
 
 }  // namespace qnpolicy
 
-#endif  // LOCALPOLICYDOCUMENT_H
+#endif  // QUILLNET_LOCALPOLICYDOCUMENT_H

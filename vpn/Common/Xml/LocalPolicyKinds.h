@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYKINDS_H
-#define LOCALPOLICYKINDS_H
+#ifndef QUILLNET_LOCALPOLICYKINDS_H
+#define QUILLNET_LOCALPOLICYKINDS_H
 
 // Everything that depends on how a setting's text is read, one row per LocalPolicySettingKind:
 // how the reader applies a text, what in a text will not do what it seems to say, how the
@@ -109,4 +109,4 @@ std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row);
 
 }  // namespace qnpolicy
 
-#endif  // LOCALPOLICYKINDS_H
+#endif  // QUILLNET_LOCALPOLICYKINDS_H

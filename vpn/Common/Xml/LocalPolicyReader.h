@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYREADER_H
-#define LOCALPOLICYREADER_H
+#ifndef QUILLNET_LOCALPOLICYREADER_H
+#define QUILLNET_LOCALPOLICYREADER_H
 
 // The policy document reader: the four parse callbacks that turn the events of one
 // "QuillnetLocalPolicy.xml" into settings of a record, over whichever fields a ReaderState
@@ -177,4 +177,4 @@ inline void addAttribute(ReaderState& state, const std::string& attributeName,
 
 }  // namespace qnpolicy
 
-#endif  // LOCALPOLICYREADER_H
+#endif  // QUILLNET_LOCALPOLICYREADER_H

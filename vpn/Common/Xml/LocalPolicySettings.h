@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYSETTINGS_H
-#define LOCALPOLICYSETTINGS_H
+#ifndef QUILLNET_LOCALPOLICYSETTINGS_H
+#define QUILLNET_LOCALPOLICYSETTINGS_H
 
 // The settings catalogue: what every element of "QuillnetLocalPolicy.xml" means, in one table.
 //
@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "LocalQNPolicyInfo.h"
+#include "QuillnetExport.h"
 
 // How the reader turns an element's text into the record.
 enum class LocalPolicySettingKind {
@@ -71,24 +72,25 @@ struct LocalPolicySettingInfo {
 // Every element the reader acts on: the 29 installer settings in the order the vocabulary
 // defines them (fm, bd, bdl, ...; not the ascending abbreviation order in which the vocabulary
 // map iterates), then the SERVER_NAME row.
-const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
+QUILLNET_API const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
 
 // The row of an element name, in constant time; null for a name the reader ignores (the
 // root and the update-policy section included).
-const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element);
+QUILLNET_API const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element);
 
 // The first row of a kind, in catalogue order; null when no row has it. SERVER_LIST and
 // SERVER_NAME have one row each.
-const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(LocalPolicySettingKind kind);
+QUILLNET_API const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(
+    LocalPolicySettingKind kind);
 
 // The preference-caching option texts, indexed by RestrictPrefCachingOption ("false",
 // "Credentials", ...): the only texts a caching list may hold.
-const std::vector<std::string>& LocalPolicyCachingOptionTexts();
+QUILLNET_API const std::vector<std::string>& LocalPolicyCachingOptionTexts();
 
 // The tunnel texts the reader applies, exactly, indexed by RestrictTunnelProtocolOption:
 // "false", "tls", "ipsec". LocalPolicyTunnelOptionText gives one option's text, or an empty
 // text for a value outside the enumeration.
-const std::vector<std::string>& LocalPolicyAppliedTunnelTexts();
-const std::string& LocalPolicyTunnelOptionText(RestrictTunnelProtocolOption option);
+QUILLNET_API const std::vector<std::string>& LocalPolicyAppliedTunnelTexts();
+QUILLNET_API const std::string& LocalPolicyTunnelOptionText(RestrictTunnelProtocolOption option);
 
-#endif  // LOCALPOLICYSETTINGS_H
+#endif  // QUILLNET_LOCALPOLICYSETTINGS_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALQNPOLICYOPTIONTEXTS_H
-#define LOCALQNPOLICYOPTIONTEXTS_H
+#ifndef QUILLNET_LOCALQNPOLICYOPTIONTEXTS_H
+#define QUILLNET_LOCALQNPOLICYOPTIONTEXTS_H
 
 // Text forms of the preference-caching options, shared by the record and the document
 // reader. Internal to the module: not installed.
@@ -17,4 +17,4 @@ extern const std::map<RestrictPrefCachingOption, std::string> sg_restrictPrefCac
 // Separator of the options in a policy document's caching list.
 inline constexpr char sg_restrictPrefCachingDelim = ',';
 
-#endif  // LOCALQNPOLICYOPTIONTEXTS_H
+#endif  // QUILLNET_LOCALQNPOLICYOPTIONTEXTS_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLLOCALQNPOLMGR_H
-#define XMLLOCALQNPOLMGR_H
+#ifndef QUILLNET_XMLLOCALQNPOLMGR_H
+#define QUILLNET_XMLLOCALQNPOLMGR_H
 
 #include <cstdint>
 #include <list>
@@ -12,6 +12,7 @@
 #include "GlobalStatuscodes.h"
 #include "LocalQNPolicyInfo.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 #include "XmlMgr.h"
 
 // Status codes of the local policy manager (block 0xB6). The manager itself produces only
@@ -78,7 +79,7 @@ struct LocalPolicySetting {
 // nothing else is locked: callers that share the manager serialise loading, resetting and
 // generation against each other and against readers of the record, and only one parse runs
 // at a time in the process.
-class XmlLocalQNPolMgr : public XmlMgr {
+class QUILLNET_API XmlLocalQNPolMgr : public XmlMgr {
   public:
     enum RETAINED_FIPS_MODE : int32_t {
         NONE = 0,
@@ -170,4 +171,4 @@ class XmlLocalQNPolMgr : public XmlMgr {
     static unsigned int sm_uiAcquisitionCount;
 };
 
-#endif  // XMLLOCALQNPOLMGR_H
+#endif  // QUILLNET_XMLLOCALQNPOLMGR_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLLOCALQNPOLMGRCONSTANTS_H
-#define XMLLOCALQNPOLMGRCONSTANTS_H
+#ifndef QUILLNET_XMLLOCALQNPOLMGRCONSTANTS_H
+#define QUILLNET_XMLLOCALQNPOLMGRCONSTANTS_H
 
 // Names shared by the manager's implementation files. Internal to the module: not installed.
 // The names of the elements the reader acts on live in the settings catalogue
@@ -45,4 +45,4 @@ inline constexpr char kClientVersion[] = QN_CLIENT_VERSION;
 
 }  // namespace qnpolicy
 
-#endif  // XMLLOCALQNPOLMGRCONSTANTS_H
+#endif  // QUILLNET_XMLLOCALQNPOLMGRCONSTANTS_H

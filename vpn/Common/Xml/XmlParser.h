@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLPARSER_H
-#define XMLPARSER_H
+#ifndef QUILLNET_XMLPARSER_H
+#define QUILLNET_XMLPARSER_H
 
 #include <cstddef>
 #include <string>
@@ -126,4 +126,4 @@ class XmlParser {
     bool m_bLogFailures = true;
 };
 
-#endif  // XMLPARSER_H
+#endif  // QUILLNET_XMLPARSER_H
