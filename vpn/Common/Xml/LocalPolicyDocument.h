@@ -2,27 +2,38 @@
 #ifndef LOCALPOLICYDOCUMENT_H
 #define LOCALPOLICYDOCUMENT_H
 
-// The policy document as values: installer arguments checked into settings, settings rendered
-// into the document's bytes, a document read from a path or from bytes into a record (with an
-// optional observer of what the reader does with each element), and bytes stored atomically in
-// a directory. The manager's GenerateLocalPolicy and LoadLocalQuillnetPolicy are thin wrappers
-// over these operations; the command-line tool calls them directly and decides nothing from a
-// log record.
+// The policy document as values, for client components and tools alike: installer arguments
+// checked into settings, settings rendered into the document's bytes, bytes stored atomically in
+// a directory, and a document read from a path or from bytes into a record, with an optional
+// observer of what the reader does with each element. Each operation returns what happened
+// (statuses, the failed step and its errno, refused arguments and why, where a parse stopped),
+// so that no caller has to read a log record to decide anything.
 //
-//   ArgumentCheck check = CheckInstallerArguments(args, count, LocalPolicyVocabulary());
+//   std::string directory;
+//   std::string name;
+//   pManager->GetLocalPolicyLocation(directory, name);
+//   const ArgumentCheck check = CheckInstallerArguments(args, count, LocalPolicyVocabulary());
 //   std::string bytes;
 //   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
-//       StoreResult stored = StorePolicyDocument(directory, bytes, true);
+//       const StoreResult stored = StorePolicyDocument(directory, bytes, true);
+//       // stored.eOutcome, and for a failure stored.step ("open", "fsync", ...) and
+//       // stored.error (its errno value)
 //   }
-//   DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
+//   const DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
 //
-// Each operation logs the records the manager logs for it (the parser's and the writer's
-// failures, the reader's two warnings, the load's FIPS line and failure record), under the
-// manager's operation names, unless its options say not to; the argument check logs nothing:
-// GenerateLocalPolicy words its warnings from the check's values.
+// The manager's operations stay as they are and use these: LoadLocalQuillnetPolicy reads
+// through the same load path as ReadPolicyFile (parse, status, FIPS retention), and
+// GenerateLocalPolicy is CheckInstallerArguments, RenderPolicyDocument and StorePolicyDocument
+// plus the manager's warnings. The operations log the records the manager logs for them (the
+// parser's and the writer's failures, the reader's two warnings, the load's FIPS line and
+// failure record) unless their options say not to; the argument check logs nothing.
 //
-// Internal to the library and the tool, not installed: clients keep the manager's operations,
-// whose shape and records stay fixed; these values are for the tools built beside it.
+// Stable for clients: the names, the fields and what they mean; a later version may add fields
+// at the end of a structure and enumerators at the end of an enumeration. What an observer
+// receives lives only during its OnRead call: the views of a ReadEvent point into the parser's
+// buffers, so copy what must outlive the call; its pSetting points into the settings
+// catalogue, which lives until the process exits. The operations share no state that one call
+// changes: calls on several threads at once do not interfere with each other.
 
 #include <cstddef>
 #include <map>
@@ -35,9 +46,11 @@
 #include "LocalQNPolicyInfo.h"
 #include "XmlLocalQNPolMgr.h"
 
-class XmlParser;
-
 namespace qnpolicy {
+
+// The policy file's name; its path is the main installation directory (with its trailing
+// separator, see XmlLocalQNPolMgr::GetLocalPolicyLocation) followed by this name.
+inline constexpr char kPolicyFileName[] = "QuillnetLocalPolicy.xml";
 
 // ---- Installer arguments ------------------------------------------------------------------
 
@@ -204,29 +217,13 @@ struct DocumentRead {
     bool bFileUseFIPSMode = false;  // what the document's FipsMode says, as far as it was read
 };
 
-// What the client holds after a load that finds no file, and after one that cannot parse the
-// file, in words for administrators: the record of a DocumentRead of such a file, which the
-// manual page, show and check describe with these sentences.
-inline constexpr char kMissingFileConsequence[] =
-    "The client then holds every setting at its default, with FIPS mode off.";
-inline constexpr char kUnreadableFileConsequence[] =
-    "The client then holds the defaults plus the settings read before the error, with FIPS mode "
-    "off: a policy it cannot read restricts nothing, or only part of what it says.";
-
-// Reads the policy document at path. A missing path gives the defaults and status 0, as
-// loading does.
+// Reads the policy document at path as a fresh manager's first load reads it. Nothing at the
+// path gives the defaults and status 0, as loading does; a file whose size or modification
+// time changed while it was read is refused (XMLPARSER_ERROR_FILE_CHANGED, XmlParser.h).
 DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);
 // Reads an in-memory document; name stands for it in records.
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options);
-
-// The FIPS retention of one manager: the mode fixed by its first load that parses the file,
-// applied by every later load that parses it (a load without a file, or with a failed parse,
-// does not come here and leaves the record's FIPS flag off). After a successful parse: fixes
-// the retained mode if none is, sets the record's flag from it, and returns whether the file
-// now disagrees; logs "FIPS mode is %s." (as "LoadLocalQuillnetPolicy") when bLog.
-bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
-                        LocalQNPolicyInfo& rRecord, bool bLog);
 
 }  // namespace qnpolicy
 
