@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Installs the library from a build tree into a staging prefix, then builds and runs
 # tests/consumer against it twice: with nothing but find_package and target_link_libraries,
-# and with nothing but `pkg-config --cflags --libs`.
+# and with nothing but `pkg-config --cflags --libs`; then compiles each installed header alone.
 #   consumer-test.sh [BUILD_DIR]          stage the build tree's installation, then build
 #   consumer-test.sh --prefix PREFIX DIR  build against what is installed under PREFIX, in DIR
 set -euo pipefail
@@ -30,4 +30,16 @@ pc_dir=$(dirname "$(find "$prefix" -path '*/pkgconfig/quillnet-localpolicy.pc' |
 c++ -std=c++17 -o "$consumer_build/consumer-pkg-config" "$root/tests/consumer/main.cpp" \
     $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs quillnet-localpolicy)
 "$consumer_build/consumer-pkg-config"
-echo "consumer: 2 passed (find_package, pkg-config), 0 failed"
+
+# Every installed header compiles on its own, with nothing but the package's flags: a header
+# that needs another first, or one that is not installed, fails here.
+headers=0
+while IFS= read -r header; do
+    # shellcheck disable=SC2046  # the flags are words
+    printf '#include <%s>\n' "${header#"$prefix/include/"}" |
+        c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x c++ - \
+            -I"$prefix/include" $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags quillnet-localpolicy) ||
+        { echo "consumer: $header does not compile on its own" >&2; exit 1; }
+    headers=$((headers + 1))
+done < <(find "$prefix/include" -name '*.h' | sort)
+echo "consumer: 2 passed (find_package, pkg-config), 0 failed; $headers installed headers compile alone"
