@@ -16,8 +16,8 @@
 //   std::string bytes;
 //   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
 //       const StoreResult stored = StorePolicyDocument(directory, bytes, true);
-//       // stored.eOutcome, and for a failure stored.step ("open", "fsync", ...) and
-//       // stored.error (its errno value)
+//       // stored.eOutcome, and for a failure stored.step ("open of the directory", "write",
+//       // "fsync", "rename", ...) and stored.error (its errno value)
 //   }
 //   const DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
 //
@@ -33,7 +33,9 @@
 // receives lives only during its OnRead call: the views of a ReadEvent point into the parser's
 // buffers, so copy what must outlive the call; its pSetting points into the settings
 // catalogue, which lives until the process exits. The operations share no state that one call
-// changes: calls on several threads at once do not interfere with each other.
+// changes, so they may run on several threads at once; of two stores into one directory at
+// once, the one that renames last leaves its file (without overwrite, the later one keeps the
+// earlier one's).
 
 #include <cstddef>
 #include <map>
