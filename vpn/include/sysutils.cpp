@@ -3,7 +3,11 @@
 
 #include <sys/stat.h>
 
+namespace qnsys {
+
 bool fileExists(const std::string& path) {
     struct stat info {};
     return ::lstat(path.c_str(), &info) == 0;
 }
+
+}  // namespace qnsys

@@ -76,7 +76,7 @@ class CVocabularyCommand : public CCommand {
                 for (const std::string& value : WrittenValues(row)) {
                     json.String(value);
                 }
-                json.EndArray().Key("default").String(row.defaultValue);
+                json.EndArray().Key("default").String(LocalPolicyDefaultText(row));
                 json.Key("description").String(row.description).EndObject();
             }
             json.EndArray().EndObject().Finish();
@@ -91,7 +91,7 @@ class CVocabularyCommand : public CCommand {
             out << std::left << std::setw(kAbbreviationWidth) << abbreviation
                 << std::setw(kElementWidth) << setting.tstrFullName << std::setw(kSectionWidth)
                 << sectionOf(setting) << std::setw(kDefaultWidth)
-                << (row.defaultValue.empty() ? "(none)" : row.defaultValue)
+                << (LocalPolicyDefaultText(row).empty() ? "(none)" : LocalPolicyDefaultText(row))
                 << (setting.listAllowedValues.empty() ? "(any text)"
                                                       : Join(WrittenValues(row), ", "))
                 << '\n'

@@ -15,6 +15,7 @@
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "lint/PolicyTexts.h"
 #include "output/Output.h"
 
 namespace qnpolicy::tool {

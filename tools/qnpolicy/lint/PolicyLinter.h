@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "LocalPolicyKinds.h"
+#include "lint/PolicyTexts.h"
 
 namespace qnpolicy::tool {
 
@@ -69,7 +69,8 @@ inline constexpr size_t kMaxFindingsPerKind = 100;
 //
 //   LintResult result = LintPolicyFile("/opt/quillnet/QuillnetLocalPolicy.xml");
 //
-// What a text of each kind means comes from the kinds table (LocalPolicyKinds.h). The file's
+// What a text of each kind means comes from the kinds tables (LocalPolicyKinds.h, and
+// PolicyTexts.h for what the findings say). The file's
 // owner and mode are not looked at here (CheckFileAttributes).
 LintResult LintPolicyFile(const std::string& path);
 // Lints an in-memory document; name stands for it.

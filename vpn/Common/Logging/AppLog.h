@@ -28,9 +28,11 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 // Records go to one process-wide sink; the default sink writes one readable line per record
 // to standard error:
 //
-//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned
-//   0xFEA10004
-//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:LINE XmlParser::parseFile returned
+//   0xFEA1000D
+//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:LINE FIPS mode is enabled.
+//
+// A record's file and line are those of the statement that wrote it.
 //
 // When standard error is the systemd journal's stream (JOURNAL_STREAM names its device and
 // inode), each line starts with the kernel-style priority of its importance ("<3>" errors,

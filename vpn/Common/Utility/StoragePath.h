@@ -45,6 +45,11 @@ enum CSTORAGEPATH_ERRORS : STATUSCODE {
 //   ...
 //   pStoragePath->releaseInstance();  // the last release destroys the service
 //
+// The main path is a directory kept with exactly one trailing separator, however it was given:
+// "/opt/client", "/opt/client/" and "/opt/client//" are all "/opt/client/", so the policy
+// file's path, the directory followed by the file name, is always inside it. An empty text
+// stays empty: no installation directory.
+//
 // A second creation while one is registered fails with CSTORAGEPATH_ERROR_ALREADY_INITIALIZED
 // and a null out-parameter. All four instance operations are serialised by one lock.
 class QUILLNET_API CStoragePath {
@@ -57,7 +62,8 @@ class QUILLNET_API CStoragePath {
     void releaseInstance();
     static unsigned int GetAcquisitionCount();
 
-    // The main path exactly as it was given at creation. Both arguments are ignored.
+    // The main path given at creation, with exactly one trailing separator (empty when it was
+    // given empty). Both arguments are ignored.
     std::string GetMainPath(long lPathType, bool bCreate) const;
 
     CStoragePath(const CStoragePath&) = delete;

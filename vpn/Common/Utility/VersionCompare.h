@@ -31,6 +31,8 @@ class Version {
     int compare(const Version& other) const;
 };
 
+namespace qnpolicy {
+
 // Whether Version(text, separators) > reference, with memory bounded by reference rather than
 // by text: only as many components of text as reference has are read into a list; the rest
 // can only make text greater, as soon as one of them is non-zero, and are merely scanned. For
@@ -38,5 +40,7 @@ class Version {
 // separators, each of which would otherwise become a list node).
 bool IsVersionTextGreater(const std::string& text, const std::string& separators,
                           const Version& reference);
+
+}  // namespace qnpolicy
 
 #endif  // QUILLNET_VERSIONCOMPARE_H

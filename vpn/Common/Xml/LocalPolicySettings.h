@@ -5,8 +5,9 @@
 // The settings catalogue: what every element of "QuillnetLocalPolicy.xml" means, in one table.
 //
 // Each row describes one element the policy reader acts on: its name, the section it counts
-// in, how its text is read, the record accessor it sets, its default, the installer
-// abbreviation and values that generate it, and one sentence an administrator can read.
+// in, how its text is read, the record accessor it sets, the installer abbreviation and values
+// that generate it, and one sentence an administrator can read. Its default is the record's
+// (LocalPolicyDefaultText).
 // The reader, the vocabulary, the command-line tool, the schema and the manual pages all take
 // what they know of a setting from here.
 //
@@ -48,19 +49,16 @@ enum class LocalPolicySection {
 // One row of the catalogue.
 struct LocalPolicySettingInfo {
     std::string element;  // the element name, exact and case-sensitive
-    LocalPolicySection section;
-    LocalPolicySettingKind kind;
+    LocalPolicySection section = LocalPolicySection::ROOT;  // follows from the kind
+    LocalPolicySettingKind kind = LocalPolicySettingKind::FLAG;
     // CERT_STORE_EXCLUSION: the certificate-store group mask "true" adds; 0 otherwise.
-    uint32_t excludeMask;
+    uint32_t excludeMask = 0;
     // The record's getter and the boolean setter the reader calls: both for FLAG and
     // UPDATE_PERMISSION; the getter alone for FIPS_MODE (the loader sets the flag) and
     // CERT_STORE_EXCLUSION; null for the other kinds.
-    bool (LocalQNPolicyInfo::*getter)() const;
-    void (LocalQNPolicyInfo::*setter)(bool);
-    std::string accessor;  // the name of the record getter that reads the setting
-    // The effective value when the file does not give one, as document text ("false",
-    // "true"); empty for the server list and its names, which default to no servers.
-    std::string defaultValue;
+    bool (LocalQNPolicyInfo::*getter)() const = nullptr;
+    void (LocalQNPolicyInfo::*setter)(bool) = nullptr;
+    std::string accessor;      // the name of the record getter that reads the setting
     std::string abbreviation;  // the installer abbreviation; empty for the server name
     // Installer values, matched ignoring case and written in this spelling; empty where any
     // value is accepted (how generation writes it then is the kind's, LocalPolicyKinds.h).
@@ -69,10 +67,14 @@ struct LocalPolicySettingInfo {
     std::string description;
 };
 
-// Every element the reader acts on: the 29 installer settings in the order the vocabulary
-// defines them (fm, bd, bdl, ...; not the ascending abbreviation order in which the vocabulary
-// map iterates), then the SERVER_NAME row.
+// Every element the reader acts on: the installer settings in the order the vocabulary defines
+// them (fm, bd, bdl, ...; not the ascending abbreviation order in which the vocabulary map
+// iterates), then the SERVER_NAME row.
 QUILLNET_API const std::vector<LocalPolicySettingInfo>& LocalPolicySettings();
+
+// The setting's value in a record that holds the defaults, as a document states it ("false",
+// "true"); empty for the server list and its names, which default to no servers.
+QUILLNET_API std::string LocalPolicyDefaultText(const LocalPolicySettingInfo& row);
 
 // The row of an element name, in constant time; null for a name the reader ignores (the
 // root and the update-policy section included).
