@@ -60,13 +60,22 @@ const std::vector<CommandInfo>& Commands() {
         {"show",
          "Load the policy file (or FILE; - reads standard input) as the client does and print "
          "the effective policy: the file's path and presence, its version, every setting in "
-         "catalogue order and the authorized servers.",
+         "catalogue order and the authorized servers; with --origin, where each value comes "
+         "from. A file that cannot be parsed exits 2 after saying what the client holds: the "
+         "defaults and what was read before the error, which are printed too.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateShowCommand, kShowResultSchema},
         {"check",
          "Lint policy files (default: the install directory's; - reads standard input): report, "
          "with line and column, every place where the client will not do what a file seems to "
          "say, and unsafe ownership or permissions of the file and the directories above it.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateCheckCommand, kCheckResultSchema},
+        {"diff",
+         "Compare two policy files as the client reads them (with one FILE, the install "
+         "directory's file against it; - reads standard input): one line per setting whose "
+         "effective value differs, with both values and both origins. A reordered, re-indented or "
+         "commented file that the client reads alike is the same policy; the version is reported "
+         "but is no difference. Exit 0: the same, 1: different.",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateDiffCommand, kDiffResultSchema},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
          "and meaning, and the values generate writes.",
@@ -99,6 +108,9 @@ void BuildCommandLine(CommandLine& line) {
         addSharedOptions(line, *command, info.flags);
         std::unique_ptr<CCommand> pCommand = info.create();
         pCommand->AddOptions(*command);
+        for (auto& [name, values] : pCommand->OptionChoices()) {
+            line.choices[command->get_option(name)] = values;
+        }
         command->allow_extras(false);
         line.commands.push_back(CommandLine::Entry{&info, command, std::move(pCommand)});
     }
@@ -108,6 +120,38 @@ void BuildCommandLine(CommandLine& line) {
 }
 
 namespace {
+
+// A setting the client reads differently in two policies (diff, generate --diff): both
+// values with their origins, and for the server list where it first differs.
+constexpr char kChangeSchema[] = R"({
+    "type": "object",
+    "required": ["setting", "old", "new"],
+    "properties": {
+        "setting": {"type": "string"},
+        "old": {"$ref": "#/$defs/changeSide"},
+        "new": {"$ref": "#/$defs/changeSide"},
+        "firstDifference": {
+            "type": "object",
+            "required": ["index", "old", "new"],
+            "properties": {
+                "index": {"type": "integer", "minimum": 0},
+                "old": {"oneOf": [{"type": "null"}, {"$ref": "#/$defs/changeSide"}]},
+                "new": {"oneOf": [{"type": "null"}, {"$ref": "#/$defs/changeSide"}]}
+            },
+            "additionalProperties": false
+        }
+    },
+    "additionalProperties": false
+})";
+constexpr char kChangeSideSchema[] = R"({
+    "type": "object",
+    "required": ["value", "origin"],
+    "properties": {
+        "value": {"$ref": "#/$defs/settingValue"},
+        "origin": {"$ref": "#/$defs/position"}
+    },
+    "additionalProperties": false
+})";
 
 // The object every command prints with --json when it fails before it has a result, and the
 // error inside it.
@@ -123,6 +167,51 @@ constexpr char kErrorSchema[] = R"({
         "consequence": {"type": "string"}
     },
     "additionalProperties": false
+})";
+// Where an element starts in its file; null for a default, which no element gave.
+constexpr char kPositionSchema[] = R"({
+    "oneOf": [
+        {"type": "null"},
+        {"type": "object",
+         "required": ["line", "column"],
+         "properties": {"line": {"type": "integer", "minimum": 1},
+                        "column": {"type": "integer", "minimum": 1}},
+         "additionalProperties": false}
+    ]
+})";
+// A setting's effective value: on/off, one text, or a list of texts (the servers).
+constexpr char kSettingValueSchema[] = R"({
+    "anyOf": [{"type": "boolean"}, {"type": "string"},
+              {"type": "array", "items": {"type": "string"}}]
+})";
+// show --origin's settings: each with its value, origin, when a change takes effect and every
+// element that contributed; the server list with one origin per server.
+constexpr char kOriginSettingsSchema[] = R"({
+    "type": "object",
+    "additionalProperties": {
+        "type": "object",
+        "required": ["value", "origin", "takesEffect", "contributors"],
+        "properties": {
+            "value": {"$ref": "#/$defs/settingValue"},
+            "origin": {"$ref": "#/$defs/position"},
+            "takesEffect": {"enum": ["next-load", "next-start"]},
+            "contributors": {"type": "array", "items": {
+                "type": "object",
+                "required": ["element", "line", "column", "text", "contribution"],
+                "properties": {
+                    "element": {"type": "string"},
+                    "line": {"type": "integer", "minimum": 1},
+                    "column": {"type": "integer", "minimum": 1},
+                    "text": {"type": "string"},
+                    "contribution": {"enum": ["sets", "adds", "overridden", "unchanged",
+                                              "forces"]}
+                },
+                "additionalProperties": false}},
+            "omittedContributors": {"type": "integer", "minimum": 1},
+            "valueOrigins": {"type": "array", "items": {"$ref": "#/$defs/position"}}
+        },
+        "additionalProperties": false
+    }
 })";
 // One finding of check, as check and generate report it.
 constexpr char kFindingSchema[] = R"({
@@ -143,7 +232,11 @@ constexpr char kErrorDocumentSchema[] = R"({
         "formatVersion": {"const": 1},
         "error": {"$ref": "#/$defs/error"},
         "loaded": {"const": false},
-        "policyFile": {"type": "string"}
+        "policyFile": {"type": "string"},
+        "settings": {
+            "description": "show: what the client holds after the error, which it keeps: the defaults and the settings read before it, with --origin where each comes from",
+            "anyOf": [{"type": "object", "additionalProperties": {"$ref": "#/$defs/settingValue"}},
+                      {"$ref": "#/$defs/originSettings"}]}
     },
     "additionalProperties": false
 })";
@@ -161,11 +254,25 @@ std::string OutputSchema(const CommandInfo& command) {
     schema["description"] =
         "The one JSON object the command prints on standard output with --json: its result, "
         "or the error that ended the run.";
-    schema["oneOf"] = {nlohmann::ordered_json::parse(command.resultSchema),
-                       {{"$ref", "#/$defs/errorDocument"}}};
+    nlohmann::ordered_json result = nlohmann::ordered_json::parse(command.resultSchema);
+    // A result's own definitions join the shared ones, where its references find them.
+    nlohmann::ordered_json definitions = nlohmann::ordered_json::object();
+    if (result.contains("$defs")) {
+        definitions = result["$defs"];
+        result.erase("$defs");
+    }
+    schema["oneOf"] = {result, {{"$ref", "#/$defs/errorDocument"}}};
     schema["$defs"]["errorDocument"] = nlohmann::ordered_json::parse(kErrorDocumentSchema);
     schema["$defs"]["error"] = nlohmann::ordered_json::parse(kErrorSchema);
     schema["$defs"]["finding"] = nlohmann::ordered_json::parse(kFindingSchema);
+    schema["$defs"]["position"] = nlohmann::ordered_json::parse(kPositionSchema);
+    schema["$defs"]["settingValue"] = nlohmann::ordered_json::parse(kSettingValueSchema);
+    schema["$defs"]["originSettings"] = nlohmann::ordered_json::parse(kOriginSettingsSchema);
+    schema["$defs"]["change"] = nlohmann::ordered_json::parse(kChangeSchema);
+    schema["$defs"]["changeSide"] = nlohmann::ordered_json::parse(kChangeSideSchema);
+    for (const auto& [name, definition] : definitions.items()) {
+        schema["$defs"][name] = definition;
+    }
     return schema.dump(2) + "\n";
 }
 

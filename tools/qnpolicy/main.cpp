@@ -92,6 +92,7 @@ int run(int argc, char** argv) {
                 misplaced = name;
             }
         }
+        entry.pCommand->AdjustSharedOptions(line.shared);
         if ((entry.pInfo->flags & qnpolicy::tool::COMMAND_JSON) == 0) {
             line.shared.bJson = false;
         }
