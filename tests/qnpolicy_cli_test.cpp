@@ -856,4 +856,34 @@ TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
     EXPECT_EQ(installed.out, "EnableCRLCheck: false (default) -> true (" + c + ":2:1)\n");
 }
 
+// The usage --help prints from the command table is the one main.cpp's header and the README
+// show.
+TEST(QnpolicyTool, UsageTextIsTheOneTheSourcesAndTheReadmeShow) {
+    const ToolRun help("--help");
+    const size_t start = help.out.find("Usage:\n");
+    ASSERT_NE(start, std::string::npos);
+    std::string usage;
+    std::istringstream lines(help.out.substr(start + 7));
+    for (std::string line; std::getline(lines, line) && !line.empty();) {
+        usage += line.substr(2) + "\n";
+    }
+    std::string readme;
+    std::ifstream readmeFile(QN_README);
+    for (std::string line; std::getline(readmeFile, line) && line != "## The qnpolicy tool";) {
+    }
+    for (std::string line; std::getline(readmeFile, line) && line != "```";) {
+    }
+    for (std::string line; std::getline(readmeFile, line) && line != "```";) {
+        readme += line + "\n";
+    }
+    EXPECT_EQ(readme, usage);
+    // The indented lines of the comment that heads the source.
+    std::string header;
+    std::ifstream source(QN_TOOL_MAIN);
+    for (std::string line; std::getline(source, line) && line.rfind("//", 0) == 0;) {
+        header += line.rfind("//   ", 0) == 0 ? line.substr(5) + "\n" : std::string();
+    }
+    EXPECT_EQ(header, usage);
+}
+
 }  // namespace

@@ -333,11 +333,11 @@ void WriteToolManualPage(const ToolHelp& help, const std::string& includeText, s
         << "# NAME\n\n"
         << "qnpolicy - generate, show and check the local policy file of the Quillnet VPN "
            "client\n\n"
-        << "# SYNOPSIS\n\n"
-        << escape(help.tool.usage) << "\n\n";
+        << "# SYNOPSIS\n\n";
     for (const ToolCommand& command : help.subcommands) {
         out << "*qnpolicy* " << escape(command.usage.substr(command.usage.find(' ') + 1)) << "\n\n";
     }
+    out << "*qnpolicy* " << escape(help.tool.usage.substr(help.tool.usage.find(' ') + 1)) << "\n\n";
     out << "# DESCRIPTION\n\n"
         << escape(help.tool.description) << "\n\n"
         << "# OPTIONS\n\n"

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CommandTable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <set>
 
+#include "MessageText.h"
 #include "QnBuildConfig.h"
 
 namespace qnpolicy::tool {
@@ -44,6 +47,101 @@ void addSharedOptions(CommandLine& line, CLI::App& command, unsigned flags) {
             ->capture_default_str();
     line.choices[log] = sinks;
     command.footer(ExitCodeHelp());
+}
+
+// --help's usage: the table's synopsis instead of CLI11's generic "[OPTIONS] [SUBCOMMAND]".
+class CUsageFormatter : public CLI::Formatter {
+  public:
+    explicit CUsageFormatter(const CommandLine& line) : m_line(line) {}
+
+    std::string make_usage(const CLI::App* app, std::string /*name*/) const override {
+        for (const CommandLine::Entry& entry : m_line.commands) {
+            if (entry.pApp == app) {
+                return "Usage: " + Synopsis(m_line, entry) + "\n";
+            }
+        }
+        std::string usage = "Usage:\n";
+        const std::string text = UsageText(m_line);
+        for (size_t start = 0; start < text.size();) {
+            const size_t end = text.find('\n', start);
+            usage += "  " + text.substr(start, end - start + 1);
+            start = end + 1;
+        }
+        return usage;
+    }
+
+  private:
+    const CommandLine& m_line;
+};
+
+// Whether a subcommand's option is one the main command takes too (or --help).
+bool isSharedOption(const CommandLine& line, const CLI::Option* option) {
+    for (const std::string& name : option->get_lnames()) {
+        if (name == "help" || line.app.get_option_no_throw("--" + name) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// "--name" or "--name TYPE", without the checks CLI11 appends to the type.
+std::string optionUsage(const CLI::Option* option) {
+    std::string usage = option->get_lnames().empty() ? "-" + option->get_snames().front()
+                                                     : "--" + option->get_lnames().front();
+    const std::string type = option->get_type_name();
+    if (option->get_type_size() != 0 && !type.empty()) {
+        usage += " " + type.substr(0, type.find(':'));
+    }
+    return usage;
+}
+
+// "FILE", "[FILE]", "FILE [FILE]", "[SETTING...]": the times a positional is required, then
+// what it may add.
+std::string positionalUsage(const CLI::Option* option) {
+    const std::string name = option->get_type_name();
+    const int most = option->get_items_expected_max();
+    const int least = option->get_required() ? std::max(1, option->get_items_expected_min()) : 0;
+    std::string usage;
+    for (int i = 0; i < least; ++i) {
+        usage += (usage.empty() ? "" : " ") + name;
+    }
+    if (most > least) {
+        usage += (usage.empty() ? "[" : " [") + name + (most - least > 1 ? "...]" : "]");
+    }
+    return usage;
+}
+
+// The line cut into lines of at most kUsageWidth columns, between bracketed groups, each
+// continuation indented under the first argument.
+std::string wrapped(const std::string& line, size_t indent) {
+    constexpr size_t kUsageWidth = 80;
+    std::vector<std::string> words;
+    int depth = 0;
+    std::string word;
+    for (const char character : line) {
+        depth += character == '[' ? 1 : character == ']' ? -1 : 0;
+        if (character == ' ' && depth == 0) {
+            words.push_back(word);
+            word.clear();
+        } else {
+            word += character;
+        }
+    }
+    words.push_back(word);
+    std::string text;
+    size_t width = 0;
+    for (const std::string& next : words) {
+        if (width != 0 && width + 1 + next.size() > kUsageWidth) {
+            text += "\n" + std::string(indent, ' ');
+            width = indent;
+        } else if (width != 0) {
+            text += ' ';
+            ++width;
+        }
+        text += next;
+        width += next.size();
+    }
+    return text + "\n";
 }
 
 }  // namespace
@@ -117,6 +215,11 @@ void BuildCommandLine(CommandLine& line) {
     // Left-over words of the main command are an unknown subcommand or option, reported with
     // a suggestion instead of CLI11's generic message.
     line.app.allow_extras(true);
+    const auto formatter = std::make_shared<CUsageFormatter>(line);
+    line.app.formatter(formatter);
+    for (CommandLine::Entry& entry : line.commands) {
+        entry.pApp->formatter(formatter);
+    }
 }
 
 namespace {
@@ -274,6 +377,53 @@ std::string OutputSchema(const CommandInfo& command) {
         schema["$defs"][name] = definition;
     }
     return schema.dump(2) + "\n";
+}
+
+std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry) {
+    std::string synopsis = std::string("qnpolicy ") + entry.pInfo->name + " [OPTIONS]";
+    // In declaration order; an option that excludes one already listed joins its brackets.
+    std::vector<std::vector<const CLI::Option*>> groups;
+    std::string positionals;
+    for (const CLI::Option* option : entry.pApp->get_options()) {
+        if (option->get_positional()) {
+            positionals += " " + positionalUsage(option);
+            continue;
+        }
+        if (isSharedOption(line, option)) {
+            continue;
+        }
+        const auto excluded = [option](const std::vector<const CLI::Option*>& group) {
+            return std::any_of(group.begin(), group.end(), [option](const CLI::Option* other) {
+                const std::set<CLI::Option*> excludes = option->get_excludes();
+                return excludes.count(const_cast<CLI::Option*>(other)) != 0;
+            });
+        };
+        const auto group = std::find_if(groups.begin(), groups.end(), excluded);
+        if (group == groups.end()) {
+            groups.push_back({option});
+        } else {
+            group->push_back(option);
+        }
+    }
+    for (const std::vector<const CLI::Option*>& group : groups) {
+        std::vector<std::string> usages;
+        usages.reserve(group.size());
+        for (const CLI::Option* option : group) {
+            usages.push_back(optionUsage(option));
+        }
+        synopsis += " [" + Join(usages, " | ") + "]";
+        synopsis += group.front()->get_items_expected_max() > 1 ? "..." : "";
+    }
+    return synopsis + positionals;
+}
+
+std::string UsageText(const CommandLine& line) {
+    std::string text;
+    for (const CommandLine::Entry& entry : line.commands) {
+        text += wrapped(Synopsis(line, entry),
+                        std::string("qnpolicy  ").size() + std::string(entry.pInfo->name).size());
+    }
+    return text + "qnpolicy --version | --help | SUBCOMMAND --help\n";
 }
 
 std::string ExitCodeHelp() {

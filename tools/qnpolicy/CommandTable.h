@@ -91,6 +91,15 @@ void BuildCommandLine(CommandLine& line);
 // The exit-code table as --help prints it.
 std::string ExitCodeHelp();
 
+// One subcommand's synopsis on one line, from its options as the table declares them:
+// "qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]", where OPTIONS stands for the shared
+// options, options that exclude each other are joined by "|", and a repeatable one is followed
+// by "...".
+std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry);
+// The usage --help prints: every subcommand's synopsis, wrapped at 80 columns, then the
+// tool's own options; the manual page and the README show the same lines.
+std::string UsageText(const CommandLine& line);
+
 }  // namespace qnpolicy::tool
 
 #endif  // QNPOLICY_COMMANDTABLE_H
