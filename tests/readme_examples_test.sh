@@ -31,7 +31,9 @@ if [ "${1:-}" = --inside ]; then
     ' "$readme" >"$work/blocks"
     # What each block must print (a fixed text in its output), in the README's order.
     expected=("Wrote the policy file /opt/quillnet/QuillnetLocalPolicy.xml." "changed=1"
-        "written" "tls" "true")
+        "written" "tls" "true"
+        "/opt/quillnet/QuillnetLocalPolicy.xml:3:5 (a change takes effect at the client's next start)"
+        $'the policy in force\nFipsMode true\nRestrictTunnelProtocols tls')
     index=0
     while IFS=$'\t' read -r lang file; do
         if [ "$lang" = yaml ]; then

@@ -13,7 +13,7 @@ namespace qnpolicy::tool {
 // in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
 // scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff: the file differs.
+// check: findings reported; generate --diff, diff: the policies differ.
 inline constexpr int kExitFindings = 1;
 // A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
@@ -37,8 +37,10 @@ struct ExitCodeInfo {
     const char* meaning;
 };
 inline constexpr ExitCodeInfo kExitCodes[] = {
-    {kExitSuccess, "success (check: no findings; generate --diff: no difference)"},
-    {kExitFindings, "check: findings were reported; generate --diff: the file differs"},
+    {kExitSuccess, "success (check: no findings; generate --diff, diff: no difference)"},
+    {kExitFindings,
+     "check: findings were reported; generate --diff: the file differs; diff: "
+     "the client reads the two files differently"},
     {kExitUnreadable, "a file that exists cannot be read or parsed"},
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "

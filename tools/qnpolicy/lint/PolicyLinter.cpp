@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include "LocalPolicyDocument.h"
@@ -112,9 +113,9 @@ struct OpenElement {
     bool bHasText = false;
 };
 
-class CLinter : public ReadObserver {
+class CLinter final : public ReadObserver {
   public:
-    explicit CLinter(LintResult& rResult) : m_rResult(rResult) {}
+    CLinter(LintResult& rResult, LintScope eScope) : m_rResult(rResult), m_eScope(eScope) {}
 
     void OnRead(const ReadEvent& event) override {
         switch (event.eType) {
@@ -137,15 +138,15 @@ class CLinter : public ReadObserver {
     // counted, and its message, which message() builds, is never built.
     template <typename Message>
     void report(unsigned long line, unsigned long column, const char* kind, Message message,
-                std::string_view element) {
+                std::string_view element, bool bIgnored = false) {
         size_t& kept = m_kept[kind];
         if (kept >= kMaxFindingsPerKind) {
             ++m_rResult.omitted[kind];
             return;
         }
         ++kept;
-        m_rResult.findings.push_back(
-            LintFinding{line, column, kind, SeverityOf(kind), message(), std::string(element)});
+        m_rResult.findings.push_back(LintFinding{line, column, kind, SeverityOf(kind), message(),
+                                                 std::string(element), bIgnored});
     }
 
     // After the read: every on/off setting whose value in the record is not what the file's
@@ -199,11 +200,13 @@ class CLinter : public ReadObserver {
 
   private:
     template <typename Message>
-    void report(const OpenElement& element, const char* kind, Message message) {
+    void report(const OpenElement& element, const char* kind, Message message,
+                bool bIgnored = false) {
         report(element.line, element.column, kind, message,
                element.pRow != nullptr ? std::string_view(element.pRow->element)
                : element.bUpdatePolicy ? kUpdatePolicyName
-                                       : std::string_view());
+                                       : std::string_view(),
+               bIgnored);
     }
 
     void onStart(const ReadEvent& event) {
@@ -235,7 +238,7 @@ class CLinter : public ReadObserver {
                                              "settings inside it still count).") +
                                DidYouMean(std::string(name), knownNames());
                     },
-                    name);
+                    name, true);
                 break;
             case ReadAction::IGNORED_OUTSIDE_SECTION:
             case ReadAction::IGNORED_OUTSIDE_LIST: {
@@ -244,8 +247,9 @@ class CLinter : public ReadObserver {
                 // Inside an ignored list the list's own finding already says so.
                 if (event.eAction == ReadAction::IGNORED_OUTSIDE_SECTION ||
                     m_uiOpenServerLists == 0) {
-                    report(element, kind.misplacedFinding,
-                           [&name, &kind] { return Quoted(name) + " " + kind.misplaced; });
+                    report(
+                        element, kind.misplacedFinding,
+                        [&name, &kind] { return Quoted(name) + " " + kind.misplaced; }, true);
                 }
                 break;
             }
@@ -306,14 +310,18 @@ class CLinter : public ReadObserver {
             return;
         }
         if (event.eAction == ReadAction::IGNORED && !element.bRootName && !element.bIgnored) {
-            report(element, findingkind::kIgnoredAttribute, [&event, &element] {
-                const std::string_view owner = element.pRow != nullptr
-                                                   ? std::string_view(element.pRow->element)
-                                                   : kUpdatePolicyName;
-                return "Attribute " + Quoted(event.name) + " of " + Quoted(owner) +
-                       " is ignored: the reader takes a setting's value from the element's text "
-                       "only.";
-            });
+            report(
+                element, findingkind::kIgnoredAttribute,
+                [&event, &element] {
+                    const std::string_view owner = element.pRow != nullptr
+                                                       ? std::string_view(element.pRow->element)
+                                                       : kUpdatePolicyName;
+                    return "Attribute " + Quoted(event.name) + " of " + Quoted(owner) +
+                           " is ignored: the reader takes a setting's value from the element's "
+                           "text "
+                           "only.";
+                },
+                true);
         }
     }
 
@@ -328,11 +336,14 @@ class CLinter : public ReadObserver {
         }
         m_problems.clear();
         KindTextsOf(element.pRow->kind).check(*element.pRow, event.text, m_problems);
+        // A text the reader did not apply leaves the setting as it was.
+        const bool bIgnored = event.eAction != ReadAction::READ;
         for (TextProblem& problem : m_problems) {
-            report(element, problem.kind, [&problem] { return std::move(problem.message); });
+            report(
+                element, problem.kind, [&problem] { return std::move(problem.message); }, bIgnored);
         }
         if (element.pRow->kind == LocalPolicySettingKind::SERVER_NAME &&
-            event.eAction == ReadAction::READ) {
+            event.eAction == ReadAction::READ && m_eScope == LintScope::EVERYTHING) {
             checkRepeatedServer(element, event.text);
         }
         // An on/off setting's text that counts: the last one is what the file says.
@@ -373,16 +384,20 @@ class CLinter : public ReadObserver {
         }
         const char* withoutText = KindTextsOf(element.pRow->kind).withoutText;
         if (!element.bIgnored && !element.bHasText && withoutText != nullptr) {
-            report(element, findingkind::kEmptyValue, [&element, withoutText] {
-                return Quoted(element.pRow->element) +
-                       (element.bHasChildren ? " holds elements instead of a value"
-                                             : " has no value") +
-                       ": " + withoutText;
-            });
+            report(
+                element, findingkind::kEmptyValue,
+                [&element, withoutText] {
+                    return Quoted(element.pRow->element) +
+                           (element.bHasChildren ? " holds elements instead of a value"
+                                                 : " has no value") +
+                           ": " + withoutText;
+                },
+                true);
         }
     }
 
     LintResult& m_rResult;
+    LintScope m_eScope;
     std::map<std::string_view, size_t> m_kept;  // findings kept per kind
     std::vector<OpenElement> m_openElements;
     bool m_bSeenRoot = false;
@@ -401,31 +416,52 @@ class CLinter : public ReadObserver {
     std::map<const LocalPolicySettingInfo*, StatedFlag> m_statedFlags;
 };
 
-// Reads with a linter watching: the client's secure read first; a DTD it refuses becomes a
-// finding, and the rest is linted by a read that tolerates the DTD (still never reading
-// anything outside the document).
+// The linter and one more observer on the same read, in that order.
+class CBothObservers : public ReadObserver {
+  public:
+    CBothObservers(CLinter& linter, ReadObserver& other) : m_linter(linter), m_other(other) {}
+    void OnRead(const ReadEvent& event) override {
+        m_linter.OnRead(event);
+        m_other.OnRead(event);
+    }
+
+  private:
+    CLinter& m_linter;
+    ReadObserver& m_other;
+};
+
+// Reads with a linter watching (and pAlso, when given, on the same pass): the client's secure
+// read first; a DTD it refuses becomes a finding, and the rest is linted by a read that
+// tolerates the DTD (still never reading anything outside the document) and that only the
+// linter sees. Returns the client's read. With the linter alone no observer stands between it
+// and the reader.
 template <typename Read>
-LintResult lint(Read read) {
-    LintResult result;
+DocumentRead readLinted(Read read, ReadObserver* pAlso, LintScope eScope, LintResult& rResult) {
     ReadOptions options;
     options.bLog = false;
-    CLinter secure(result);
+    CLinter secure(rResult, eScope);
+    std::optional<CBothObservers> both;
     options.pObserver = &secure;
-    DocumentRead document = read(options);
-    // A refused document gives the client nothing to override: only the secure read's record
-    // is the client's.
-    if (document.status != XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        secure.reportOverrides(document.record);
+    if (pAlso != nullptr) {
+        options.pObserver = &both.emplace(secure, *pAlso);
     }
-    if (document.status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        result = LintResult();
-        CLinter tolerant(result);
+    DocumentRead document = read(options);
+    STATUSCODE status = document.status;
+    unsigned long line = document.line;
+    unsigned long column = document.column;
+    std::string reason = document.reason;
+    if (status != XMLPARSER_ERROR_DOCTYPE_REFUSED) {
+        secure.reportOverrides(document.record);
+    } else {
+        // A refused document gives the client nothing to override: only the secure read's
+        // record is the client's.
+        rResult = LintResult();
+        CLinter tolerant(rResult, eScope);
         options.bSecure = false;
         options.pObserver = &tolerant;
-        const DocumentRead refused = document;
-        document = read(options);
+        const DocumentRead linted = read(options);
         tolerant.report(
-            refused.line, refused.column, findingkind::kDoctype,
+            line, column, findingkind::kDoctype,
             [] {
                 return std::string(
                     "The file declares a DTD. The client refuses every policy file with a DOCTYPE "
@@ -433,33 +469,58 @@ LintResult lint(Read read) {
                     "declaration.");
             },
             std::string_view());
+        status = linted.status;
+        line = linted.line;
+        column = linted.column;
+        reason = linted.reason;
     }
     if (!document.bExists) {
-        result.bReadable = false;
-        result.failureReason = "no such file";
-    } else if (document.status != XMLPARSER_SUCCESS) {
-        result.bReadable = false;
-        result.failureLine = document.line;
-        result.failureColumn = document.column;
-        result.failureReason = document.reason;
+        rResult.bReadable = false;
+        rResult.failureReason = "no such file";
+    } else if (status != XMLPARSER_SUCCESS) {
+        rResult.bReadable = false;
+        rResult.failureLine = line;
+        rResult.failureColumn = column;
+        rResult.failureReason = reason;
     }
-    std::stable_sort(result.findings.begin(), result.findings.end(),
+    std::stable_sort(rResult.findings.begin(), rResult.findings.end(),
                      [](const LintFinding& a, const LintFinding& b) {
                          return std::make_pair(a.line, a.column) < std::make_pair(b.line, b.column);
                      });
-    return result;
+    return document;
 }
 
 }  // namespace
 
 LintResult LintPolicyFile(const std::string& path) {
-    return lint([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); });
+    LintResult result;
+    readLinted([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); },
+               nullptr, LintScope::EVERYTHING, result);
+    return result;
 }
 
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name) {
-    return lint([bytes, &name](const ReadOptions& options) {
-        return ReadPolicyBytes(bytes, name, options);
-    });
+    LintResult result;
+    readLinted([bytes, &name](
+                   const ReadOptions& options) { return ReadPolicyBytes(bytes, name, options); },
+               nullptr, LintScope::EVERYTHING, result);
+    return result;
+}
+
+DocumentRead ReadLintedPolicyFile(const std::string& path, ReadObserver& alsoWatching,
+                                  LintScope eScope, LintResult& rLint) {
+    return readLinted([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); },
+                      &alsoWatching, eScope, rLint);
+}
+
+DocumentRead ReadLintedPolicyBytes(std::string_view bytes, const std::string& name,
+                                   ReadObserver& alsoWatching, LintScope eScope,
+                                   LintResult& rLint) {
+    return readLinted(
+        [bytes, &name](const ReadOptions& options) {
+            return ReadPolicyBytes(bytes, name, options);
+        },
+        &alsoWatching, eScope, rLint);
 }
 
 }  // namespace qnpolicy::tool
