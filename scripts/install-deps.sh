@@ -15,8 +15,8 @@ PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev strace python3-jsonschema
     # the README's worked examples, run as printed
     jq
-    # command-line tool
-    libcli11-dev nlohmann-json3-dev
+    # command-line tool (yaml-cpp: baseline files, YAML with comments)
+    libcli11-dev nlohmann-json3-dev libyaml-cpp-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
     # make format and make lint; instruction counts, times and peak memory of make bench and
@@ -26,6 +26,10 @@ PACKAGES=(
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
     ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
     python3-venv pylint pycodestyle
+    # the collection's roles and plays under ansible-lint; the fleet report's page rendered by
+    # headless Chromium as a person would see it; ansible-pull's systemd units checked by
+    # systemd-analyze verify (systemd installed as a tool, never booted)
+    ansible-lint chromium systemd
     # generated documentation: manual pages, schema validation, completion and its test
     scdoc man-db libxml2-utils bash-completion
     # other shells' completion: the shells that load the generated zsh and fish completion and
