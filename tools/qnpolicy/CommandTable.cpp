@@ -174,6 +174,13 @@ const std::vector<CommandInfo>& Commands() {
          "commented file that the client reads alike is the same policy; the version is reported "
          "but is no difference. Exit 0: the same, 1: different.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateDiffCommand, kDiffResultSchema},
+        {"comply",
+         "Judge policy files (default: the install directory's, a missing one read as the "
+         "defaults) against a baseline (qnpolicy-baseline(5)): each rule's verdict, pass, fail "
+         "with the expected value, the actual value and the element it comes from, or waived "
+         "with the waiver's reason and last day, and file-safety, the audit of who can change the "
+         "file. Exit 0: compliant, 1: not compliant, 65: a malformed baseline.",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateComplyCommand, kComplyResultSchema},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
          "and meaning, and the values generate writes.",

@@ -65,11 +65,13 @@ extern const char kShowResultSchema[];
 extern const char kCheckResultSchema[];
 extern const char kVocabularyResultSchema[];
 extern const char kDiffResultSchema[];
+extern const char kComplyResultSchema[];
 
 std::unique_ptr<CCommand> CreateGenerateCommand();
 std::unique_ptr<CCommand> CreateShowCommand();
 std::unique_ptr<CCommand> CreateCheckCommand();
 std::unique_ptr<CCommand> CreateDiffCommand();
+std::unique_ptr<CCommand> CreateComplyCommand();
 std::unique_ptr<CCommand> CreateVocabularyCommand();
 std::unique_ptr<CCommand> CreateSchemaCommand();
 

@@ -13,14 +13,15 @@ namespace qnpolicy::tool {
 // in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
 // scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff, diff: the policies differ.
+// check: findings reported; generate --diff, diff: the policies differ; comply: not compliant.
 inline constexpr int kExitFindings = 1;
 // A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
 // EX_USAGE: an unknown subcommand or option, an option the subcommand does not take, a missing
 // or malformed argument.
 inline constexpr int kExitUsage = 64;
-// EX_DATAERR: generate refused its arguments; nothing was written.
+// EX_DATAERR: generate refused its arguments (nothing was written); comply: a malformed
+// baseline.
 inline constexpr int kExitDataError = 65;
 // EX_NOINPUT: no such file or directory.
 inline constexpr int kExitNoInput = 66;
@@ -37,15 +38,16 @@ struct ExitCodeInfo {
     const char* meaning;
 };
 inline constexpr ExitCodeInfo kExitCodes[] = {
-    {kExitSuccess, "success (check: no findings; generate --diff, diff: no difference)"},
+    {kExitSuccess,
+     "success (check: no findings; generate --diff, diff: no difference; comply: compliant)"},
     {kExitFindings,
      "check: findings were reported; generate --diff: the file differs; diff: "
-     "the client reads the two files differently"},
+     "the client reads the two files differently; comply: not compliant"},
     {kExitUnreadable, "a file that exists cannot be read or parsed"},
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "
      "missing or malformed argument"},
-    {kExitDataError, "generate: arguments refused (nothing written)"},
+    {kExitDataError, "generate: arguments refused (nothing written); comply: a malformed baseline"},
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,

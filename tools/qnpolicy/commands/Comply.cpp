@@ -1,0 +1,503 @@
+// SPDX-License-Identifier: Apache-2.0
+// qnpolicy comply: each policy file's verdicts against a baseline, from the reader's own reading
+// of the file with the origin of each value.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "CommandTable.h"
+#include "LocalPolicyKinds.h"
+#include "MessageText.h"
+#include "baseline/Baseline.h"
+#include "commands/ShowOrigin.h"
+#include "origin/EffectivePolicy.h"
+#include "output/Output.h"
+
+namespace qnpolicy::tool {
+
+const char kComplyResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "result", "baseline", "host", "files"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "result": {"enum": ["compliant", "not-compliant", "unreadable", "no-such-file"]},
+        "baseline": {"type": "string"},
+        "host": {"type": "string"},
+        "files": {"type": "array", "items": {
+            "type": "object",
+            "required": ["file", "readable", "compliant", "verdicts", "expiringWaivers"],
+            "properties": {
+                "file": {"type": "string"},
+                "readable": {"type": "boolean"},
+                "compliant": {"type": "boolean"},
+                "error": {"$ref": "#/$defs/error"},
+                "verdicts": {"type": "array", "items": {"$ref": "#/$defs/verdict"}},
+                "expiringWaivers": {"type": "array", "items": {"$ref": "#/$defs/waiver"}}
+            },
+            "additionalProperties": false}}
+    },
+    "additionalProperties": false,
+    "$defs": {
+        "verdict": {
+            "type": "object",
+            "required": ["rule", "state", "severity", "actual", "origin"],
+            "properties": {
+                "rule": {"type": "string"},
+                "state": {"enum": ["pass", "fail", "waived"]},
+                "severity": {"enum": ["low", "medium", "high"]},
+                "rationale": {"type": "string"},
+                "comparison": {"enum": ["equals", "one_of", "subset_of", "superset_of"]},
+                "expected": {"type": "array", "items": {"$ref": "#/$defs/settingValue"}},
+                "actual": {"$ref": "#/$defs/settingValue"},
+                "origin": {"$ref": "#/$defs/position"},
+                "offending": {"type": "array", "items": {
+                    "type": "object",
+                    "required": ["value", "origin", "missing"],
+                    "properties": {"value": {"type": "string"},
+                                   "origin": {"$ref": "#/$defs/position"},
+                                   "missing": {"type": "boolean"}},
+                    "additionalProperties": false}},
+                "findings": {"type": "array", "items": {"$ref": "#/$defs/finding"}},
+                "waiver": {"$ref": "#/$defs/waiver"}
+            },
+            "additionalProperties": false
+        },
+        "waiver": {
+            "type": "object",
+            "required": ["setting", "reason", "expires", "hosts", "line", "column"],
+            "properties": {
+                "setting": {"type": "string"},
+                "reason": {"type": "string"},
+                "expires": {"type": "string", "pattern": "^[0-9]{4}-[0-9]{2}-[0-9]{2}$"},
+                "hosts": {"type": "array", "items": {"type": "string"}},
+                "line": {"type": "integer", "minimum": 1},
+                "column": {"type": "integer", "minimum": 1}
+            },
+            "additionalProperties": false
+        }
+    }
+})";
+
+namespace {
+
+constexpr char kStandardInput[] = "-";
+
+// One judged file: its verdicts, or why it could not be judged.
+struct JudgedFile {
+    std::string file;
+    bool bMissing = false;
+    EffectivePolicy policy;
+    ComplianceVerdicts verdicts;
+};
+
+// The baseline's text from a file or standard input, at most kMaxBaselineBytes and one more, so
+// that a larger one is refused without reading it all. Empty error: read.
+struct BaselineText {
+    std::string text;
+    std::string error;
+    bool bMissing = false;
+};
+
+BaselineText readBaseline(const std::string& path) {
+    BaselineText result;
+    std::ifstream file;
+    std::istream* pIn = &std::cin;
+    if (path != kStandardInput) {
+        file.open(path, std::ios::binary);
+        if (!file) {
+            const int error = errno;
+            result.bMissing = error == ENOENT;
+            result.error = "cannot read the baseline " + path + ": " +
+                           (error == ENOENT ? std::string("no such file") : std::strerror(error));
+            return result;
+        }
+        pIn = &file;
+    }
+    result.text.resize(kMaxBaselineBytes + 1);
+    pIn->read(result.text.data(), static_cast<std::streamsize>(result.text.size()));
+    result.text.resize(static_cast<size_t>(pIn->gcount()));
+    if (pIn->bad()) {
+        result.error = "cannot read the baseline " + path;
+    }
+    return result;
+}
+
+// The machine's host name, which decides the waivers unless --host names another.
+std::string machineHostName() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return ::gethostname(name, sizeof name - 1) == 0 ? std::string(name) : std::string();
+}
+
+std::string positionText(const std::string& file, const SourcePosition& position) {
+    return position.Known()
+               ? file + ":" + std::to_string(position.line) + ":" + std::to_string(position.column)
+               : std::string("the default");
+}
+
+// A value in text: a single value as it is, a list in brackets, long lists cut after a few.
+std::string valueText(const std::vector<std::string>& values, bool bList) {
+    constexpr size_t kShown = 5;
+    if (!bList) {
+        return values.empty() ? std::string() : values.front();
+    }
+    std::vector<std::string> shown(
+        values.begin(), values.begin() + static_cast<long>(std::min(kShown, values.size())));
+    std::string text = "[" + Join(shown, ", ");
+    if (values.size() > kShown) {
+        text += ", ... " + std::to_string(values.size()) + " in all";
+    }
+    return text + "]";
+}
+
+bool isList(const RuleVerdict& verdict) {
+    return verdict.pRule != nullptr && KindOf(verdict.pRule->pRow->kind).shape == ValueShape::LIST;
+}
+
+RuleSeverity severityOf(const RuleVerdict& verdict, const Baseline& baseline) {
+    return verdict.pRule != nullptr ? verdict.pRule->eSeverity : baseline.fileSafetySeverity;
+}
+
+// "  fail FipsMode [high]: expected true, actual false from the default".
+void printVerdict(std::ostream& out, const RuleVerdict& verdict, const JudgedFile& judged,
+                  const Baseline& baseline) {
+    out << "  " << VerdictStateText(verdict.eState) << ' ' << verdict.rule << " ["
+        << RuleSeverityText(severityOf(verdict, baseline)) << "]";
+    if (verdict.pRule == nullptr) {
+        for (const LintFinding& finding : verdict.findings) {
+            out << "\n    " << finding.kind << ": " << finding.message;
+        }
+        out << '\n';
+        return;
+    }
+    const BaselineRule& rule = *verdict.pRule;
+    const bool bList = isList(verdict);
+    out << ": ";
+    if (verdict.eState != VerdictState::PASS) {
+        out << "expected "
+            << (rule.eComparison == RuleComparison::EQUALS && !bList
+                    ? std::string()
+                    : std::string(ComparisonText(rule.eComparison)) + " ")
+            << valueText(rule.expected, bList || rule.eComparison != RuleComparison::EQUALS)
+            << ", actual ";
+    }
+    out << valueText(verdict.actual, bList) << " from "
+        << positionText(judged.file, verdict.origin);
+    for (const OffendingEntry& entry : verdict.offending) {
+        out << "; " << Quoted(entry.value)
+            << (entry.bMissing
+                    ? " is missing"
+                    : " (" + positionText(judged.file, entry.origin) + ") is not expected");
+    }
+    if (verdict.pWaiver != nullptr) {
+        out << "; waived until " << verdict.pWaiver->expires.Text() << ": "
+            << verdict.pWaiver->reason;
+    }
+    out << '\n';
+}
+
+void printText(std::ostream& out, const JudgedFile& judged, const Baseline& baseline,
+               const std::string& host, bool bQuiet) {
+    if (judged.bMissing || !judged.policy.Complete()) {
+        return;  // said on standard error
+    }
+    const ComplianceVerdicts& verdicts = judged.verdicts;
+    size_t counts[3] = {};
+    for (const RuleVerdict& verdict : verdicts.verdicts) {
+        ++counts[static_cast<size_t>(verdict.eState)];
+    }
+    out << judged.file << ": " << (verdicts.Compliant() ? "compliant" : "not compliant") << " with "
+        << baseline.file << " (host " << host
+        << "): " << counts[static_cast<size_t>(VerdictState::FAIL)] << " failed, "
+        << counts[static_cast<size_t>(VerdictState::WAIVED)] << " waived, "
+        << counts[static_cast<size_t>(VerdictState::PASS)] << " passed\n";
+    for (const RuleVerdict& verdict : verdicts.verdicts) {
+        if (!bQuiet || verdict.eState == VerdictState::FAIL) {
+            printVerdict(out, verdict, judged, baseline);
+        }
+    }
+}
+
+// A value typed as show --json types it: a boolean, a text, or a list of texts.
+void writeValue(CJsonWriter& json, const LocalPolicySettingInfo* pRow,
+                const std::vector<std::string>& values, bool bList) {
+    if (bList) {
+        json.BeginArray(CJsonWriter::Layout::INLINE);
+        for (const std::string& value : values) {
+            json.String(value);
+        }
+        json.EndArray();
+        return;
+    }
+    const std::string value = values.empty() ? std::string() : values.front();
+    if (pRow != nullptr && KindOf(pRow->kind).shape == ValueShape::BOOLEAN) {
+        json.Bool(value == "true");
+    } else {
+        json.String(value);
+    }
+}
+
+void writePosition(CJsonWriter& json, const SourcePosition& position) {
+    if (!position.Known()) {
+        json.Null();
+        return;
+    }
+    json.BeginObject(CJsonWriter::Layout::INLINE).Key("line").Number(position.line);
+    json.Key("column").Number(position.column).EndObject();
+}
+
+void writeWaiver(CJsonWriter& json, const BaselineWaiver& waiver) {
+    json.BeginObject().Key("setting").String(waiver.rule).Key("reason").String(waiver.reason);
+    json.Key("expires")
+        .String(waiver.expires.Text())
+        .Key("hosts")
+        .BeginArray(CJsonWriter::Layout::INLINE);
+    for (const std::string& pattern : waiver.hostPatterns) {
+        json.String(pattern);
+    }
+    json.EndArray().Key("line").Number(waiver.position.line);
+    json.Key("column").Number(waiver.position.column).EndObject();
+}
+
+void writeVerdictJson(CJsonWriter& json, const RuleVerdict& verdict, const Baseline& baseline) {
+    const BaselineRule* pRule = verdict.pRule;
+    const LocalPolicySettingInfo* pRow = pRule != nullptr ? pRule->pRow : nullptr;
+    const bool bList = isList(verdict);
+    json.BeginObject().Key("rule").String(verdict.rule);
+    json.Key("state").String(VerdictStateText(verdict.eState));
+    json.Key("severity").String(RuleSeverityText(severityOf(verdict, baseline)));
+    const std::string& rationale =
+        pRule != nullptr ? pRule->rationale : baseline.fileSafetyRationale;
+    if (!rationale.empty()) {
+        json.Key("rationale").String(rationale);
+    }
+    if (pRule != nullptr) {
+        json.Key("comparison").String(ComparisonText(pRule->eComparison));
+        json.Key("expected");
+        // A list rule expects one list; any other expects one of its values.
+        json.BeginArray(CJsonWriter::Layout::INLINE);
+        if (bList) {
+            writeValue(json, pRow, pRule->expected, true);
+        } else {
+            for (const std::string& value : pRule->expected) {
+                writeValue(json, pRow, {value}, false);
+            }
+        }
+        json.EndArray();
+    }
+    json.Key("actual");
+    writeValue(json, pRow, verdict.actual, bList);
+    json.Key("origin");
+    writePosition(json, verdict.origin);
+    if (!verdict.offending.empty()) {
+        json.Key("offending").BeginArray();
+        for (const OffendingEntry& entry : verdict.offending) {
+            json.BeginObject(CJsonWriter::Layout::INLINE).Key("value").String(entry.value);
+            json.Key("origin");
+            writePosition(json, entry.origin);
+            json.Key("missing").Bool(entry.bMissing).EndObject();
+        }
+        json.EndArray();
+    }
+    if (pRule == nullptr) {
+        json.Key("findings").BeginArray();
+        for (const LintFinding& finding : verdict.findings) {
+            json.BeginObject().Key("kind").String(finding.kind);
+            json.Key("severity").String(SeverityText(finding.eSeverity));
+            json.Key("line").Number(finding.line).Key("column").Number(finding.column);
+            json.Key("message").String(finding.message).EndObject();
+        }
+        json.EndArray();
+    }
+    if (verdict.pWaiver != nullptr) {
+        json.Key("waiver");
+        writeWaiver(json, *verdict.pWaiver);
+    }
+    json.EndObject();
+}
+
+void writeFileJson(CJsonWriter& json, const JudgedFile& judged, const Baseline& baseline) {
+    const bool bReadable = judged.policy.Complete() && !judged.bMissing;
+    json.BeginObject().Key("file").String(judged.file).Key("readable").Bool(bReadable);
+    json.Key("compliant").Bool(bReadable && judged.verdicts.Compliant());
+    if (!bReadable) {
+        const DocumentRead& read = judged.policy.read;
+        json.Key("error").BeginObject();
+        json.Key("kind").String(judged.bMissing ? errorkind::kNoSuchFile : errorkind::kUnreadable);
+        json.Key("message").String(judged.bMissing ? std::string("no such file") : read.reason);
+        json.Key("line").Number(read.line).Key("column").Number(read.column);
+        json.Key("consequence").String(kUnreadableFileConsequence).EndObject();
+    }
+    json.Key("verdicts").BeginArray();
+    for (const RuleVerdict& verdict : judged.verdicts.verdicts) {
+        writeVerdictJson(json, verdict, baseline);
+    }
+    json.EndArray().Key("expiringWaivers").BeginArray();
+    for (const BaselineWaiver* pWaiver : judged.verdicts.expiringSoon) {
+        writeWaiver(json, *pWaiver);
+    }
+    json.EndArray().EndObject();
+}
+
+// The one call to the path audit: the findings check reports about who can change the file.
+std::vector<LintFinding> auditPolicyPath(const std::string& path) {
+    return CheckFileAttributes(path);
+}
+
+class CComplyCommand : public CCommand {
+  public:
+    void AddOptions(CLI::App& command) override {
+        command
+            .add_option("--baseline", m_baseline,
+                        "The baseline every file must meet, a YAML file (qnpolicy-baseline(5)); "
+                        "- reads it from standard input")
+            ->type_name("BASELINE")
+            ->required();
+        command
+            .add_option("--host", m_host,
+                        "The host name that decides which waivers apply (default: this "
+                        "machine's)")
+            ->type_name("NAME");
+        command
+            .add_option("FILE", m_files,
+                        "Policy files to judge (default: the policy file in the install "
+                        "directory, judged as the client reads it: a missing one as the "
+                        "defaults)")
+            ->type_name("FILE");
+    }
+
+    bool UsesInstallDir() const override { return m_files.empty(); }
+
+    int Run(CToolContext& context) override {
+        for (const std::string& file : m_files) {
+            if (file == kStandardInput) {
+                return context.Fail(kExitUsage, errorkind::kUsage,
+                                    "FILE is a path: a policy read from standard input has no "
+                                    "path to audit (--baseline - reads the baseline)");
+            }
+        }
+        const BaselineText text = readBaseline(m_baseline);
+        if (!text.error.empty()) {
+            return context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
+        }
+        const std::string name = m_baseline == kStandardInput ? "<stdin>" : m_baseline;
+        const BaselineParse parse = ParseBaseline(text.text, name);
+        if (!parse.error.empty()) {
+            return refuseBaseline(context, name, parse.error);
+        }
+        const std::string host = m_host.empty() ? machineHostName() : m_host;
+        std::vector<std::string> files = m_files;
+        if (files.empty()) {
+            files.push_back(context.InstallPolicyPath());
+        }
+        std::vector<JudgedFile> judged;
+        judged.reserve(files.size());
+        for (const std::string& file : files) {
+            judged.push_back(judge(file, !m_files.empty(), parse.baseline, host));
+        }
+        return report(context, judged, parse.baseline, host);
+    }
+
+  private:
+    static int refuseBaseline(CToolContext& context, const std::string& name,
+                              const BaselineError& error) {
+        const std::string where =
+            name + (error.position.line != 0 ? ":" + std::to_string(error.position.line) + ":" +
+                                                   std::to_string(error.position.column)
+                                             : std::string());
+        context.Error(where + ": " + error.message);
+        if (context.Options().bJson) {
+            CJsonWriter json(context.Out());
+            json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
+            json.Key("kind")
+                .String(errorkind::kRefused)
+                .Key("message")
+                .String(where + ": " + error.message);
+            json.Key("line").Number(error.position.line);
+            json.Key("column").Number(error.position.column).EndObject().EndObject().Finish();
+        }
+        return kExitDataError;
+    }
+
+    // A FILE argument that is not there is missing; the install directory's file is read as
+    // the client reads it, a missing one as the defaults.
+    static JudgedFile judge(const std::string& file, bool bArgument, const Baseline& baseline,
+                            const std::string& host) {
+        JudgedFile judged{file, false, {}, {}};
+        struct stat status {};
+        if (bArgument && ::lstat(file.c_str(), &status) != 0 &&
+            (errno == ENOENT || errno == ENOTDIR)) {
+            judged.bMissing = true;
+            return judged;
+        }
+        judged.policy = ReadEffectivePolicyFile(file, file, false);
+        if (judged.policy.Complete()) {
+            judged.verdicts =
+                JudgePolicy(baseline, judged.policy, auditPolicyPath(file), host, Today());
+        }
+        return judged;
+    }
+
+    static int report(CToolContext& context, const std::vector<JudgedFile>& judged,
+                      const Baseline& baseline, const std::string& host) {
+        bool bMissing = false;
+        bool bUnreadable = false;
+        bool bFailing = false;
+        for (const JudgedFile& file : judged) {
+            bMissing = bMissing || file.bMissing;
+            const bool bRead = !file.bMissing && file.policy.Complete();
+            bUnreadable = bUnreadable || (!file.bMissing && !bRead);
+            bFailing = bFailing || (bRead && !file.verdicts.Compliant());
+            if (file.bMissing) {
+                context.Error(file.file + ": no such file");
+            } else if (!bRead) {
+                context.Error(CannotLoadMessage(file.file, file.policy.read) + " Never compliant.");
+            }
+            for (const BaselineWaiver* pWaiver : file.verdicts.expiringSoon) {
+                context.Warning(file.file + ": the waiver of " + pWaiver->rule + " at " +
+                                baseline.file + ":" + std::to_string(pWaiver->position.line) + ":" +
+                                std::to_string(pWaiver->position.column) + " holds until " +
+                                pWaiver->expires.Text() + " and no longer");
+            }
+        }
+        const char* outcome = bMissing      ? errorkind::kNoSuchFile
+                              : bUnreadable ? errorkind::kUnreadable
+                              : bFailing    ? "not-compliant"
+                                            : "compliant";
+        if (context.Options().bJson) {
+            CJsonWriter json(context.Out());
+            json.BeginObject().Key("formatVersion").Number(1).Key("result").String(outcome);
+            json.Key("baseline").String(baseline.file).Key("host").String(host);
+            json.Key("files").BeginArray();
+            for (const JudgedFile& file : judged) {
+                writeFileJson(json, file, baseline);
+            }
+            json.EndArray().EndObject().Finish();
+        } else {
+            for (const JudgedFile& file : judged) {
+                printText(context.Out(), file, baseline, host, context.Options().bQuiet);
+            }
+        }
+        return bMissing      ? kExitNoInput
+               : bUnreadable ? kExitUnreadable
+               : bFailing    ? kExitFindings
+                             : kExitSuccess;
+    }
+
+    std::string m_baseline;
+    std::string m_host;
+    std::vector<std::string> m_files;
+};
+
+}  // namespace
+
+std::unique_ptr<CCommand> CreateComplyCommand() {
+    return std::make_unique<CComplyCommand>();
+}
+
+}  // namespace qnpolicy::tool
