@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -32,7 +33,8 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
-const char* const kSubcommands[] = {"generate", "show", "check", "diff", "vocabulary", "schema"};
+const char* const kSubcommands[] = {"generate", "show",       "check", "diff",
+                                    "comply",   "vocabulary", "schema"};
 
 // Every output of a run with --json, by subcommand, validated when the suite ends.
 std::vector<std::pair<std::string, std::string>>& jsonOutputs() {
@@ -150,7 +152,7 @@ bool exists(const std::string& path) {
 // The README's table of exit codes: each numbered cell is provoked by the scenario below for
 // its condition and subcommand, and every scenario has its cell. $D is a safe install
 // directory holding a clean policy file, $U an unsafe one (mode 0777), $F a flawed policy
-// file, $B one that is not well-formed, $N a path where nothing is.
+// file, $B one that is not well-formed, $N a path where nothing is, $G a baseline that $D meets.
 TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcommand) {
     const std::map<std::pair<std::string, std::string>, std::string> scenarios = {
         {{"success", "generate"}, "generate --overwrite fm=true --install-dir $D"},
@@ -190,6 +192,14 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
         {{"I/O error", "check"}, "check --ignore file-owner $F >/dev/full"},
         {{"I/O error", "vocabulary"}, "vocabulary >/dev/full"},
         {{"I/O error", "schema"}, "schema >/dev/full"},
+        {{"success", "comply"}, "comply --baseline $G --install-dir $D"},
+        {{"findings", "comply"}, "comply --baseline $G --install-dir $U"},
+        {{"no such file", "comply"}, "comply --baseline $G $N"},
+        {{"no such install directory", "comply"}, "comply --baseline $G --install-dir $N"},
+        {{"a file exists but cannot be read", "comply"}, "comply --baseline $G $B"},
+        {{"refused input", "comply"}, "comply --baseline $F --install-dir $D"},
+        {{"usage error", "comply"}, "comply --install-dir $D"},
+        {{"I/O error", "comply"}, "comply --baseline $G --install-dir $D >/dev/full"},
     };
     qntest::TempDir dir;
     const std::string safe = dir.path() + "safe";
@@ -205,16 +215,18 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
     ASSERT_EQ(::chmod((unreadable + "/" + kPolicyFile).c_str(), 0), 0);
     const std::string flawed = dir.write("flawed.xml", qntest::readFile(QN_FLAWED_SAMPLE));
     const std::string broken = dir.write("broken.xml", "<QuillnetLocalPolicy>");
+    const std::string baseline =
+        dir.write("baseline.yml", "version: 1\nsettings:\n  FipsMode: true\n");
     const std::map<std::string, std::string> paths = {
-        {"$D", safe},   {"$U", unsafe}, {"$R", unreadable},
-        {"$F", flawed}, {"$B", broken}, {"$N", dir.path() + "none"}};
+        {"$D", safe},   {"$U", unsafe},   {"$R", unreadable},         {"$F", flawed},
+        {"$B", broken}, {"$G", baseline}, {"$N", dir.path() + "none"}};
 
     std::ifstream readme(QN_README);
     std::string line;
     std::vector<std::string> columns;
     size_t cells = 0;
     std::set<std::pair<std::string, std::string>> provoked;
-    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){6})$)");
+    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){7})$)");
     bool bInTable = false;
     while (std::getline(readme, line)) {
         std::smatch match;
@@ -239,7 +251,7 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
             columns = fields;
             continue;
         }
-        ASSERT_EQ(columns.size(), 6U) << "the table's header comes first";
+        ASSERT_EQ(columns.size(), 7U) << "the table's header comes first";
         for (size_t column = 0; column < fields.size(); ++column) {
             if (fields[column] == "-") {
                 continue;
@@ -856,6 +868,71 @@ TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
     const ToolRun installed("diff --quiet --install-dir " + dir.path() + " " + c);
     EXPECT_EQ(installed.status, 1);
     EXPECT_EQ(installed.out, "EnableCRLCheck: false (default) -> true (" + c + ":2:1)\n");
+}
+
+// comply: each file's verdicts with the actual value's origin, the gravest condition across
+// files, a malformed baseline refused where it is (standard input too), and a waiver of this
+// host that ends soon announced.
+TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
+    qntest::TempDir dir;
+    ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
+    const std::string good = dir.write(
+        "good.xml", "<QuillnetLocalPolicy>\n  <FipsMode>true</FipsMode>\n</QuillnetLocalPolicy>\n");
+    const std::string drifted =
+        dir.write("drifted.xml",
+                  "<QuillnetLocalPolicy>\n  <FipsMode>false</FipsMode>\n</QuillnetLocalPolicy>\n");
+    const std::string broken = dir.write("broken.xml", "<QuillnetLocalPolicy>");
+    // A waiver of FipsMode on host lab-1 whose last day is three days from now.
+    const std::time_t soon = std::time(nullptr) + 3 * 24 * 3600;
+    std::tm day{};
+    ::gmtime_r(&soon, &day);
+    char expires[16];
+    std::strftime(expires, sizeof expires, "%Y-%m-%d", &day);
+    const std::string baseline =
+        dir.write("b.yml", std::string("version: 1\nsettings:\n  FipsMode: true  # on\n"
+                                       "waivers:\n  - setting: FipsMode\n    hosts: [lab-*]\n"
+                                       "    reason: SEC-1\n    expires: ") +
+                               expires + "\n");
+    struct Case {
+        std::string words;
+        int status;
+        std::string shown;  // in standard output or error
+    };
+    const std::vector<Case> cases = {
+        {"comply --baseline " + baseline + " " + good, 0,
+         good + ": compliant with " + baseline + " (host "},
+        {"comply --host web-1 --baseline " + baseline + " " + good + " " + drifted, 1,
+         "  fail FipsMode [medium]: expected true, actual false from " + drifted + ":2:3\n"},
+        {"comply --host lab-1 --baseline " + baseline + " " + drifted, 0,
+         ": the waiver of FipsMode at " + baseline + ":5:5 holds until " + expires},
+        {"comply --host lab-1 --baseline " + baseline + " " + drifted, 0,
+         "  waived FipsMode [medium]: expected true, actual false from " + drifted +
+             ":2:3; waived until " + expires + ": SEC-1\n"},
+        {"comply --baseline " + baseline + " " + drifted + " " + broken, 2,
+         "cannot load " + broken + ":1:22: no element found"},
+        {"comply --baseline " + baseline + " " + broken + " " + dir.path() + "none", 66,
+         dir.path() + "none: no such file"},
+        {"comply --baseline - " + good + " <<'EOF'\nversion: 1\nsettings:\n  FipsMode: yes\nEOF",
+         65, "qnpolicy comply: <stdin>:3:13: FipsMode takes true or false, not yes"},
+        {"comply --baseline " + dir.path() + "none.yml " + good, 66, "no such file"},
+        {"comply --baseline - -", 64, "FILE is a path"},
+    };
+    for (const Case& c : cases) {
+        const ToolRun run(c.words);
+        EXPECT_EQ(run.status, c.status) << c.words << "\n" << run.out << run.err;
+        EXPECT_TRUE(run.has(c.shown)) << c.words << "\n" << run.out << run.err;
+    }
+    // JSON: the actual value typed as show --json types it, with its origin; a refusal with its
+    // position. Both are validated against the published schema when the suite ends.
+    const Json verdicts =
+        ToolRun("comply --json --host web-1 --baseline " + baseline + " " + drifted).json();
+    EXPECT_EQ(verdicts.at("result"), "not-compliant");
+    EXPECT_EQ(verdicts.at("files").at(0).at("verdicts").at(1), Json::parse(R"({"rule": "FipsMode",
+        "state": "fail", "severity": "medium", "comparison": "equals", "expected": [true],
+        "actual": false, "origin": {"line": 2, "column": 3}})"));
+    const Json refused = ToolRun("comply --json --baseline " + good + " " + good).json();
+    EXPECT_EQ(refused.at("error").at("kind"), "refused");
+    EXPECT_EQ(refused.at("error").at("line"), 1);
 }
 
 // The usage --help prints from the command table is the one main.cpp's header and the README

@@ -418,7 +418,9 @@ std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry) {
         for (const CLI::Option* option : group) {
             usages.push_back(optionUsage(option));
         }
-        synopsis += " [" + Join(usages, " | ") + "]";
+        // A required option stands without brackets.
+        const bool bRequired = group.size() == 1 && group.front()->get_required();
+        synopsis += bRequired ? " " + usages.front() : " [" + Join(usages, " | ") + "]";
         synopsis += group.front()->get_items_expected_max() > 1 ? "..." : "";
     }
     return synopsis + positionals;
