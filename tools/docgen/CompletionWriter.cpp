@@ -17,6 +17,13 @@ namespace {
 // The type names after which the tool takes a directory or a file name.
 constexpr char kDirectoryType[] = "DIR";
 constexpr char kFileType[] = "FILE";
+// The baseline comply reads, a file name too.
+constexpr char kBaselineType[] = "BASELINE";
+
+// Whether an option's argument is a file name.
+bool takesFileName(const std::string& argument) {
+    return argument == kFileType || argument == kBaselineType;
+}
 // The positional type of generate's installer arguments.
 constexpr char kInstallerArgumentType[] = "ABBREV=VALUE";
 // The positional type of a setting named by its element (show --origin).
@@ -136,7 +143,7 @@ void writeOptionValues(const ToolCommand& command, std::ostream& out) {
                     << " -- \"$cur\"))\n";
             } else if (option.argument == kDirectoryType) {
                 out << "            _filedir -d\n";
-            } else if (option.argument == kFileType) {
+            } else if (takesFileName(option.argument)) {
                 out << "            _filedir\n";
             }
             out << "            return\n"
@@ -225,7 +232,7 @@ std::string zshValueAction(const ToolOption& option) {
     if (option.argument == kDirectoryType) {
         return "_files -/";
     }
-    if (option.argument == kFileType) {
+    if (takesFileName(option.argument)) {
         return "_files";
     }
     return " ";
@@ -353,7 +360,7 @@ void writeFishOptions(const ToolCommand& command, std::ostream& out) {
             out << " -x -a " << fishQuoted(joined(option.choices));
         } else if (option.argument == kDirectoryType) {
             out << " -x -a '(__fish_complete_directories)'";
-        } else if (option.argument == kFileType) {
+        } else if (takesFileName(option.argument)) {
             out << " -r -F";
         } else if (!option.argument.empty()) {
             out << " -x";

@@ -9,6 +9,7 @@
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "baseline/Baseline.h"
 #include "lint/PolicyTexts.h"
 
 namespace qndocgen {
@@ -272,7 +273,105 @@ void writeFailureSection(std::ostream& out) {
            "its value takes effect only in a new client process.\n\n";
 }
 
+// What a baseline may expect of one setting: its values and comparisons, from its kind.
+std::string baselineValuesOf(const LocalPolicySettingInfo& setting) {
+    const qnpolicy::ValueShape eShape = qnpolicy::KindOf(setting.kind).shape;
+    if (eShape == qnpolicy::ValueShape::BOOLEAN) {
+        return "*true* or *false*, unquoted; *equals* (a bare value) or *one_of*";
+    }
+    if (eShape == qnpolicy::ValueShape::LIST) {
+        return "a list of server names, exact strings; *equals* (a bare list: the same servers in "
+               "the same order), *subset_of* or *superset_of* (as sets)";
+    }
+    if (setting.kind == LocalPolicySettingKind::CACHING_LIST) {
+        const std::vector<std::string>& options = LocalPolicyCachingOptionTexts();
+        return "*none*, or option names joined by commas in any order (" +
+               boldList(std::vector<std::string>(options.begin() + 1, options.end()), " and ") +
+               "); *equals* (a bare value) or *one_of*, or *subset_of* and *superset_of* with a "
+               "list of option names (as sets)";
+    }
+    std::vector<std::string> texts = qnpolicy::AppliedTexts(setting);
+    for (std::string& text : texts) {
+        text = text == "false" ? "\"false\"" : text;
+    }
+    return boldList(texts, " or ") +
+           " (the text *\"false\"* in quotes: unquoted it is a boolean); *equals* (a bare value) "
+           "or *one_of*";
+}
+
 }  // namespace
+
+void WriteBaselineManualPage(std::ostream& out) {
+    out << "qnpolicy-baseline(5) \"Quillnet " << QN_CLIENT_VERSION
+        << "\" \"File Formats Manual\"\n\n"
+        << "# NAME\n\n"
+        << "qnpolicy-baseline - the local policy every host must meet, for *qnpolicy comply*\n\n"
+        << "# SYNOPSIS\n\n"
+        << "*qnpolicy comply --baseline* _BASELINE_ [_FILE_...]\n\n"
+        << "# DESCRIPTION\n\n"
+        << "A baseline is a YAML file (one document, comments welcome) that says what the "
+           "effective policy of every host must hold: the value of each setting as the client "
+           "reads the policy file at its next start, defaults included, not the file's text. "
+           "*qnpolicy comply* judges each policy file against it, rule by rule, with the value "
+           "the client reads and the element it comes from (*qnpolicy show --origin*).\n\n"
+        << "# EXAMPLE\n\n"
+        << "```\n"
+        << "version: 1\n"
+        << "settings:                       # element names, as `qnpolicy show` prints them\n"
+        << "  FipsMode: true                # the effective value must equal this\n"
+        << "  StrictCertificateTrust: true\n"
+        << "  RestrictTunnelProtocols: {one_of: [tls, ipsec]}\n"
+        << "  AllowSoftwareUpdatesFromAnyServer: false\n"
+        << "  AuthorizedServerList: {subset_of: [gw1.example.com, gw2.example.com]}\n"
+        << "severity:                       # optional, per setting: low, medium (default), high\n"
+        << "  FipsMode: high\n"
+        << "rationale:                      # optional, per setting\n"
+        << "  FipsMode: Government customers require FIPS 140 validated cryptography.\n"
+        << "waivers:\n"
+        << "  - setting: StrictCertificateTrust\n"
+        << "    hosts: [lab-*]              # optional; absent: every host\n"
+        << "    reason: lab machines, ticket SEC-142\n"
+        << "    expires: 2027-03-31         # the last day it holds, UTC\n"
+        << "```\n\n"
+        << "# KEYS\n\n"
+        << "*version*\n\t*1*, required.\n\n"
+        << "*settings*\n\tRequired: one rule per setting, named by its element as *qnpolicy "
+           "show* prints it. A bare value must be equal to the effective value; a mapping with "
+           "one key compares otherwise: *equals*, *one_of* (one of the listed values), "
+           "*subset_of* (every entry of the value is listed) or *superset_of* (every listed "
+           "entry is in the value). Values are written as *qnpolicy show --json* prints them.\n\n"
+        << "*severity*\n\tOptional, per setting: *low*, *medium* (the default) or *high*.\n\n"
+        << "*rationale*\n\tOptional, per setting: why the rule exists, shown in reports.\n\n"
+        << "*waivers*\n\tOptional: a list of waivers, each with *setting* (a setting of "
+           "*settings*), *reason*, *expires* (YYYY-MM-DD, the last day it holds, UTC) and "
+           "optionally *hosts*, glob patterns of host names (fnmatch(3), ignoring case; absent: "
+           "every host). A failing rule that a waiver names for the host, on or before its last "
+           "day, is waived and counts as met. A waiver of the host that ends within "
+        << qnpolicy::tool::kWaiverWarningDays << " days is a warning.\n\n"
+        << "# SETTINGS AND THEIR VALUES\n\n";
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        if (setting.kind != LocalPolicySettingKind::SERVER_NAME) {
+            out << bold(setting.element) << "\n\t" << baselineValuesOf(setting) << ".\n\n";
+        }
+    }
+    out << "# FILE-SAFETY\n\n"
+        << "Every baseline holds one more rule, *" << qnpolicy::tool::kFileSafetyRule
+        << "*: the audit of who can change the policy file, as *qnpolicy check* makes it, finds "
+           "nothing. A policy that others can change proves nothing about the host, so this rule "
+           "cannot be waived. Its severity is *high* unless *severity* says otherwise.\n\n"
+        << "# ERRORS\n\n"
+        << "A malformed baseline is refused before any policy is judged, with "
+           "_BASELINE_:_LINE_:_COLUMN_ and the reason, and *qnpolicy comply* exits 65: an "
+           "unknown key, an unknown setting (with a did-you-mean), a value the setting cannot "
+           "take (YAML 1.1's *yes*, *off* and the like are no booleans), a comparison the setting "
+           "does not have, a duplicate key, a *version* other than 1, a waiver without *setting*, "
+           "*reason* or *expires*, or of a setting the baseline does not set, a date that is not "
+           "a date, YAML that does not parse, anchors, aliases and tags, more than one document, "
+           "more than "
+        << qnpolicy::tool::kMaxBaselineBytes / (1024 * 1024) << " MiB.\n\n"
+        << "# SEE ALSO\n\n"
+        << "*qnpolicy*(1), *QuillnetLocalPolicy.xml*(5)\n";
+}
 
 void WritePolicyFileManualPage(std::ostream& out) {
     out << qnpolicy::kPolicyFileName << "(5) \"Quillnet " << QN_CLIENT_VERSION

@@ -18,6 +18,10 @@ namespace qndocgen {
 //   qndocgen::WritePolicyFileManualPage(std::cout);   // | scdoc > QuillnetLocalPolicy.xml.5
 void WritePolicyFileManualPage(std::ostream& out);
 
+// Writes the scdoc(5) source of qnpolicy-baseline(5), the baseline file of qnpolicy comply: its
+// keys, what each setting of the catalogue may be compared with, file-safety and the errors.
+void WriteBaselineManualPage(std::ostream& out);
+
 // Writes the scdoc(5) source of qnpolicy(1) from the tool's own help: synopsis, options,
 // every subcommand with its arguments and options, the exit codes, examples built from the
 // settings catalogue, then the fixed sections of includeText (files, environment, see also).

@@ -4,6 +4,7 @@
 //   qn-docgen schema                          the XML Schema QuillnetLocalPolicy.xsd
 //   qn-docgen policy-manpage                  scdoc source of QuillnetLocalPolicy.xml(5)
 //   qn-docgen tool-manpage INCLUDE            scdoc source of qnpolicy(1)
+//   qn-docgen baseline-manpage                scdoc source of qnpolicy-baseline(5)
 //   qn-docgen bash-completion                 the bash completion of qnpolicy
 //   qn-docgen zsh-completion                  the zsh completion of qnpolicy (_qnpolicy)
 //   qn-docgen fish-completion                 the fish completion of qnpolicy
@@ -39,6 +40,8 @@ int run(int argc, char** argv) {
     CLI::App* schema = app.add_subcommand("schema", "The XML Schema of the policy document");
     CLI::App* policyPage =
         app.add_subcommand("policy-manpage", "scdoc source of QuillnetLocalPolicy.xml(5)");
+    CLI::App* baselinePage =
+        app.add_subcommand("baseline-manpage", "scdoc source of qnpolicy-baseline(5)");
     CLI::App* toolPage = app.add_subcommand("tool-manpage", "scdoc source of qnpolicy(1)");
     toolPage->add_option("INCLUDE", includeFile, "Fixed sections appended")->required();
     CLI::App* bashCompletion = app.add_subcommand("bash-completion", "bash completion of qnpolicy");
@@ -72,6 +75,8 @@ int run(int argc, char** argv) {
         qndocgen::WritePolicySchema(std::cout);
     } else if (policyPage->parsed()) {
         qndocgen::WritePolicyFileManualPage(std::cout);
+    } else if (baselinePage->parsed()) {
+        qndocgen::WriteBaselineManualPage(std::cout);
     } else if (toolPage->parsed()) {
         std::ifstream include(includeFile);
         std::ostringstream includeText;
