@@ -31,14 +31,14 @@ step "the unit tests' JSON Schemas are the tool's"
 # The unit tests' stand-in for qnpolicy validates every answer against copies of the schemas the
 # tool publishes; a copy that differs from the built tool's would let the stand-in drift.
 fixtures=tests/unit/plugins/modules/fixtures
-for command in generate show check; do
+for command in generate show check comply; do
     if ! "$qnpolicy" schema --json-schema "$command" | diff -u "$fixtures/qnpolicy-$command.schema.json" -; then
         echo "ansible-tests: $fixtures/qnpolicy-$command.schema.json differs from \`qnpolicy schema" \
             "--json-schema $command\`; update the copy and the stand-in in conftest.py" >&2
         exit 1
     fi
 done
-echo "qnpolicy-{generate,show,check}.schema.json: the tool's"
+echo "qnpolicy-{generate,show,check,comply}.schema.json: the tool's"
 
 step "unit tests (ansible-test units, Python $version)"
 ansible-test units --local --python "$version" --python-interpreter "$python"

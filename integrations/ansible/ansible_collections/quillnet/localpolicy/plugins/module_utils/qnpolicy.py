@@ -14,6 +14,7 @@ from __future__ import absolute_import, division, print_function
 __metaclass__ = type
 
 import json
+import os
 
 DEFAULT_INSTALL_DIR = '/opt/quillnet/'
 
@@ -28,10 +29,16 @@ COMMON_ARGUMENT_SPEC = dict(
 
 
 def tool_path(module):
-    """The qnpolicy to run: the 'qnpolicy' option, or the one found on PATH."""
-    if module.params['qnpolicy']:
-        return module.params['qnpolicy']
-    return module.get_bin_path('qnpolicy', required=True)
+    """The qnpolicy to run: the 'qnpolicy' option, or the one found on PATH.
+
+    Fails the task with the error kind "no-client" when there is none, so that a report can
+    tell a host without the client from one whose policy failed.
+    """
+    tool = module.params['qnpolicy'] or module.get_bin_path('qnpolicy')
+    if not tool or not os.access(tool, os.X_OK):
+        message = 'the client\'s qnpolicy tool is not installed (%s)' % (tool or 'not on PATH')
+        module.fail_json(msg=message, error=dict(kind='no-client', message=message))
+    return tool
 
 
 def tool_message(subcommand, error):

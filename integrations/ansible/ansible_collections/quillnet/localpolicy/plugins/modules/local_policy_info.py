@@ -9,12 +9,15 @@ __metaclass__ = type
 DOCUMENTATION = r'''
 ---
 module: local_policy_info
-short_description: Report the Quillnet client's effective local policy and what is wrong with its file
+short_description: Report the Quillnet client's effective local policy, what is wrong with its file, and its verdicts against a baseline
 version_added: 1.0.0
 description:
   - Reads the Quillnet VPN client's local policy file C(QuillnetLocalPolicy.xml) the way the client reads it
     (C(qnpolicy show --json)) and lints it (C(qnpolicy check --json)), so that a play can assert on a whole
     fleet, for example that FIPS mode is on everywhere or that no file has an error.
+  - With C(baseline_content), also judges the policy against that baseline (C(qnpolicy comply --json)), each
+    rule's verdict with the expected value, the actual value and the element it comes from. The baseline's text
+    goes to the tool on standard input, so nothing is copied to the host.
   - Never changes anything.
 requirements:
   - Python 3 (3.6 or later) on the managed host.
@@ -38,6 +41,16 @@ options:
     description:
       - Path of the C(qnpolicy) tool on the managed host. By default it is searched for on C(PATH).
     type: path
+  baseline_content:
+    description:
+      - The text of a baseline (YAML, see C(man 5 qnpolicy-baseline)) to judge the policy against. A
+        malformed baseline fails the task with the tool's message, which names its line and column.
+    type: str
+  host:
+    description:
+      - The host name that decides which of the baseline's waivers apply (their C(hosts) patterns). By default
+        the managed host's own name. Only with C(baseline_content).
+    type: str
 extends_documentation_fragment:
   - ansible.builtin.action_common_attributes
 attributes:
@@ -67,6 +80,17 @@ EXAMPLES = r'''
       - local_policy.policy.settings.FipsMode
       - local_policy.findings | selectattr('severity', 'equalto', 'error') | list | length == 0
     fail_msg: "{{ local_policy.path }} does not hold the fleet's policy"
+
+- name: Judge the policy against the fleet's baseline
+  quillnet.localpolicy.local_policy_info:
+    baseline_content: "{{ lookup('ansible.builtin.file', 'baseline.yml') }}"
+    host: "{{ inventory_hostname }}"
+  register: judged
+
+- name: The policy meets the baseline
+  ansible.builtin.assert:
+    that: judged.compliance.compliant
+    fail_msg: "{{ judged.compliance.verdicts | selectattr('state', 'equalto', 'fail') | map(attribute='rule') | list }}"
 
 - name: Audit files that are deliberately not owned by root
   quillnet.localpolicy.local_policy_info:
@@ -133,6 +157,27 @@ findings:
   elements: dict
   sample: [{kind: tunnel-value-not-applied, severity: error, line: 5, column: 5,
             message: "the client applies only false, ipsec and tls"}]
+compliance:
+  description:
+    - The verdicts against C(baseline_content), from C(qnpolicy comply --json). C(result) is C(compliant),
+      C(not-compliant) or C(unreadable) (a file that cannot be parsed is never compliant); C(compliant) is true
+      when every rule passes or is waived; C(verdicts) lists each rule, C(file-safety) (the audit of who can
+      change the file) first, with C(state) (C(pass), C(fail) or C(waived)), C(severity), C(expected),
+      C(actual), C(origin) (the line and column of the element that decided the value, null for the default)
+      and, when waived, the C(waiver); C(expiringWaivers) the waivers of this host that end within 14 days.
+  returned: when C(baseline_content) is given
+  type: dict
+  sample:
+    result: not-compliant
+    compliant: false
+    baseline: <stdin>
+    host: web-7
+    file: /opt/quillnet/QuillnetLocalPolicy.xml
+    verdicts:
+      - {rule: file-safety, state: pass, severity: high, actual: safe, origin: null, findings: []}
+      - {rule: FipsMode, state: fail, severity: high, comparison: equals, expected: [true], actual: false,
+         origin: {line: 3, column: 5}}
+    expiringWaivers: []
 error:
   description:
     - Why C(qnpolicy check) could not read or parse the file, with C(kind), C(message), C(line) and
@@ -159,6 +204,8 @@ from ansible_collections.quillnet.localpolicy.plugins.module_utils.qnpolicy impo
 ARGUMENT_SPEC = dict(
     COMMON_ARGUMENT_SPEC,
     ignore=dict(type='list', elements='str', default=[]),
+    baseline_content=dict(type='str'),
+    host=dict(type='str'),
 )
 
 # Exit codes of show whose JSON the module reports: loaded (or the defaults), and a file
@@ -168,6 +215,28 @@ SHOW_RCS = (0, 2)
 # Exit codes of check whose JSON the module reports: clean, findings, unreadable, and no
 # such file (a missing install directory prints an error instead, and fails the task).
 CHECK_RCS = (0, 1, 2, 66)
+
+# Exit codes of comply whose JSON the module reports: compliant, not compliant, and a file that
+# cannot be parsed (a malformed baseline, 65, fails the task with the tool's message).
+COMPLY_RCS = (0, 1, 2)
+
+
+def judge(module, tool):
+    """The verdicts of `qnpolicy comply` for the install directory's file, the baseline on standard input."""
+    arguments = ['--baseline', '-']
+    if module.params['host']:
+        arguments.extend(['--host', module.params['host']])
+    dummy, judged = run_json(module, tool, 'comply', arguments, COMPLY_RCS, data=module.params['baseline_content'])
+    entry = (judged.get('files') or [{}])[0]
+    compliance = dict(result=judged.get('result'), compliant=entry.get('compliant', False),
+                      baseline=judged.get('baseline'), host=judged.get('host'), file=entry.get('file'),
+                      verdicts=entry.get('verdicts', []), expiringWaivers=entry.get('expiringWaivers', []))
+    if 'error' in entry:
+        compliance['error'] = entry['error']
+    for waiver in compliance['expiringWaivers']:
+        module.warn('the waiver of %s (%s) holds until %s and no longer' % (waiver['setting'], waiver['reason'],
+                                                                           waiver['expires']))
+    return compliance
 
 
 def main():
@@ -191,6 +260,8 @@ def main():
         outcome['findings'].extend(entry.get('findings', []))
         if not entry.get('readable', True) and checked.get('result') != 'no-such-file':
             outcome['error'] = entry.get('error')
+    if module.params['baseline_content'] is not None:
+        outcome['compliance'] = judge(module, tool)
     module.exit_json(**outcome)
 
 

@@ -23,7 +23,8 @@ import pytest
 from ansible.module_utils import basic
 
 POLICY_FILE = 'QuillnetLocalPolicy.xml'
-TOOL = '/usr/local/bin/qnpolicy'
+# An executable that exists, for the modules' look at the tool; run_command is the stand-in.
+TOOL = '/usr/bin/true'
 FIXTURES = os.path.join(os.path.dirname(__file__), 'fixtures')
 UNSAFE_MESSAGE = ("The directory /srv's mode is 0777: its group or others can change the policy. Run: chmod go-w /srv; "
                   "nothing was written (--allow-unsafe-directory writes anyway).")
@@ -35,7 +36,7 @@ def schema_validator(subcommand):
         return jsonschema.Draft202012Validator(json.load(handle))
 
 
-VALIDATORS = dict((subcommand, schema_validator(subcommand)) for subcommand in ('generate', 'show', 'check'))
+VALIDATORS = dict((subcommand, schema_validator(subcommand)) for subcommand in ('generate', 'show', 'check', 'comply'))
 
 
 def tool_output(subcommand, rc, **fields):
@@ -166,6 +167,26 @@ class FakeQnpolicy(object):
         if entry['findings']:
             return tool_output('check', 1, result='findings', files=[entry])
         return tool_output('check', 0, result='clean', files=[entry])
+
+    def comply(self, install_dir, options, data):
+        """One rule, FipsMode true: met when the document was rendered from fm=true; a baseline
+        holding "yes" is malformed."""
+        if 'yes' in data:
+            return error_output('comply', 65, 'refused', '<stdin>:3:13: FipsMode takes true or false, not yes')
+        host = options[options.index('--host') + 1] if '--host' in options else 'this-host'
+        path = os.path.join(install_dir, POLICY_FILE)
+        fields = dict(baseline='<stdin>', host=host)
+        if self.show(install_dir, [], None)[0] != 0:
+            entry = dict(file=path, readable=False, compliant=False, verdicts=[], expiringWaivers=[],
+                         error=dict(kind='unreadable', message='not well-formed', line=1, column=1))
+            return tool_output('comply', 2, result='unreadable', files=[entry], **fields)
+        met = 'fm=true' in (self.on_disk(install_dir) or '')
+        verdicts = [dict(rule='file-safety', state='pass', severity='high', actual='safe', origin=None, findings=[]),
+                    dict(rule='FipsMode', state='pass' if met else 'fail', severity='medium', comparison='equals',
+                         expected=[True], actual=met, origin=dict(line=2, column=5) if met else None)]
+        entry = dict(file=path, readable=True, compliant=met, verdicts=verdicts, expiringWaivers=[])
+        return tool_output('comply', 0 if met else 1, result='compliant' if met else 'not-compliant', files=[entry],
+                           **fields)
 
 
 def render(arguments):

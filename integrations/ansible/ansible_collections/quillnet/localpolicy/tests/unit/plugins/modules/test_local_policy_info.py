@@ -69,3 +69,42 @@ def test_a_missing_install_directory_fails_with_the_tools_message(run_module, fa
     outcome = run_module(local_policy_info.main, dict())
     assert outcome.failed
     assert outcome.result['msg'] == 'qnpolicy %s: install directory "/nowhere/": no such directory' % subcommand
+
+
+BASELINE = 'version: 1\nsettings:\n  FipsMode: true\n'
+
+
+@pytest.mark.parametrize('document, result, compliant, fips', [
+    (render(['fm=true']), 'compliant', True, 'pass'),
+    (render(['fm=false']), 'not-compliant', False, 'fail'),
+    (None, 'not-compliant', False, 'fail'),
+    ('broken', 'unreadable', False, None),
+])
+def test_judges_the_policy_against_the_baseline_on_standard_input(run_module, fake, document, result, compliant,
+                                                                   fips):
+    if document is not None:
+        write(fake, document)
+    outcome = run_module(local_policy_info.main, dict(baseline_content=BASELINE, host='lab-7'))
+    assert not outcome.failed
+    compliance = outcome.result['compliance']
+    assert compliance['result'] == result and compliance['compliant'] is compliant and compliance['host'] == 'lab-7'
+    assert [verdict['state'] for verdict in compliance['verdicts']][1:] == ([fips] if fips else [])
+    assert fake.ran('comply')[0][5:] == ['--baseline', '-', '--host', 'lab-7']
+    assert fake.inputs[fake.commands.index(fake.ran('comply')[0])] == BASELINE
+
+
+def test_without_a_baseline_judges_nothing(run_module, fake):
+    outcome = run_module(local_policy_info.main, dict())
+    assert 'compliance' not in outcome.result and not fake.ran('comply')
+
+
+def test_a_malformed_baseline_fails_with_its_line_and_column(run_module, fake):
+    outcome = run_module(local_policy_info.main, dict(baseline_content='version: 1\nsettings:\n  FipsMode: yes\n'))
+    assert outcome.failed
+    assert outcome.result['msg'] == 'qnpolicy comply: <stdin>:3:13: FipsMode takes true or false, not yes'
+
+
+def test_a_host_without_the_tool_fails_as_having_no_client(run_module, fake, tmp_path):
+    outcome = run_module(local_policy_info.main, dict(qnpolicy=str(tmp_path / 'qnpolicy')))
+    assert outcome.failed and outcome.result['error']['kind'] == 'no-client'
+    assert fake.commands == []
