@@ -55,13 +55,11 @@ def _reason_of(result):
         return 'failed', 'no result: the host left the play before it was judged'
     if result.get('unreachable'):
         return 'unreachable', result.get('msg', 'unreachable')
-    error = result.get('error') or {}
-    if result.get('failed'):
-        kind = error.get('kind')
-        return (kind if kind in REASONS else 'failed'), result.get('msg', 'failed')
     compliance = result.get('compliance')
     if not compliance:
-        return 'failed', 'the result holds no verdicts (no baseline_content)'
+        # A failed task (registered with failed_when false, or not) says why in its error's kind.
+        kind = (result.get('error') or {}).get('kind')
+        return (kind if kind in REASONS else 'failed'), result.get('msg') or 'the result holds no verdicts'
     if compliance.get('result') == UNREADABLE:
         return 'unreadable', (compliance.get('error') or {}).get('message', 'cannot be parsed')
     for verdict in compliance.get('verdicts', []):
