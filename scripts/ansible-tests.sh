@@ -2,8 +2,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # Tests of the Ansible collection quillnet.localpolicy, offline, with Debian's packages only:
 # unit tests (ansible-test units), the sanity tests that need no virtual environment built from
-# PyPI, pycodestyle and pylint with ansible-test's settings, ansible-doc on both modules, and
-# the integration playbook against the built qnpolicy.
+# PyPI, pycodestyle and pylint with ansible-test's settings, ansible-doc on every module,
+# ansible-lint's production profile on the role and the plays, the integration playbook against
+# the built qnpolicy, the compliance report on a simulated fleet of 200 hosts (rendered in headless
+# Chromium), and ansible-pull on 20 simulated hosts.
 #   scripts/ansible-tests.sh [QNPOLICY]     (default build/tools/qnpolicy/qnpolicy)
 set -euo pipefail
 
@@ -59,7 +61,8 @@ ansible-test sanity --local --python "$version" --python-interpreter "$python" \
 
 step "pycodestyle and pylint, with ansible-test's settings"
 # The collection, and the integration runner and its callback beside it.
-runner=("$collections/tests/readme_plays.py" "$collections/tests/callback_plugins/record_results.py")
+runner=("$collections/tests/readme_plays.py" "$collections/tests/callback_plugins/record_results.py"
+    "$collections/tests/synthetic_fleet.py")
 pycodestyle --max-line-length 160 --ignore "$(paste -sd, \
     /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" \
     plugins tests "${runner[@]}"
@@ -68,7 +71,7 @@ PYTHONPATH="$collections" "$python" -m pylint --score=n \
     plugins tests "${runner[@]}"
 
 step "ansible-doc"
-for module in local_policy local_policy_info; do
+for module in local_policy local_policy_info compliance_report; do
     ansible-doc "quillnet.localpolicy.$module" >/dev/null 2>"tests/output/ansible-doc.err"
     if [ -s tests/output/ansible-doc.err ]; then
         cat tests/output/ansible-doc.err >&2
@@ -84,7 +87,19 @@ if missing or not doc["doc"].get("options"):
     echo "ansible-doc quillnet.localpolicy.$module: complete"
 done
 
+step "ansible-lint, production profile: the compliance_report role and the plays"
+# Offline: nothing is fetched; the collection is found through ANSIBLE_COLLECTIONS_PATH.
+ansible-lint --offline --nocolor --profile production roles/compliance_report examples/ansible-pull \
+    "$collections/tests/compliance-report.yml"
+
 step "integration (ansible-playbook, localhost)"
 bash "$repo/integrations/ansible/tests/run-integration.sh" "$qnpolicy"
 
-echo "ansible-tests: PASSED (units, sanity, pycodestyle, pylint, ansible-doc, integration)"
+step "the compliance report of a simulated fleet of 200 hosts, rendered in headless Chromium"
+bash "$collections/tests/compliance-fleet.sh" "$qnpolicy" 200 "$repo/build/ansible-artifacts"
+
+step "ansible-pull on 20 simulated hosts from a local repository"
+bash "$collections/tests/pull-simulation.sh" "$qnpolicy" 20
+
+echo "ansible-tests: PASSED (units, sanity, pycodestyle, pylint, ansible-doc, ansible-lint, integration," \
+    "compliance fleet, ansible-pull)"

@@ -115,6 +115,12 @@ from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.quillnet.localpolicy.plugins.module_utils.compliance_report import (
     NOT_COMPLIANT, UNREADABLE, build_report, render_html)
 
+ARGUMENT_SPEC = dict(
+    results=dict(type='dict', required=True),
+    dest=dict(type='path', required=True),
+    baseline_name=dict(type='str', default='baseline'),
+)
+
 JSON_NAME = 'compliance-report.json'
 HTML_NAME = 'compliance-report.html'
 
@@ -139,10 +145,7 @@ def store(module, path, text):
 
 
 def main():
-    module = AnsibleModule(argument_spec=dict(results=dict(type='dict', required=True),
-                                              dest=dict(type='path', required=True),
-                                              baseline_name=dict(type='str', default='baseline')),
-                           supports_check_mode=True)
+    module = AnsibleModule(argument_spec=ARGUMENT_SPEC, supports_check_mode=True)
     dest = module.params['dest']
     if not os.path.isdir(dest):
         module.fail_json(msg='dest %s is not a directory' % dest)

@@ -9,7 +9,7 @@ __metaclass__ = type
 import pytest
 import yaml
 
-from ansible_collections.quillnet.localpolicy.plugins.modules import local_policy, local_policy_info
+from ansible_collections.quillnet.localpolicy.plugins.modules import compliance_report, local_policy, local_policy_info
 
 
 def facts(option):
@@ -18,7 +18,7 @@ def facts(option):
                 elements=option.get('elements'), required=option.get('required', False))
 
 
-@pytest.mark.parametrize('module', [local_policy, local_policy_info])
+@pytest.mark.parametrize('module', [local_policy, local_policy_info, compliance_report])
 def test_documented_options_match_the_argument_spec(module):
     options = yaml.safe_load(module.DOCUMENTATION)['options']
     assert sorted(options) == sorted(module.ARGUMENT_SPEC)
