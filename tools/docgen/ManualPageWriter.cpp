@@ -368,7 +368,7 @@ void WriteBaselineManualPage(std::ostream& out) {
            "*reason* or *expires*, or of a setting the baseline does not set, a date that is not "
            "a date, YAML that does not parse, anchors, aliases and tags, more than one document, "
            "more than "
-        << qnpolicy::tool::kMaxBaselineBytes / (1024 * 1024) << " MiB.\n\n"
+        << (qnpolicy::tool::kMaxBaselineBytes >> 20) << " MiB.\n\n"
         << "# SEE ALSO\n\n"
         << "*qnpolicy*(1), *QuillnetLocalPolicy.xml*(5)\n";
 }

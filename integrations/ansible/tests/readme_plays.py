@@ -18,8 +18,8 @@ each a local connection with an install directory of its own:
     broken      a file the client cannot load
     loose       the fleet's policy in a file others can write, 0666 and owned by nobody
 
-The plays run in the order an administrator would run them: the audit and the compliance
-play before the rollout, the rollout with --check --diff, the rollout, the rollout again, the
+The plays run in the order an administrator would run them: the audit, the compliance play
+and the compliance report before the rollout, the rollout with --check --diff, the rollout, the rollout again, the
 audit and the compliance play after it, and a team's own template (one with a flaw, then a
 good one). What each run did is read from a callback that records every task result
 (callback_plugins/record_results.py) and from the files on disk. Prints one line per check
@@ -45,7 +45,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(HERE)))
 README = os.path.join(REPO, 'integrations/ansible/ansible_collections/quillnet/localpolicy/README.md')
 INSTALL_DIR = '/opt/quillnet/'
-BLOCKS = ('group_vars/vpn_clients.yml', 'rollout.yml', 'audit.yml', 'compliance.yml', 'own-template.yml')
+BLOCKS = ('group_vars/vpn_clients.yml', 'rollout.yml', 'audit.yml', 'compliance.yml', 'own-template.yml',
+          'baseline.yml', 'compliance-report.yml')
 HOSTS = ('compliant', 'drifted', 'fresh', 'broken', 'loose')
 POLICY_FILE = 'QuillnetLocalPolicy.xml'
 
@@ -144,6 +145,11 @@ class Fleet(object):
                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, universal_newlines=True, check=False)
         return run.returncode, json.loads(run.stdout)
 
+    def report(self):
+        """{host: (status, reason)} of the compliance report the role wrote beside the plays."""
+        with open(os.path.join(self.work, 'plays', 'compliance-report', 'compliance-report.json')) as handle:
+            return dict((entry['host'], (entry['status'], entry.get('reason'))) for entry in json.load(handle)['hosts'])
+
     def play(self, name, *options):
         """Runs one play: (rc, {(task, host): record}), the output saved beside it."""
         records = os.path.join(self.work, 'records.jsonl')
@@ -239,6 +245,12 @@ def run_fleet(fleet, checks, nobody):
                  statuses(results, 'No drift, FIPS mode on, no file with an error'),
                  dict(compliant='ok', drifted='failed', fresh='failed', broken='failed', loose='failed'))
 
+    rc, results = fleet.play('compliance-report.yml')
+    checks.equal('compliance report before the rollout: the play passes', rc, 0)
+    checks.equal('compliance report: each host as the report has it', fleet.report(),
+                 dict(compliant=('compliant', None), drifted=('not-compliant', None), fresh=('not-compliant', None),
+                      broken=('unreadable', 'unreadable'), loose=('unreadable', 'unsafe')))
+
     # The rollout: --check --diff first.
     rc, results = fleet.play('rollout.yml', '--check', '--diff')
     checks.equal('rollout --check --diff: no host fails', rc, 0)
@@ -289,6 +301,9 @@ def run_fleet(fleet, checks, nobody):
                  (0, dict(drifted=[], fips_off=[], files_with_errors=[])))
     rc, results = fleet.play('compliance.yml')
     checks.equal('compliance after the rollout: every host passes', rc, 0)
+    rc, results = fleet.play('compliance-report.yml')
+    checks.equal('compliance report after the rollout: every host is compliant', (rc, fleet.report()),
+                 (0, dict((host, ('compliant', None)) for host in HOSTS)))
 
     # A team's own template: one the client would not read as written, then a good one.
     fleet_state = fleet.states()

@@ -207,7 +207,7 @@ std::vector<std::string> cachingOptionNames() {
 
 // One entry of a caching list ("Credentials"): exactly one of the option names.
 std::string cachingEntry(const YamlNode& node, const LocalPolicySettingInfo& row) {
-    const std::string text = textOf(node, row.element);
+    std::string text = textOf(node, row.element);
     const std::vector<std::string> names = cachingOptionNames();
     if (std::find(names.begin(), names.end(), text) == names.end()) {
         throw Malformed{node.position, row.element + " has no option " + Quoted(text) +
@@ -220,7 +220,7 @@ std::string cachingEntry(const YamlNode& node, const LocalPolicySettingInfo& row
 // A caching value as show prints it, "none" or options joined by commas, in the catalogue's
 // order whatever order it was written in.
 std::string cachingValue(const YamlNode& node, const LocalPolicySettingInfo& row) {
-    const std::string text = textOf(node, row.element);
+    std::string text = textOf(node, row.element);
     const std::string none = unrestrictedCachingText(row);
     if (text == none) {
         return text;
@@ -252,7 +252,7 @@ std::string singleValue(const YamlNode& node, const LocalPolicySettingInfo& row)
     }
     const std::vector<std::string> texts = AppliedTexts(row);
     const bool bBoolean = KindOf(row.kind).shape == ValueShape::BOOLEAN;
-    const std::string written = node.eKind == YamlNode::Kind::SCALAR ? node.text : "";
+    std::string written = node.eKind == YamlNode::Kind::SCALAR ? node.text : "";
     const bool bKnown = std::find(texts.begin(), texts.end(), written) != texts.end();
     // A boolean is the plain word true or false; the tunnel is text, and its "false" is
     // the quoted text, not the boolean.
