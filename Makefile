@@ -4,7 +4,8 @@
 #              installed package, then test the Ansible collection
 #   make bench build the Release benchmark and run it (timings, peak memory, qnpolicy check
 #              on hostile files, then the instruction counts of one load and of qnpolicy
-#              show --origin against check under callgrind)
+#              show --origin against check under callgrind, and qnpolicy comply against check
+#              in instructions and hyperfine's mean)
 #   make bench-cli  time qnpolicy check and show --json against xmllint (hyperfine)
 #   make format  clang-format every tracked C++ file in place
 #   make lint    check the formatting and run clang-tidy over the library and the tool
@@ -61,6 +62,7 @@ bench: build
 	bash scripts/bench-hostile-check.sh build/tools/qnpolicy/qnpolicy
 	bash scripts/bench-instructions.sh build-bench/bench/policy_bench
 	bash scripts/bench-origin.sh build/tools/qnpolicy/qnpolicy build-bench/bench/libqn_fixed_entropy.so
+	bash scripts/bench-comply.sh build/tools/qnpolicy/qnpolicy build-bench/bench/libqn_fixed_entropy.so
 
 format:
 	git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format -i

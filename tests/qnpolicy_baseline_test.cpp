@@ -144,14 +144,19 @@ std::string policy(const std::string& children) {
            "\n</QuillnetLocalPolicy>\n";
 }
 
-// "RULE=STATE" for each verdict, a failure with its actual value and origin, a waived one with
-// its waiver's last day.
-std::string verdictsText(const ComplianceVerdicts& verdicts) {
+// "RULE=STATE" for each verdict, a failure with its actual value (the server list's is the
+// policy's own) and origin, a waived one with its waiver's last day.
+std::string verdictsText(const ComplianceVerdicts& verdicts,
+                         const qnpolicy::tool::EffectivePolicy& policy) {
     std::string text;
     for (const RuleVerdict& verdict : verdicts.verdicts) {
         text += (text.empty() ? "" : " ") + verdict.rule + "=" + VerdictStateText(verdict.eState);
         if (verdict.eState == qnpolicy::tool::VerdictState::FAIL) {
-            text += "(" + qnpolicy::Join(verdict.actual, ",") + "@" +
+            const bool bServers = verdict.rule == "AuthorizedServerList";
+            text += "(" +
+                    (bServers ? qnpolicy::Join(policy.Servers(), ",")
+                              : qnpolicy::Join(verdict.actual, ",")) +
+                    "@" +
                     (verdict.origin.Known() ? std::to_string(verdict.origin.line) : "default");
             for (const auto& entry : verdict.offending) {
                 text += (entry.bMissing ? " missing " : " unexpected ") + entry.value;
@@ -253,7 +258,7 @@ TEST(Baseline, JudgesTheEffectivePolicyWithOriginsWaiversAndFileSafety) {
             c.bUnsafe ? std::vector<LintFinding>{unsafe} : std::vector<LintFinding>{};
         const ComplianceVerdicts verdicts =
             JudgePolicy(parse.baseline, effective, audit, c.host, c.today);
-        EXPECT_EQ(verdictsText(verdicts), c.verdicts) << c.document << " on " << c.host;
+        EXPECT_EQ(verdictsText(verdicts, effective), c.verdicts) << c.document << " on " << c.host;
         EXPECT_EQ(verdicts.Compliant(), c.bCompliant) << c.document;
     }
 }
@@ -290,7 +295,7 @@ TEST(Baseline, ComparesListsAsSetsAndEqualsInOrder) {
         ASSERT_TRUE(parse.error.empty()) << c.rule << ": " << parse.error.message;
         const ComplianceVerdicts verdicts =
             JudgePolicy(parse.baseline, effective, {}, "h", CalendarDay{2027, 1, 1});
-        const std::string text = verdictsText(verdicts);
+        const std::string text = verdictsText(verdicts, effective);
         EXPECT_EQ(text.substr(text.find('=', text.find(' ')) + 1), c.verdict) << c.rule;
     }
 }

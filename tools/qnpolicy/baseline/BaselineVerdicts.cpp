@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <iterator>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "LocalPolicyKinds.h"
@@ -141,10 +143,10 @@ bool singleValueHolds(const BaselineRule& rule, const std::string& actual) {
     return false;
 }
 
-// The server list against the rule; the entries that make it fail, up to the findings' cap.
+// The server list against the rule; the entries that make it fail, up to the findings' cap. The
+// list is the policy's own, never copied: a hundred thousand servers cost one pass.
 void judgeServers(const BaselineRule& rule, const EffectivePolicy& policy, RuleVerdict& rVerdict) {
     const std::list<std::string>& servers = policy.Servers();
-    rVerdict.actual.assign(servers.begin(), servers.end());
     const auto offend = [&rVerdict](OffendingEntry entry) {
         rVerdict.eState = VerdictState::FAIL;
         if (rVerdict.offending.size() < kMaxFindingsPerKind) {
@@ -155,29 +157,36 @@ void judgeServers(const BaselineRule& rule, const EffectivePolicy& policy, RuleV
         return index < policy.serverOrigins.size() ? policy.serverOrigins[index] : SourcePosition{};
     };
     if (rule.eComparison == RuleComparison::EQUALS) {
-        const auto [expectedAt, actualAt] =
-            std::mismatch(rule.expected.begin(), rule.expected.end(), rVerdict.actual.begin(),
-                          rVerdict.actual.end());
-        if (actualAt != rVerdict.actual.end()) {
-            offend({*actualAt, originOf(static_cast<size_t>(actualAt - rVerdict.actual.begin()))});
+        const auto [expectedAt, actualAt] = std::mismatch(
+            rule.expected.begin(), rule.expected.end(), servers.begin(), servers.end());
+        if (actualAt != servers.end()) {
+            offend({*actualAt,
+                    originOf(static_cast<size_t>(std::distance(servers.begin(), actualAt)))});
         } else if (expectedAt != rule.expected.end()) {
             offend({*expectedAt, SourcePosition{}, true});
         }
         return;
     }
-    const std::unordered_set<std::string> expected(rule.expected.begin(), rule.expected.end());
-    if (rule.eComparison == RuleComparison::SUBSET_OF) {
-        for (size_t i = 0; i < rVerdict.actual.size(); ++i) {
-            if (expected.count(rVerdict.actual[i]) == 0) {
-                offend({rVerdict.actual[i], originOf(i)});
-            }
-        }
-        return;
-    }
-    const std::unordered_set<std::string> held(rVerdict.actual.begin(), rVerdict.actual.end());
+    // Each listed server once, and whether the policy holds it.
+    std::unordered_map<std::string_view, bool> expected;
     for (const std::string& entry : rule.expected) {
-        if (held.count(entry) == 0) {
-            offend({entry, SourcePosition{}, true});
+        expected.emplace(entry, false);
+    }
+    size_t index = 0;
+    for (const std::string& server : servers) {
+        const auto at = expected.find(server);
+        if (at != expected.end()) {
+            at->second = true;
+        } else if (rule.eComparison == RuleComparison::SUBSET_OF) {
+            offend({server, originOf(index)});
+        }
+        ++index;
+    }
+    if (rule.eComparison == RuleComparison::SUPERSET_OF) {
+        for (const std::string& entry : rule.expected) {
+            if (!expected.at(entry)) {
+                offend({entry, SourcePosition{}, true});
+            }
         }
     }
 }
@@ -189,7 +198,7 @@ RuleVerdict judgeRule(const BaselineRule& rule, const EffectivePolicy& policy) {
     verdict.pRule = &rule;
     verdict.origin = setting.origin;
     if (KindOf(rule.pRow->kind).shape == ValueShape::LIST) {
-        judgeServers(rule, policy, verdict);
+        judgeServers(rule, policy, verdict);  // its value is the policy's list (actual stays empty)
         return verdict;
     }
     verdict.actual = setting.value;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <list>
 
 #include "CommandTable.h"
 #include "LocalPolicyKinds.h"
@@ -88,10 +89,36 @@ namespace {
 
 constexpr char kStandardInput[] = "-";
 
+// The one call to the path audit: the findings check reports about who can change the file.
+std::vector<LintFinding> auditPolicyPath(const std::string& path) {
+    return CheckFileAttributes(path);
+}
+
 // One judged file: its verdicts, or why it could not be judged.
+// A FILE argument that is not there is missing; the install directory's file is read as the
+// client reads it, a missing one as the defaults. The policy is built in place (its record, a
+// hundred thousand servers perhaps, has no move), so a judged file never moves either.
 struct JudgedFile {
+    JudgedFile(const std::string& path, bool bArgument, const Baseline& baseline,
+               const std::string& host)
+        : file(path),
+          bMissing(bArgument && isMissing(path)),
+          policy(bMissing ? EffectivePolicy{} : ReadEffectivePolicyFile(path, path, false)) {
+        if (!bMissing && policy.Complete()) {
+            verdicts = JudgePolicy(baseline, policy, auditPolicyPath(path), host, Today());
+        }
+    }
+    JudgedFile(const JudgedFile&) = delete;
+    JudgedFile& operator=(const JudgedFile&) = delete;
+
+    // Nothing there: "cannot tell" is no answer that counts as missing.
+    static bool isMissing(const std::string& path) {
+        struct stat status {};
+        return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+    }
+
     std::string file;
-    bool bMissing = false;
+    bool bMissing;
     EffectivePolicy policy;
     ComplianceVerdicts verdicts;
 };
@@ -119,9 +146,11 @@ BaselineText readBaseline(const std::string& path) {
         }
         pIn = &file;
     }
-    result.text.resize(kMaxBaselineBytes + 1);
-    pIn->read(result.text.data(), static_cast<std::streamsize>(result.text.size()));
-    result.text.resize(static_cast<size_t>(pIn->gcount()));
+    char buffer[size_t{1} << 16];
+    while (result.text.size() <= kMaxBaselineBytes &&
+           pIn->read(buffer, sizeof buffer).gcount() > 0) {
+        result.text.append(buffer, static_cast<size_t>(pIn->gcount()));
+    }
     if (pIn->bad()) {
         result.error = "cannot read the baseline " + path;
     }
@@ -140,19 +169,23 @@ std::string positionText(const std::string& file, const SourcePosition& position
                : std::string("the default");
 }
 
-// A value in text: a single value as it is, a list in brackets, long lists cut after a few.
-std::string valueText(const std::vector<std::string>& values, bool bList) {
+// A list in brackets, a long one cut after its first few entries.
+template <typename Values>
+std::string listText(const Values& values) {
     constexpr size_t kShown = 5;
-    if (!bList) {
-        return values.empty() ? std::string() : values.front();
+    std::string text = "[";
+    size_t count = 0;
+    for (auto at = values.begin(); at != values.end() && count < kShown; ++at, ++count) {
+        text += (count == 0 ? "" : ", ") + *at;
     }
-    std::vector<std::string> shown(
-        values.begin(), values.begin() + static_cast<long>(std::min(kShown, values.size())));
-    std::string text = "[" + Join(shown, ", ");
     if (values.size() > kShown) {
         text += ", ... " + std::to_string(values.size()) + " in all";
     }
     return text + "]";
+}
+
+std::string singleText(const std::vector<std::string>& values) {
+    return values.empty() ? std::string() : values.front();
 }
 
 bool isList(const RuleVerdict& verdict) {
@@ -183,10 +216,11 @@ void printVerdict(std::ostream& out, const RuleVerdict& verdict, const JudgedFil
             << (rule.eComparison == RuleComparison::EQUALS && !bList
                     ? std::string()
                     : std::string(ComparisonText(rule.eComparison)) + " ")
-            << valueText(rule.expected, bList || rule.eComparison != RuleComparison::EQUALS)
+            << (bList || rule.eComparison != RuleComparison::EQUALS ? listText(rule.expected)
+                                                                    : singleText(rule.expected))
             << ", actual ";
     }
-    out << valueText(verdict.actual, bList) << " from "
+    out << (bList ? listText(judged.policy.Servers()) : singleText(verdict.actual)) << " from "
         << positionText(judged.file, verdict.origin);
     for (const OffendingEntry& entry : verdict.offending) {
         out << "; " << Quoted(entry.value)
@@ -223,18 +257,24 @@ void printText(std::ostream& out, const JudgedFile& judged, const Baseline& base
     }
 }
 
+// A list of texts on one line.
+template <typename Values>
+void writeList(CJsonWriter& json, const Values& values) {
+    json.BeginArray(CJsonWriter::Layout::INLINE);
+    for (const std::string& value : values) {
+        json.String(value);
+    }
+    json.EndArray();
+}
+
 // A value typed as show --json types it: a boolean, a text, or a list of texts.
 void writeValue(CJsonWriter& json, const LocalPolicySettingInfo* pRow,
                 const std::vector<std::string>& values, bool bList) {
     if (bList) {
-        json.BeginArray(CJsonWriter::Layout::INLINE);
-        for (const std::string& value : values) {
-            json.String(value);
-        }
-        json.EndArray();
+        writeList(json, values);
         return;
     }
-    const std::string value = values.empty() ? std::string() : values.front();
+    const std::string value = singleText(values);
     if (pRow != nullptr && KindOf(pRow->kind).shape == ValueShape::BOOLEAN) {
         json.Bool(value == "true");
     } else {
@@ -264,7 +304,8 @@ void writeWaiver(CJsonWriter& json, const BaselineWaiver& waiver) {
     json.Key("column").Number(waiver.position.column).EndObject();
 }
 
-void writeVerdictJson(CJsonWriter& json, const RuleVerdict& verdict, const Baseline& baseline) {
+void writeVerdictJson(CJsonWriter& json, const RuleVerdict& verdict, const Baseline& baseline,
+                      const EffectivePolicy& policy) {
     const BaselineRule* pRule = verdict.pRule;
     const LocalPolicySettingInfo* pRow = pRule != nullptr ? pRule->pRow : nullptr;
     const bool bList = isList(verdict);
@@ -291,7 +332,11 @@ void writeVerdictJson(CJsonWriter& json, const RuleVerdict& verdict, const Basel
         json.EndArray();
     }
     json.Key("actual");
-    writeValue(json, pRow, verdict.actual, bList);
+    if (bList) {
+        writeList(json, policy.Servers());
+    } else {
+        writeValue(json, pRow, verdict.actual, false);
+    }
     json.Key("origin");
     writePosition(json, verdict.origin);
     if (!verdict.offending.empty()) {
@@ -335,18 +380,13 @@ void writeFileJson(CJsonWriter& json, const JudgedFile& judged, const Baseline& 
     }
     json.Key("verdicts").BeginArray();
     for (const RuleVerdict& verdict : judged.verdicts.verdicts) {
-        writeVerdictJson(json, verdict, baseline);
+        writeVerdictJson(json, verdict, baseline, judged.policy);
     }
     json.EndArray().Key("expiringWaivers").BeginArray();
     for (const BaselineWaiver* pWaiver : judged.verdicts.expiringSoon) {
         writeWaiver(json, *pWaiver);
     }
     json.EndArray().EndObject();
-}
-
-// The one call to the path audit: the findings check reports about who can change the file.
-std::vector<LintFinding> auditPolicyPath(const std::string& path) {
-    return CheckFileAttributes(path);
 }
 
 class CComplyCommand : public CCommand {
@@ -395,10 +435,9 @@ class CComplyCommand : public CCommand {
         if (files.empty()) {
             files.push_back(context.InstallPolicyPath());
         }
-        std::vector<JudgedFile> judged;
-        judged.reserve(files.size());
+        std::list<JudgedFile> judged;
         for (const std::string& file : files) {
-            judged.push_back(judge(file, !m_files.empty(), parse.baseline, host));
+            judged.emplace_back(file, !m_files.empty(), parse.baseline, host);
         }
         return report(context, judged, parse.baseline, host);
     }
@@ -424,26 +463,10 @@ class CComplyCommand : public CCommand {
         return kExitDataError;
     }
 
-    // A FILE argument that is not there is missing; the install directory's file is read as
-    // the client reads it, a missing one as the defaults.
-    static JudgedFile judge(const std::string& file, bool bArgument, const Baseline& baseline,
-                            const std::string& host) {
-        JudgedFile judged{file, false, {}, {}};
-        struct stat status {};
-        if (bArgument && ::lstat(file.c_str(), &status) != 0 &&
-            (errno == ENOENT || errno == ENOTDIR)) {
-            judged.bMissing = true;
-            return judged;
-        }
-        judged.policy = ReadEffectivePolicyFile(file, file, false);
-        if (judged.policy.Complete()) {
-            judged.verdicts =
-                JudgePolicy(baseline, judged.policy, auditPolicyPath(file), host, Today());
-        }
-        return judged;
-    }
-
-    static int report(CToolContext& context, const std::vector<JudgedFile>& judged,
+    // Says on standard error what could not be judged and which waivers end soon, prints the
+    // verdicts, and returns the gravest condition: a missing file, then one that cannot be
+    // parsed, then one that is not compliant.
+    static int report(CToolContext& context, const std::list<JudgedFile>& judged,
                       const Baseline& baseline, const std::string& host) {
         bool bMissing = false;
         bool bUnreadable = false;
