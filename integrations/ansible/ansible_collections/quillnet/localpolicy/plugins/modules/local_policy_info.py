@@ -234,8 +234,8 @@ def judge(module, tool):
     if 'error' in entry:
         compliance['error'] = entry['error']
     for waiver in compliance['expiringWaivers']:
-        module.warn('the waiver of %s (%s) holds until %s and no longer' % (waiver['setting'], waiver['reason'],
-                                                                           waiver['expires']))
+        module.warn('the waiver of %s (%s) holds until %s and no longer'
+                    % (waiver['setting'], waiver['reason'], waiver['expires']))
     return compliance
 
 

@@ -80,8 +80,7 @@ BASELINE = 'version: 1\nsettings:\n  FipsMode: true\n'
     (None, 'not-compliant', False, 'fail'),
     ('broken', 'unreadable', False, None),
 ])
-def test_judges_the_policy_against_the_baseline_on_standard_input(run_module, fake, document, result, compliant,
-                                                                   fips):
+def test_judges_the_policy_against_the_baseline_on_standard_input(run_module, fake, document, result, compliant, fips):
     if document is not None:
         write(fake, document)
     outcome = run_module(local_policy_info.main, dict(baseline_content=BASELINE, host='lab-7'))
