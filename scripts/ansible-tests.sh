@@ -89,8 +89,8 @@ done
 
 step "ansible-lint, production profile: the compliance_report role and the plays"
 # Offline: nothing is fetched; the collection is found through ANSIBLE_COLLECTIONS_PATH.
-ansible-lint --offline --nocolor --profile production roles/compliance_report examples/ansible-pull \
-    "$collections/tests/compliance-report.yml"
+ansible-lint --offline --nocolor --profile production roles/compliance_report examples/ansible-pull/local.yml \
+    examples/ansible-pull/group_vars/all.yml "$collections/tests/compliance-report.yml"
 
 step "integration (ansible-playbook, localhost)"
 bash "$repo/integrations/ansible/tests/run-integration.sh" "$qnpolicy"
