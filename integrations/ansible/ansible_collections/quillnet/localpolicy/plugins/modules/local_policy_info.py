@@ -46,11 +46,13 @@ options:
       - The text of a baseline (YAML, see C(man 5 qnpolicy-baseline)) to judge the policy against. A
         malformed baseline fails the task with the tool's message, which names its line and column.
     type: str
+    version_added: 2.1.0
   host:
     description:
       - The host name that decides which of the baseline's waivers apply (their C(hosts) patterns). By default
         the managed host's own name. Only with C(baseline_content).
     type: str
+    version_added: 2.1.0
 extends_documentation_fragment:
   - ansible.builtin.action_common_attributes
 attributes:
