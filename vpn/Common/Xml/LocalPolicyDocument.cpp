@@ -5,7 +5,11 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyReader.h"
 
+#include <fcntl.h>
 #include <strings.h>  // strncasecmp
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include "AppLogHere.h"
 #include "LocalPolicyKinds.h"
@@ -213,15 +217,16 @@ STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::strin
     return xmlWriter.takeDocument(rDocument);
 }
 
-StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
-                                bool bOverwrite) {
+namespace {
+
+// Stores through directoryFd, or by the directory's name when it is -1; logs a failure as
+// generation does.
+StoreResult store(int directoryFd, const std::string& directory, const std::string& fileName,
+                  const std::string& bytes, bool bOverwrite) {
     StoreResult result;
-    if (!bOverwrite && !directory.empty() && fileExists(directory + kPolicyFileName)) {
-        result.eOutcome = StoreResult::KEPT;
-        return result;
-    }
-    QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
+    QNCSaxWriter xmlWriter(directory, fileName, kRootElement);
     xmlWriter.keepExistingFile(!bOverwrite);
+    xmlWriter.storeThroughDirectory(directoryFd);
     result.status = xmlWriter.storeDocument(bytes);
     result.step = xmlWriter.failedStep();
     result.error = xmlWriter.failedError();
@@ -244,6 +249,32 @@ StoreResult StorePolicyDocument(const std::string& directory, const std::string&
     APPLOG_RETURN_CODE_AS("writeLocalPolicy", DBG_Error, "QNCSaxWriter::writeDocument",
                           result.status);
     return result;
+}
+
+}  // namespace
+
+StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
+                                bool bOverwrite) {
+    if (!bOverwrite && !directory.empty() && fileExists(directory + kPolicyFileName)) {
+        StoreResult kept;
+        kept.eOutcome = StoreResult::KEPT;
+        return kept;
+    }
+    return store(-1, directory, kPolicyFileName, bytes, bOverwrite);
+}
+
+StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
+                                  const std::string& fileName, const std::string& bytes,
+                                  bool bOverwrite) {
+    struct stat entry {};
+    if (!bOverwrite &&
+        (::fstatat(directoryFd, fileName.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 ||
+         (errno != ENOENT && errno != ENOTDIR))) {
+        StoreResult kept;
+        kept.eOutcome = StoreResult::KEPT;
+        return kept;
+    }
+    return store(directoryFd, directory, fileName, bytes, bOverwrite);
 }
 
 // ---- Reading ----

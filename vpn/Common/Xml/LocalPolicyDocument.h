@@ -138,11 +138,20 @@ struct StoreResult {
 };
 
 // Stores bytes as "QuillnetLocalPolicy.xml" in directory (with its trailing separator), crash-
-// safely (see QNCSaxWriter.h), mode 0644. Without bOverwrite an existing file is kept, whenever
+// safely (see QNCSaxWriter.h): a new inode, mode 0644, no access ACL, root:root when root
+// stores it. Without bOverwrite an existing file is kept, whenever
 // it appeared. Logs a failure as generation does: the writer's record, then the manager's
 // "writeLocalPolicy" record with the status.
 StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
                                 bool bOverwrite);
+// The same through directoryFd, a readable descriptor (O_RDONLY | O_DIRECTORY) of the directory
+// the caller opened and examined itself: the bytes become fileName in exactly that directory,
+// whatever happens to its path meanwhile; directory (with its trailing separator) names it in
+// records. Without bOverwrite anything at fileName is kept, a dangling link or an entry that
+// cannot be examined included.
+StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
+                                  const std::string& fileName, const std::string& bytes,
+                                  bool bOverwrite);
 
 // ---- Reading --------------------------------------------------------------------------------
 
