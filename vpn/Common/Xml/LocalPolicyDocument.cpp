@@ -300,6 +300,14 @@ DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
     return read;
 }
 
+DocumentRead ReadPolicyStream(int fd, const std::string& name, const ReadOptions& options) {
+    DocumentRead read;
+    readWith(read, options, "XmlParser::parseStream", [fd, &name, &options](XmlParser& parser) {
+        return parser.parseStream(fd, options.bSecure, name);
+    });
+    return read;
+}
+
 bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
                         LocalQNPolicyInfo& rRecord, bool bLog) {
     if (rRetained == XmlLocalQNPolMgr::NONE) {

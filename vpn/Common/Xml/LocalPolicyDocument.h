@@ -228,6 +228,9 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
 // Reads an in-memory document; name stands for it in records.
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options);
+// Reads what fd delivers (standard input, a pipe) as it arrives, under the parser's limits
+// and at most XmlParser::kMaxStreamBytes; name stands for it in records.
+DocumentRead ReadPolicyStream(int fd, const std::string& name, const ReadOptions& options);
 
 // The FIPS retention of one manager: the mode fixed by its first load that parses the file,
 // applied by every later load that parses it (a load without a file, or with a failed parse,

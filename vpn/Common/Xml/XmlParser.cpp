@@ -91,6 +91,10 @@ class XmlParser::Source {
     // no more than its size at open plus kGrowthBytes is accepted.
     Source(int fd, size_t size) : m_fd(fd), m_size(size), m_limit(size + kGrowthBytes) {}
     Source(const char* data, size_t size) : m_data(data), m_size(size), m_limit(size) {}
+    // A stream (standard input, a pipe) has no size to bound it: kMaxStreamBytes does.
+    explicit Source(int fd) : m_fd(fd), m_limit(kMaxStreamBytes), m_bStream(true) {}
+
+    bool streamed() const { return m_bStream; }
 
     // The document's size when it was opened.
     size_t size() const { return m_size; }
@@ -137,6 +141,7 @@ class XmlParser::Source {
     size_t m_size = 0;
     size_t m_limit = 0;
     size_t m_offset = 0;
+    bool m_bStream = false;
 };
 
 // One parse: the expat parser, the handler, and the text of the element being read. Lives on
@@ -486,6 +491,16 @@ STATUSCODE XmlParser::parseBuffer(const char* data, size_t size, bool bSecure,
     return parse(source, bSecure, name, "parseBuffer");
 }
 
+STATUSCODE XmlParser::parseStream(int fd, bool bSecure, const std::string& name) {
+    m_lastFailure = Failure();
+    if (m_pXmlMgr == nullptr) {
+        return fail("parseStream", __LINE__, XMLPARSER_ERROR_NULL_POINTER,
+                    "Cannot parse " + quoted(name), {0, 0, "no event handler was given"});
+    }
+    Source source(fd);
+    return parse(source, bSecure, name, "parseStream");
+}
+
 STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& name,
                             const char* function) {
     Session session(m_pXmlMgr, bSecure);
@@ -502,7 +517,8 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
     m_pSession = &session;
 
     XML_Parser parser = session.parser();
-    size_t want = source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
+    size_t want =
+        !source.streamed() && source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
     // A streamed document's first buffer has room for the next piece too, beside what expat
     // keeps of the first: expat then reuses it for every later piece of that size instead of
     // allocating a larger one after the first.
@@ -522,6 +538,13 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                         "Reading " + quoted(name) + " failed after " +
                             std::to_string(source.offset()) + " bytes: read failed",
                         {0, 0, qnsys::errnoText(error)});
+        }
+        if (source.overflowed() && source.streamed()) {
+            return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
+                        "Refused " + quoted(name),
+                        {0, 0,
+                         "more than " + std::to_string(source.limit()) +
+                             " bytes of input, the most a stream may hold"});
         }
         if (source.overflowed()) {
             return fail(

@@ -74,6 +74,9 @@ class XmlParser {
     // always fits; several large values in one start tag may not.
     static constexpr size_t kMaxMarkupBytes = kMaxTextBytes + 2 * kMaxNameBytes + 64;
     static constexpr size_t kGrowthBytes = size_t{64} << 10;
+    // The most a stream (parseStream) may hold: far beyond any policy file, and a bound on
+    // the time and memory an endless input costs.
+    static constexpr size_t kMaxStreamBytes = size_t{64} << 20;
 
     // The handler is remembered, not owned; it must outlive the parser.
     explicit XmlParser(XmlMgr* pXmlMgr);
@@ -83,6 +86,11 @@ class XmlParser {
 
     // Parses the file at path; 0 when the document was parsed to its end.
     STATUSCODE parseFile(const std::string& path, bool bSecure);
+
+    // Parses what fd delivers until its end (standard input, a pipe: anything read() reads)
+    // the same way, as it arrives, and refuses it (XMLPARSER_ERROR_LIMIT_EXCEEDED) once it
+    // has delivered more than kMaxStreamBytes; name stands for it in the log. fd stays open.
+    STATUSCODE parseStream(int fd, bool bSecure, const std::string& name);
 
     // Parses an in-memory document the same way; name stands for the document in the log.
     STATUSCODE parseBuffer(const char* data, size_t size, bool bSecure,
