@@ -349,12 +349,14 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
          "unknown-abbreviation:fmm=true unknown-abbreviation:FM=TRUE value-not-allowed:sct=yes",
          ""},
         {"ecc= upal=", "empty-value:ecc= empty-value:upal=", ""},
-        {"'upal=;' 'upal=, ;'", "empty-value:upal=; duplicate-argument:upal=, ;", ""},
+        {"'upal=;' 'upal=, ;'", "empty-value:upal=; server-name:upal=, ;", ""},
         {"fm=true fm=false", "duplicate-argument:fm=false", ""},
         {"rpc=credentials,Thumbprints", "",
          "unknown-caching-token:rpc=credentials,Thumbprints "
          "ignored-caching-token:rpc=credentials,Thumbprints"},
-        {"'upal=a; gw2.example.com ' fm=true", "", "padded-server-name:upal=a; gw2.example.com "},
+        {"'upal=a; gw2.example.com ' fm=true", "server-name:upal=a; gw2.example.com ", ""},
+        {"'upal=gw1 gw2' \"$(printf 'upal=gw1\\ngw2')\"",
+         "server-name:upal=gw1 gw2 server-name:upal=gw1\ngw2", ""},
     };
     for (const auto& [args, skipped, findings] : cases) {
         const ToolRun run("generate " + args + d);
@@ -378,12 +380,14 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
 
     // --lenient is the installer's behaviour: the library's spelling of the tunnel value,
     // which the client does not apply, with a warning.
-    const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC 'upal=;'" + d);
+    const ToolRun lenient("generate --lenient fmm=true fm=true rtp=IPSEC 'upal=;' 'upal=gw1 gw2'" +
+                          d);
     EXPECT_EQ(lenient.status, 0);
     EXPECT_EQ(lenient.json().at("result"), "written");
     EXPECT_EQ(kindsOf(lenient.json().at("skipped")),
               "unknown-abbreviation:fmm=true empty-value:upal=;");
-    EXPECT_EQ(kindsOf(lenient.json().at("findings")), "tunnel-value-not-applied:rtp=IPSEC");
+    EXPECT_EQ(kindsOf(lenient.json().at("findings")),
+              "tunnel-value-not-applied:rtp=IPSEC blank-in-server-name:upal=gw1 gw2");
     const Json shown = ToolRun("show --json" + d).json();
     EXPECT_EQ(shown.at("settings").at("FipsMode"), true);
     EXPECT_EQ(shown.at("settings").at("RestrictTunnelProtocols"), "false");

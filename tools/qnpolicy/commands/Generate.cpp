@@ -50,7 +50,7 @@ const char kGenerateResultSchema[] = R"({
             "properties": {
                 "argument": {"type": "string"},
                 "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
-                                  "value-not-allowed", "duplicate-argument"]},
+                                  "value-not-allowed", "server-name", "duplicate-argument"]},
                 "message": {"type": "string"}
             },
             "additionalProperties": false}},
@@ -123,7 +123,6 @@ struct SkippedArgument {
     std::string argument;  // as given
     std::string kind;
     std::string message;
-    size_t index = 0;  // its position among the arguments
 };
 
 // A finding of the would-be document, with the argument it came from (empty when none).
@@ -164,11 +163,14 @@ SkippedArgument describe(const RefusedArgument& refused,
                     "vocabulary`)"};
         case ArgumentRefusal::EMPTY_VALUE:
             return {argument.text, "empty-value",
-                    "the value is empty, so the setting would not be written"};
+                    argument.pSetting == nullptr
+                        ? "the value is empty, so the setting would not be written"
+                        : "the value names no server (names are separated by \",\" and \";\"), "
+                          "so the list would be empty"};
         case ArgumentRefusal::UNKNOWN_ABBREVIATION: {
             std::vector<std::string> abbreviations;
-            for (const auto& row : LocalPolicyVocabulary()) {
-                abbreviations.push_back(row.first);
+            for (const LocalPolicySettingInfo* setting : InstallerSettings()) {
+                abbreviations.push_back(setting->abbreviation);
             }
             const std::string suggestion = SuggestName(argument.abbreviation, abbreviations);
             return {argument.text, "unknown-abbreviation",
@@ -180,11 +182,18 @@ SkippedArgument describe(const RefusedArgument& refused,
         case ArgumentRefusal::VALUE_NOT_ALLOWED:
             return {argument.text, "value-not-allowed",
                     Quoted(argument.value) + " is not an allowed value for " +
-                        Quoted(argument.pRow->tstrFullName) + "; allowed (ignoring case): " +
-                        Join(argument.pRow->listAllowedValues, ", ", true)};
+                        Quoted(argument.pSetting->element) + "; allowed (ignoring case): " +
+                        Join(argument.pSetting->allowedValues, ", ", true)};
+        case ArgumentRefusal::SERVER_NAME:
+            return {argument.text, "server-name",
+                    "the server name " + Quoted(refused.serverName) +
+                        " holds white space or a control character, which the client would "
+                        "keep as part of one name; separate names with \",\" or \";\" "
+                        "(upal=gw1;gw2), or give long lists with --args-from, one argument per "
+                        "line"};
         case ArgumentRefusal::DUPLICATE:
             return {argument.text, "duplicate-argument",
-                    Quoted(argument.pRow->tstrFullName) + " is already set by " +
+                    Quoted(argument.pSetting->element) + " is already set by " +
                         Quoted(policyArgs.at(refused.usedIndex)) + ", whose value is used"};
     }
     return {};
@@ -199,7 +208,7 @@ std::string argumentOf(const LintFinding& finding, const ArgumentCheck& check) {
             ? FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST)->element
             : finding.element;
     for (const InstallerArgument& argument : check.accepted) {
-        if (argument.pRow->tstrFullName == element) {
+        if (argument.pSetting->element == element) {
             return argument.text;
         }
     }
@@ -322,37 +331,19 @@ int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
     for (const std::string& argument : m_policyArgs) {
         argv.push_back(argument.c_str());
     }
-    ArgumentCheck check =
-        CheckInstallerArguments(argv.data(), argv.size(), LocalPolicyVocabulary());
+    // The tool writes what the client applies: where the vocabulary spells an accepted value in
+    // a way the reader does not apply ("TLS", "IPSec"), the reader's spelling, so that every
+    // setting can be deployed; and it refuses a server list that names no server or a name
+    // with a blank. --lenient is the installer's behaviour: the library's spelling and names,
+    // of which the linter then warns.
+    ArgumentCheckOptions options;
+    options.bStrict = true;
+    options.bAppliedSpelling = !m_bLenient;
+    options.bPlainServerNames = !m_bLenient;
+    const ArgumentCheck check = CheckInstallerArguments(argv.data(), argv.size(), options);
     for (const RefusedArgument& refused : check.refused) {
         rPlan.skipped.push_back(describe(refused, m_policyArgs));
-        rPlan.skipped.back().index = refused.argument.index;
     }
-    for (const InstallerArgument& argument : check.accepted) {
-        PolicySettings& settings = check.settings;
-        std::string& value =
-            (argument.pRow->bIsUpdatePolicy ? settings.updatePolicies
-                                            : settings.policies)[argument.pRow->tstrFullName];
-        // A server list that names no server would write an empty list: refused like an empty
-        // value, since it is almost always a mistake.
-        if (argument.pSetting->kind == LocalPolicySettingKind::SERVER_LIST &&
-            SplitServerList(value).empty()) {
-            rPlan.skipped.push_back({argument.text, "empty-value",
-                                     "the value names no server (names are separated by \",\" "
-                                     "and \";\"), so the list would be empty",
-                                     argument.index});
-        }
-        // The tool writes what the client applies: where the vocabulary spells an accepted
-        // value in a way the reader does not apply ("TLS", "IPSec"), the reader's spelling
-        // ("tls", "ipsec"), so that every setting can be deployed. --lenient is the installer's
-        // behaviour, the library's spelling, of which the linter then warns.
-        if (!m_bLenient) {
-            value = AppliedSpelling(*argument.pSetting, value);
-        }
-    }
-    std::stable_sort(
-        rPlan.skipped.begin(), rPlan.skipped.end(),
-        [](const SkippedArgument& a, const SkippedArgument& b) { return a.index < b.index; });
     if (RenderPolicyDocument(check.settings, context.InstallDir(), rPlan.document) != 0) {
         return context.Fail(kExitDataError, errorkind::kRefused,
                             "the document cannot be written from these arguments: a value holds "

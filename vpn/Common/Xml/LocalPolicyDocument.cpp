@@ -9,6 +9,7 @@
 #include <strings.h>  // strncasecmp
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "AppLogHere.h"
@@ -108,13 +109,62 @@ const PolicyVocabulary& LocalPolicyVocabulary() {
     return vocabulary;
 }
 
+const std::vector<const LocalPolicySettingInfo*>& InstallerSettings() {
+    static const std::vector<const LocalPolicySettingInfo*> settings = [] {
+        std::vector<const LocalPolicySettingInfo*> rows;
+        for (const LocalPolicySettingInfo& info : LocalPolicySettings()) {
+            if (!info.abbreviation.empty()) {
+                rows.push_back(&info);
+            }
+        }
+        std::sort(rows.begin(), rows.end(),
+                  [](const LocalPolicySettingInfo* a, const LocalPolicySettingInfo* b) {
+                      return a->abbreviation < b->abbreviation;
+                  });
+        return rows;
+    }();
+    return settings;
+}
+
+const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation) {
+    const std::vector<const LocalPolicySettingInfo*>& settings = InstallerSettings();
+    const auto found =
+        std::lower_bound(settings.begin(), settings.end(), abbreviation,
+                         [](const LocalPolicySettingInfo* row, std::string_view text) {
+                             return row->abbreviation < text;
+                         });
+    return found != settings.end() && (*found)->abbreviation == abbreviation ? *found : nullptr;
+}
+
 bool SameTextIgnoringCase(std::string_view a, std::string_view b) {
     // Whole texts: a value with an embedded NUL must not match its prefix.
     return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
+namespace {
+
+// Why an accepted server list must still be refused under the options: no name in it, or a
+// name that breaks the server-name rule (that name in rServerName). NONE when it may be used.
+enum class ServerListFault { NONE, NO_SERVER, SERVER_NAME };
+ServerListFault serverListFault(const std::string& value, const ArgumentCheckOptions& options,
+                                std::string& rServerName) {
+    const std::vector<std::string> servers = SplitServerList(value);
+    if (options.bStrict && servers.empty()) {
+        return ServerListFault::NO_SERVER;
+    }
+    for (const std::string& server : servers) {
+        if (options.bPlainServerNames && HasBlankOrControl(server)) {
+            rServerName = server;
+            return ServerListFault::SERVER_NAME;
+        }
+    }
+    return ServerListFault::NONE;
+}
+
+}  // namespace
+
 ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
-                                      const PolicyVocabulary& vocabulary) {
+                                      const ArgumentCheckOptions& options) {
     ArgumentCheck check;
     // The index of the argument that set each element.
     std::map<std::string, size_t> setBy;
@@ -125,8 +175,11 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
         InstallerArgument argument;
         argument.index = i;
         argument.text = policyArgs[i];
-        const auto refuse = [&check, &argument](ArgumentRefusal eReason, size_t usedIndex = 0) {
-            check.refused.push_back(RefusedArgument{std::move(argument), eReason, usedIndex});
+        RefusedArgument refusal;
+        const auto refuse = [&check, &argument, &refusal](ArgumentRefusal eReason) {
+            refusal.argument = std::move(argument);
+            refusal.eReason = eReason;
+            check.refused.push_back(std::move(refusal));
         };
         const std::string::size_type posOfEqual = argument.text.find('=');
         if (posOfEqual == std::string::npos) {
@@ -139,26 +192,38 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
             refuse(ArgumentRefusal::EMPTY_VALUE);  // an abbreviation without a value asks nothing
             continue;
         }
-        const auto row = vocabulary.find(argument.abbreviation);
-        if (row == vocabulary.end()) {
+        argument.pSetting = options.findSetting ? options.findSetting(argument.abbreviation)
+                                                : FindInstallerSetting(argument.abbreviation);
+        if (argument.pSetting == nullptr) {
             refuse(ArgumentRefusal::UNKNOWN_ABBREVIATION);
             continue;
         }
-        argument.pRow = &row->second;
-        argument.pSetting = FindLocalPolicySetting(row->second.tstrFullName);
+        const LocalPolicySettingInfo& setting = *argument.pSetting;
         // A refused value is left as given, so that a message can quote the installer's text.
-        if (!MatchAllowedValue(row->second.listAllowedValues, argument.value)) {
+        std::string value = argument.value;
+        if (!(options.matchValue ? options.matchValue(setting, value)
+                                 : MatchAllowedValue(setting.allowedValues, value))) {
             refuse(ArgumentRefusal::VALUE_NOT_ALLOWED);
             continue;
         }
-        const auto used = setBy.emplace(row->second.tstrFullName, i);
+        if (setting.kind == LocalPolicySettingKind::SERVER_LIST) {
+            const ServerListFault eFault = serverListFault(value, options, refusal.serverName);
+            if (eFault != ServerListFault::NONE) {
+                refuse(eFault == ServerListFault::NO_SERVER ? ArgumentRefusal::EMPTY_VALUE
+                                                            : ArgumentRefusal::SERVER_NAME);
+                continue;
+            }
+        }
+        const auto used = setBy.emplace(setting.element, i);
         if (!used.second) {
-            refuse(ArgumentRefusal::DUPLICATE, used.first->second);
+            refusal.usedIndex = used.first->second;
+            refuse(ArgumentRefusal::DUPLICATE);
             continue;
         }
-        (row->second.bIsUpdatePolicy ? check.settings.updatePolicies
-                                     : check.settings.policies)[row->second.tstrFullName] =
-            argument.value;
+        argument.value = options.bAppliedSpelling ? AppliedSpelling(setting, value) : value;
+        (setting.section == LocalPolicySection::UPDATE_POLICY
+             ? check.settings.updatePolicies
+             : check.settings.policies)[setting.element] = argument.value;
         check.accepted.push_back(std::move(argument));
     }
     return check;

@@ -9,7 +9,7 @@
 // over these operations; the command-line tool calls them directly and decides nothing from a
 // log record.
 //
-//   ArgumentCheck check = CheckInstallerArguments(args, count, LocalPolicyVocabulary());
+//   ArgumentCheck check = CheckInstallerArguments(args, count);
 //   std::string bytes;
 //   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
 //       StoreResult stored = StorePolicyDocument(directory, bytes, true);
@@ -25,6 +25,7 @@
 // whose shape and records stay fixed; these values are for the tools built beside it.
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -41,10 +42,16 @@ namespace qnpolicy {
 
 // ---- Installer arguments ------------------------------------------------------------------
 
-// The vocabulary: abbreviation to row, the catalogue's settings that have an abbreviation.
-// Built once; the manager's table is a copy of it.
+// The vocabulary as the manager's table holds it: abbreviation to row, the catalogue's
+// settings that have an abbreviation. Built once; the manager's table is a copy of it.
 using PolicyVocabulary = std::map<std::string, LocalPolicySetting>;
 const PolicyVocabulary& LocalPolicyVocabulary();
+
+// The catalogue's settings that have an installer abbreviation, in ascending abbreviation order
+// (the order of the manager's table), and the one of an abbreviation, compared exactly (null
+// for none): the vocabulary looked up in the catalogue itself, without the table's copies.
+const std::vector<const LocalPolicySettingInfo*>& InstallerSettings();
+const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation);
 
 // The one value-matching rule of generation: value is accepted when allowedValues is empty
 // (any text, left as given) or equals one of them ignoring ASCII letter case, whole strings
@@ -68,26 +75,27 @@ bool MatchAllowedValue(const AllowedValues& allowedValues, std::string& value) {
 // Why generation does not use an argument, in the order the reasons are tested.
 enum class ArgumentRefusal {
     MISSING_EQUALS,        // no "=" in it
-    EMPTY_VALUE,           // nothing after the first "="
+    EMPTY_VALUE,           // nothing after the first "="; with bStrict, a server list of no name
     UNKNOWN_ABBREVIATION,  // the text before it is no abbreviation (they are case-sensitive)
     VALUE_NOT_ALLOWED,     // the value matches none of the row's allowed values
+    SERVER_NAME,           // bPlainServerNames: a server name holds white space or a control
     DUPLICATE,             // an earlier argument already set the same element
 };
 
 // One installer argument, split at its first "=".
 struct InstallerArgument {
-    size_t index = 0;                          // its position among the arguments given
-    std::string text;                          // as given
-    std::string abbreviation;                  // before the first "="
-    std::string value;                         // after it; accepted: in the vocabulary's spelling
-    const LocalPolicySetting* pRow = nullptr;  // its vocabulary row, when the abbreviation is one
-    const LocalPolicySettingInfo* pSetting = nullptr;  // and that row's catalogue row
+    size_t index = 0;          // its position among the arguments given
+    std::string text;          // as given
+    std::string abbreviation;  // before the first "="
+    std::string value;         // after it; accepted: in the spelling the options ask for
+    const LocalPolicySettingInfo* pSetting = nullptr;  // its setting, when the abbreviation is one
 };
 
 struct RefusedArgument {
     InstallerArgument argument;  // its value as given
     ArgumentRefusal eReason;
-    size_t usedIndex = 0;  // DUPLICATE: the index of the argument whose value is used
+    size_t usedIndex = 0;    // DUPLICATE: the index of the argument whose value is used
+    std::string serverName;  // SERVER_NAME: the first name that breaks the rule
 };
 
 // The settings a document is rendered from: element name to text, in the two sections.
@@ -102,11 +110,30 @@ struct ArgumentCheck {
     PolicySettings settings;                  // the accepted values by element
 };
 
-// Checks installer arguments as generation does, against a vocabulary: null entries are
-// skipped; the others are refused for the first reason that applies, or accepted with the
-// vocabulary's spelling of their value. Logs nothing.
+// How CheckInstallerArguments decides. The defaults are generation's own rules, the manager's
+// GenerateLocalPolicy hands its own table lookup and valueIsAllowed; a caller that is stricter
+// than an installer (the command-line tool) asks for more.
+struct ArgumentCheckOptions {
+    // The setting an abbreviation stands for, null when none (default: FindInstallerSetting).
+    std::function<const LocalPolicySettingInfo*(const std::string& abbreviation)> findSetting;
+    // Whether value is allowed for setting, turning it into the allowed spelling (default:
+    // MatchAllowedValue over setting.allowedValues).
+    std::function<bool(const LocalPolicySettingInfo& setting, std::string& value)> matchValue;
+    // A server list that names no server (only separators) is refused as an empty value.
+    bool bStrict = false;
+    // Accepted values take the spelling the reader applies ("TLS" becomes "tls", see
+    // AppliedSpelling), not the vocabulary's, so that every setting written takes effect.
+    bool bAppliedSpelling = false;
+    // The server-name rule: a server list holding a name with white space or a control
+    // character anywhere (HasBlankOrControl) is refused: the reader would keep it as one name.
+    bool bPlainServerNames = false;
+};
+
+// Checks installer arguments as generation does: null entries are skipped; the others are
+// refused for the first reason that applies, or accepted with their value in the spelling the
+// options ask for. Logs nothing.
 ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
-                                      const PolicyVocabulary& vocabulary);
+                                      const ArgumentCheckOptions& options = {});
 
 // ---- Rendering and storing ------------------------------------------------------------------
 

@@ -268,12 +268,23 @@ TextEffect applyServerName(const LocalPolicySettingInfo& /*row*/, const std::str
 
 void checkServerName(const LocalPolicySettingInfo& /*row*/, std::string_view text,
                      std::vector<TextProblem>& problems) {
-    if (!text.empty() && trimmed(text).size() != text.size()) {
+    if (!HasBlankOrControl(text)) {
+        return;
+    }
+    const std::string_view inner = trimmed(text);
+    if (!HasBlankOrControl(inner)) {
         problems.push_back({findingkind::kPaddedServerName,
                             "Server name " + Quoted(text) +
                                 " has blanks around it; the reader keeps them, so the name is "
                                 "authorized with them."});
+        return;
     }
+    problems.push_back({findingkind::kBlankInServerName,
+                        "Server name " + Quoted(text) +
+                            " holds white space or a control character: the reader keeps it "
+                            "whole, as one name with the blank inside, so no server it may "
+                            "have meant to list is authorized. Give each server its own "
+                            "ServerName element."});
 }
 
 std::vector<std::string> noValue(const LocalPolicySettingInfo& /*row*/,
@@ -392,6 +403,20 @@ std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string
         }
     }
     return value;
+}
+
+bool HasBlankOrControl(std::string_view name) {
+    for (size_t i = 0; i < name.size(); ++i) {
+        const auto c = static_cast<unsigned char>(name[i]);
+        // C1 controls are U+0080 to U+009F, in UTF-8 0xC2 followed by 0x80 to 0x9F.
+        const bool bC1 = c == 0xC2 && i + 1 < name.size() &&
+                         static_cast<unsigned char>(name[i + 1]) <= 0x9F &&
+                         static_cast<unsigned char>(name[i + 1]) >= 0x80;
+        if (c <= 0x20 || c == 0x7F || bC1) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row) {

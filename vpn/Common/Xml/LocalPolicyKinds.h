@@ -38,6 +38,7 @@ inline constexpr char kServerListOutsideSection[] = "server-list-outside-section
 inline constexpr char kServerNameOutsideList[] = "server-name-outside-list";
 inline constexpr char kServerListText[] = "server-list-text";
 inline constexpr char kPaddedServerName[] = "padded-server-name";
+inline constexpr char kBlankInServerName[] = "blank-in-server-name";
 inline constexpr char kDuplicateServerName[] = "duplicate-server-name";
 inline constexpr char kUnknownCachingToken[] = "unknown-caching-token";
 inline constexpr char kIgnoredCachingToken[] = "ignored-caching-token";
@@ -102,6 +103,11 @@ std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row);
 // command-line tool writes, so that every setting it writes takes effect; the library's own
 // generation keeps the vocabulary's spelling.
 std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value);
+
+// Whether a server name holds XML white space (space, tab, line feed, carriage return) or a
+// control character (U+0000 to U+001F, U+007F to U+009F) anywhere. The reader keeps such a
+// name whole, as one server, blanks included: "gw1 gw2" authorizes no server called gw1.
+bool HasBlankOrControl(std::string_view name);
 
 // The row's allowed installer values in the spelling the command-line tool writes them in
 // (AppliedSpelling); empty for a free value, whose spelling is kept.

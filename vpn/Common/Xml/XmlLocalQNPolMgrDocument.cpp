@@ -31,8 +31,18 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
         APPLOG_MESSAGE(DBG_Warning, "%s", qnpolicy::kFileKeptMessage);
         return true;
     }
-    const qnpolicy::ArgumentCheck check = qnpolicy::CheckInstallerArguments(
-        policyArgs, static_cast<size_t>(numPolicyArgs), m_policyTransTable);
+    // The table is looked up and values matched as the vocabulary's operations do.
+    qnpolicy::ArgumentCheckOptions options;
+    options.findSetting = [this](const std::string& abbreviation) {
+        const auto row = m_policyTransTable.find(abbreviation);
+        return row == m_policyTransTable.end() ? nullptr
+                                               : FindLocalPolicySetting(row->second.tstrFullName);
+    };
+    options.matchValue = [this](const LocalPolicySettingInfo& setting, std::string& value) {
+        return valueIsAllowed(m_policyTransTable.at(setting.abbreviation), value);
+    };
+    const qnpolicy::ArgumentCheck check =
+        qnpolicy::CheckInstallerArguments(policyArgs, static_cast<size_t>(numPolicyArgs), options);
     // One warning per refused argument, in argument order; an empty value asks for nothing
     // and draws none.
     for (const qnpolicy::RefusedArgument& refused : check.refused) {
@@ -45,6 +55,7 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
                                argument.text.c_str());
                 break;
             case qnpolicy::ArgumentRefusal::EMPTY_VALUE:
+            case qnpolicy::ArgumentRefusal::SERVER_NAME:  // not asked for: never given here
                 break;
             case qnpolicy::ArgumentRefusal::UNKNOWN_ABBREVIATION:
                 APPLOG_MESSAGE(DBG_Warning, "ignoring undefined abbreviation %s",
@@ -52,12 +63,12 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
                 break;
             case qnpolicy::ArgumentRefusal::VALUE_NOT_ALLOWED:
                 APPLOG_MESSAGE(DBG_Warning, "%s is not an allowed value for policy %s",
-                               argument.value.c_str(), argument.pRow->tstrFullName.c_str());
+                               argument.value.c_str(), argument.pSetting->element.c_str());
                 break;
             case qnpolicy::ArgumentRefusal::DUPLICATE:
                 APPLOG_MESSAGE(DBG_Warning,
                                "ignoring duplicate policy arg %s. The first value will be used",
-                               argument.pRow->tstrFullName.c_str());
+                               argument.pSetting->element.c_str());
                 break;
         }
     }
