@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "MessageText.h"
@@ -42,7 +43,7 @@ std::string kindsAndLines(const LintResult& result) {
 // lacks.
 TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy [ <!ENTITY t \"true\"> ]>\n"
+        {"<?xml version=\"1.0\"?>\n<!-- no DTD: the client refuses a file with one -->\n"
          "<QuillnetLocalPolicy qnversion=\"5.1.8.106\">\n<BypassDownloader/>\n"
          "<RestrictWebLaunch value=\"true\"/>\n<EnableCRLCheck>True</EnableCRLCheck>\n"
          "<ServerName>gw3</ServerName>\n"
@@ -56,7 +57,7 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
          // The nested section's end ended the outer one too, as for the reader.
          "<AllowScriptUpdatesFromAnyServer>true</AllowScriptUpdatesFromAnyServer>\n"
          "</UpdatePolicy></QuillnetLocalPolicy>\n",
-         "doctype:2 newer-version:3 empty-value:4 ignored-attribute:5 "
+         "newer-version:3 empty-value:4 ignored-attribute:5 "
          "empty-value:5 non-boolean-value:6 server-name-outside-list:7 "
          "caching-restrictions-cleared:8 ignored-caching-token:8 duplicate-setting:9 empty-value:9 "
          "tunnel-value-not-applied:10 non-boolean-value:11 padded-server-name:13 "
@@ -92,11 +93,12 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
         {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>"
          "<StrictCertificateTrust>true</StrictCertificateTrust></QuillnetLocalPolicy>",
          ""},
-        // A refused document gives the client nothing, so nothing is overridden.
-        {"<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy>"
-         "<StrictCertificateTrust>false</StrictCertificateTrust>"
-         "<RestrictServerCertStore>true</RestrictServerCertStore></QuillnetLocalPolicy>",
-         "doctype:1"},
+        // A root inside the root is read like the root, its version included; a server name
+        // with a blank inside is kept as one name.
+        {"<QuillnetLocalPolicy>\n<QuillnetLocalPolicy qnversion=\"9\">\n<UpdatePolicy>"
+         "<AuthorizedServerList><ServerName>gw1 gw2</ServerName><ServerName>gw&#x85;</ServerName>"
+         "</AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy></QuillnetLocalPolicy>",
+         "nested-root-element:2 newer-version:2 blank-in-server-name:3 blank-in-server-name:3"},
         // Clean documents give nothing.
         {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
          "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
@@ -111,15 +113,28 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
 }
 
 // A document that cannot be read is unreadable with the parser's reason and position; the
-// findings before the failure stay.
+// findings before the failure stay. A DTD makes the client refuse the whole file, so it is
+// unreadable before anything is read.
 TEST(PolicyLinter, ReportsWhereAnUnreadableDocumentStops) {
-    const LintResult result =
-        LintPolicyBytes("<QuillnetLocalPolicy>\n<FipsMode>yes</FipsMode>\n<a>", "p.xml");
-    EXPECT_FALSE(result.bReadable);
-    EXPECT_EQ(result.failureReason, "no element found");
-    EXPECT_EQ(result.failureLine, 3U);
-    EXPECT_EQ(result.failureColumn, 4U);
-    EXPECT_EQ(kindsAndLines(result), "non-boolean-value:2 unknown-element:3");
+    const std::vector<
+        std::tuple<std::string, std::string, unsigned long, unsigned long, std::string>>
+        cases = {
+            {"<QuillnetLocalPolicy>\n<FipsMode>yes</FipsMode>\n<a>", "no element found", 3, 4,
+             "non-boolean-value:2 unknown-element:3"},
+            {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy>"
+             "<StrictCertificateTrust>false</StrictCertificateTrust>"
+             "<RestrictServerCertStore>true</RestrictServerCertStore></QuillnetLocalPolicy>",
+             "document type declaration \"QuillnetLocalPolicy\" (a secure parse accepts no DTD)", 2,
+             30, ""},
+        };
+    for (const auto& [content, reason, line, column, findings] : cases) {
+        const LintResult result = LintPolicyBytes(content, "p.xml");
+        EXPECT_FALSE(result.bReadable);
+        EXPECT_EQ(result.failureReason, reason);
+        EXPECT_EQ(result.failureLine, line);
+        EXPECT_EQ(result.failureColumn, column);
+        EXPECT_EQ(kindsAndLines(result), findings);
+    }
 }
 
 // The override finding names both settings and is a warning: the client is stricter than the

@@ -15,8 +15,8 @@
 namespace qnpolicy::tool {
 
 const std::vector<FindingKindInfo> kFindingKinds = {
-    {findingkind::kDoctype, Severity::ERROR},
     {findingkind::kUnknownElement, Severity::ERROR},
+    {findingkind::kNestedRootElement, Severity::WARNING},
     {findingkind::kIgnoredAttribute, Severity::ERROR},
     {findingkind::kNewerVersion, Severity::WARNING},
     {findingkind::kNonBooleanValue, Severity::ERROR},
@@ -28,6 +28,7 @@ const std::vector<FindingKindInfo> kFindingKinds = {
     {findingkind::kServerNameOutsideList, Severity::ERROR},
     {findingkind::kServerListText, Severity::ERROR},
     {findingkind::kPaddedServerName, Severity::WARNING},
+    {findingkind::kBlankInServerName, Severity::WARNING},
     {findingkind::kDuplicateServerName, Severity::WARNING},
     {findingkind::kUnknownCachingToken, Severity::ERROR},
     {findingkind::kIgnoredCachingToken, Severity::ERROR},
@@ -249,6 +250,14 @@ class CLinter : public ReadObserver {
                 break;
             }
             case ReadAction::READ:
+                if (element.bRootName && !bFirst) {
+                    report(element, findingkind::kNestedRootElement, [] {
+                        return std::string(
+                            "\"QuillnetLocalPolicy\" inside the document: the reader takes it "
+                            "like the root, so a qnversion attribute on it replaces the file's "
+                            "version, and the settings inside it count.");
+                    });
+                }
                 if (element.bUpdatePolicy && m_uiOpenUpdatePolicies > 0) {
                     report(element, findingkind::kNestedUpdatePolicy, [] {
                         return std::string(
@@ -400,39 +409,17 @@ class CLinter : public ReadObserver {
     std::map<const LocalPolicySettingInfo*, StatedFlag> m_statedFlags;
 };
 
-// Reads with a linter watching: the client's secure read first; a DTD it refuses becomes a
-// finding, and the rest is linted by a read that tolerates the DTD (still never reading
-// anything outside the document).
+// Reads with a linter watching, as the client reads: a document it refuses (a DTD included)
+// is unreadable, with the findings made before the refusal.
 template <typename Read>
 LintResult lint(Read read) {
     LintResult result;
     ReadOptions options;
     options.bLog = false;
-    CLinter secure(result);
-    options.pObserver = &secure;
-    DocumentRead document = read(options);
-    // A refused document gives the client nothing to override: only the secure read's record
-    // is the client's.
-    if (document.status != XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        secure.reportOverrides(document.record);
-    }
-    if (document.status == XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        result = LintResult();
-        CLinter tolerant(result);
-        options.bSecure = false;
-        options.pObserver = &tolerant;
-        const DocumentRead refused = document;
-        document = read(options);
-        tolerant.report(
-            refused.line, refused.column, findingkind::kDoctype,
-            [] {
-                return std::string(
-                    "The file declares a DTD. The client refuses every policy file with a DOCTYPE "
-                    "declaration: loading fails and none of its settings take effect. Remove the "
-                    "declaration.");
-            },
-            std::string_view());
-    }
+    CLinter linter(result);
+    options.pObserver = &linter;
+    const DocumentRead document = read(options);
+    linter.reportOverrides(document.record);
     if (!document.bExists) {
         result.bReadable = false;
         result.failureReason = "no such file";

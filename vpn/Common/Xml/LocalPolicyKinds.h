@@ -25,8 +25,8 @@ namespace qnpolicy {
 
 // The stable names of what a check finds, for scripts; the tool gives each its severity.
 namespace findingkind {
-inline constexpr char kDoctype[] = "doctype";
 inline constexpr char kUnknownElement[] = "unknown-element";
+inline constexpr char kNestedRootElement[] = "nested-root-element";
 inline constexpr char kIgnoredAttribute[] = "ignored-attribute";
 inline constexpr char kNewerVersion[] = "newer-version";
 inline constexpr char kNonBooleanValue[] = "non-boolean-value";
