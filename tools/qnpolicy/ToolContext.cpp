@@ -50,12 +50,18 @@ void CToolContext::Error(const std::string& message) {
     m_err << m_prefix << message << '\n' << std::flush;
 }
 
-int CToolContext::Fail(int exitCode, const char* kind, const std::string& message) {
+int CToolContext::Fail(int exitCode, const char* kind, const std::string& message,
+                       const std::vector<std::string>& details) {
+    std::string whole;
+    for (const std::string& detail : details) {
+        Error(detail);
+        whole += detail + " ";
+    }
     Error(message);
     if (m_options.bJson) {
         CJsonWriter json(m_out);
         json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
-        json.Key("kind").String(kind).Key("message").String(message);
+        json.Key("kind").String(kind).Key("message").String(whole + message);
         json.EndObject().EndObject().Finish();
     }
     return exitCode;

@@ -4,6 +4,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "AppLog.h"
 
@@ -26,7 +27,7 @@ inline constexpr int kExitDataError = 65;
 inline constexpr int kExitNoInput = 66;
 // EX_SOFTWARE: an unexpected exception, such as running out of memory.
 inline constexpr int kExitInternal = 70;
-// EX_CANTCREAT: the policy file cannot be created (or kept) safely in the install directory.
+// EX_CANTCREAT: the policy file cannot be created, kept or repaired safely.
 inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
@@ -47,8 +48,8 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,
-     "generate: the policy file cannot be created, or its directory is unsafe, in the install "
-     "directory"},
+     "generate: the policy file cannot be created, kept or repaired safely: its path or the "
+     "file on disk is unsafe, or something other than a regular file is there"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
 };
 
@@ -61,6 +62,8 @@ inline constexpr char kNoSuchDirectory[] = "no-such-directory";
 inline constexpr char kUnreadable[] = "unreadable";
 inline constexpr char kRefused[] = "refused";
 inline constexpr char kUnsafeDirectory[] = "unsafe-directory";
+inline constexpr char kUnsafeFile[] = "unsafe-file";
+inline constexpr char kNotRegularFile[] = "not-regular-file";
 inline constexpr char kCannotCreate[] = "cannot-create";
 inline constexpr char kIoError[] = "io-error";
 inline constexpr char kInternal[] = "internal";
@@ -108,10 +111,12 @@ class CToolContext {
 
     // A failure of the run; always printed.
     void Error(const std::string& message);
-    // A failure that ends the run before it has a result: printed as Error, and with --json
-    // as the one object on standard output, {"formatVersion": 1, "error": {"kind", "message"}}.
-    // Returns exitCode.
-    int Fail(int exitCode, const char* kind, const std::string& message);
+    // A failure that ends the run before it has a result: each detail, then the message,
+    // printed once as Error, and with --json the one object on standard output,
+    // {"formatVersion": 1, "error": {"kind", "message"}}, whose message holds the details
+    // and the message. Returns exitCode.
+    int Fail(int exitCode, const char* kind, const std::string& message,
+             const std::vector<std::string>& details = {});
     // A warning or a note about the result; --quiet drops them.
     void Warning(const std::string& message);
     void Note(const std::string& message);

@@ -2,13 +2,9 @@
 // qnpolicy show: the effective policy as the client sees it after loading the file, every
 // setting named by its element in catalogue order.
 
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <iomanip>
-#include <iostream>
-#include <iterator>
 
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
@@ -16,6 +12,7 @@
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "output/Output.h"
+#include "sysutils.h"
 
 namespace qnpolicy::tool {
 
@@ -72,31 +69,21 @@ class CShowCommand : public CCommand {
     int Run(CToolContext& context) override {
         std::string path = context.InstallPolicyPath();
         const bool bStandardInput = !m_files.empty() && m_files.front() == kStandardInput;
-        std::string content;
         if (bStandardInput) {
             path = kStandardInputName;
-            content.assign(std::istreambuf_iterator<char>(std::cin),
-                           std::istreambuf_iterator<char>());
-            if (std::cin.bad()) {
-                return context.Fail(kExitIoError, errorkind::kIoError,
-                                    "cannot read standard input");
-            }
         } else if (!m_files.empty()) {
             path = m_files.front();
-            struct stat status {};
-            if (::stat(path.c_str(), &status) != 0) {
-                const int error = errno;
-                return context.Fail(
-                    error == ENOENT ? kExitNoInput : kExitUnreadable,
-                    error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
-                    Quoted(path) + ": " +
-                        (error == ENOENT ? std::string("no such file") : std::strerror(error)));
+            // Only "nothing there" is a missing file; what cannot be examined fails the load.
+            if (!fileExists(path)) {
+                return context.Fail(kExitNoInput, errorkind::kNoSuchFile,
+                                    Quoted(path) + ": no such file");
             }
         }
-        // Read as a fresh client's first load reads it: its FIPS mode is the file's. Built in
-        // place: the record of a large list is not copied.
-        const DocumentRead read = bStandardInput ? ReadPolicyBytes(content, path, ReadOptions())
-                                                 : ReadPolicyFile(path, ReadOptions());
+        // Read as a fresh client's first load reads it: its FIPS mode is the file's; standard
+        // input as it streams. Built in place: the record of a large list is not copied.
+        const DocumentRead read = bStandardInput
+                                      ? ReadPolicyStream(STDIN_FILENO, path, ReadOptions())
+                                      : ReadPolicyFile(path, ReadOptions());
         if (read.status != 0) {
             reportFailure(context, path, read);
             return kExitUnreadable;
@@ -120,12 +107,12 @@ class CShowCommand : public CCommand {
             json.Key("message").String(read.reason).Key("line").Number(read.line);
             json.Key("column").Number(read.column).EndObject().EndObject().Finish();
         }
-        context.Error("cannot load " + path +
-                      (read.line != 0
-                           ? ":" + std::to_string(read.line) + ":" + std::to_string(read.column)
-                           : std::string()) +
+        context.Error("cannot load " + Quoted(path) +
+                      (read.line != 0 ? " at line " + std::to_string(read.line) + ", column " +
+                                            std::to_string(read.column)
+                                      : std::string()) +
                       ": " + read.reason + " (`qnpolicy check` lists every flaw). " +
-                      kUnreadableFileConsequence);
+                      (read.line != 0 ? kUnreadableFileConsequence : kMissingFileConsequence));
     }
 
     static void writeJson(std::ostream& out, const std::string& path, const DocumentRead& read) {
@@ -183,10 +170,11 @@ class CShowCommand : public CCommand {
 
     static void printText(std::ostream& out, const std::string& path, const DocumentRead& read) {
         const LocalQNPolicyInfo& info = read.record;
-        out << "Policy file: " << path
+        out << "Policy file: " << DisplayName(path)
             << (read.bExists ? " (present)" : " (absent: defaults apply)") << '\n';
-        out << "Version:     " << (info.GetQNVersion().empty() ? "(none)" : info.GetQNVersion())
-            << '\n';
+        // The version is the file's text: quoted, so that no text can forge a line.
+        out << "Version:     "
+            << (info.GetQNVersion().empty() ? "(none)" : Quoted(info.GetQNVersion())) << '\n';
         out << "FipsModeModifiedOnDisk: false\n";
         out << "Effective policy:\n";
         bool bInUpdateSection = false;

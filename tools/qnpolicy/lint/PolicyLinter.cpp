@@ -37,6 +37,7 @@ const std::vector<FindingKindInfo> kFindingKinds = {
     {findingkind::kOverriddenSetting, Severity::WARNING},
     {findingkind::kFileOwner, Severity::ERROR},
     {findingkind::kFilePermissions, Severity::ERROR},
+    {findingkind::kUnsafePath, Severity::ERROR},
 };
 
 Severity SeverityOf(std::string_view kind) {
@@ -440,6 +441,11 @@ LintResult lint(Read read) {
 
 LintResult LintPolicyFile(const std::string& path) {
     return lint([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); });
+}
+
+LintResult LintPolicyStream(int fd, const std::string& name) {
+    return lint(
+        [fd, &name](const ReadOptions& options) { return ReadPolicyStream(fd, name, options); });
 }
 
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name) {

@@ -47,6 +47,7 @@ inline constexpr char kTunnelValueNotApplied[] = "tunnel-value-not-applied";
 inline constexpr char kOverriddenSetting[] = "overridden-setting";
 inline constexpr char kFileOwner[] = "file-owner";
 inline constexpr char kFilePermissions[] = "file-permissions";
+inline constexpr char kUnsafePath[] = "unsafe-path";
 }  // namespace findingkind
 
 // One place where a text will not do what it seems to say.
