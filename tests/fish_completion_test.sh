@@ -31,7 +31,7 @@ expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --vers
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log=s' '--log=stderr --log=syslog'
 expect 'qnpolicy --log syslog ch' 'check'
-expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
+expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --args-from --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy check --ig' '--ignore'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
 expect 'qnpolicy generate fm=' 'fm=false fm=true'
