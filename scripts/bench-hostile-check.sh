@@ -9,7 +9,7 @@
 #   scripts/bench-hostile-check.sh [QNPOLICY]      default build/tools/qnpolicy/qnpolicy
 set -euo pipefail
 tool=${1:-build/tools/qnpolicy/qnpolicy}
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 elements=873000
 

@@ -30,7 +30,7 @@ release=$(rpmspec -q --srpm --qf '%{RELEASE}' "$recipe")
 # RPM package, its Debian counterpart.
 pairs=("qnpolicy qnpolicy" "quillnet-localpolicy-devel libquillnet-localpolicy-dev")
 failures=0
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
 fail() {

@@ -10,7 +10,7 @@ set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/completion_expect.sh"
 completion=$(realpath "$1")
 
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 mkdir -p "$work/cwd/sub"
 touch "$work/cwd/a.xml"

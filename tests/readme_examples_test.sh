@@ -66,7 +66,7 @@ fi
 
 tool=$(realpath "$1")
 readme=$(realpath "$2")
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 # Inside a chroot whose root is no mount point (a fresh build root), the propagation of "/"
 # cannot be changed; the namespace then keeps it, and the inside unmounts its two scratch

@@ -12,7 +12,7 @@ source /usr/share/bash-completion/bash_completion
 # shellcheck source=/dev/null
 source "$1"
 
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 mkdir sub

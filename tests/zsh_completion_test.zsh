@@ -9,7 +9,7 @@
 zmodload zsh/zpty zsh/zselect || exit 1
 
 completion=${1:A}
-work=$(mktemp -d) || exit 1
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX) || exit 1
 trap 'zpty -d qn 2>/dev/null; rm -rf $work' EXIT
 mkdir -p $work/functions $work/cwd/sub || exit 1
 touch $work/cwd/a.xml
