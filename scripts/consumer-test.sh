@@ -30,4 +30,35 @@ pc_dir=$(dirname "$(find "$prefix" -path '*/pkgconfig/quillnet-localpolicy.pc' |
 c++ -std=c++17 -o "$consumer_build/consumer-pkg-config" "$root/tests/consumer/main.cpp" \
     $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs quillnet-localpolicy)
 "$consumer_build/consumer-pkg-config"
-echo "consumer: 2 passed (find_package, pkg-config), 0 failed"
+
+# The C++ examples of the README's section on consuming the library, each compiled and linked
+# as printed: its #include lines first, the rest as the body of main().
+examples=0
+while IFS= read -r -d '' example; do
+    examples=$((examples + 1))
+    source_file="$consumer_build/readme-example-$examples.cpp"
+    {
+        echo '#include <iostream>'
+        grep '^#include' <<<"$example"
+        echo 'int main() {'
+        grep -v '^#include' <<<"$example"
+        echo 'return 0;'
+        echo '}'
+    } >"$source_file"
+    # shellcheck disable=SC2046  # the flags are words
+    if ! c++ -std=c++17 -o "${source_file%.cpp}" "$source_file" \
+        $(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs quillnet-localpolicy); then
+        echo "consumer: the README's example $examples does not compile ($source_file)" >&2
+        exit 1
+    fi
+done < <(awk '
+    /^## / { inside = ($0 == "## Installing and consuming the library") }
+    inside && /^```cpp$/ { code = 1; text = ""; next }
+    inside && code && /^```$/ { code = 0; printf "%s%c", text, 0; next }
+    code { text = text $0 "\n" }
+' "$root/README.md")
+if [ "$examples" -lt 2 ]; then
+    echo "consumer: found $examples C++ examples in the README's section on consuming the library" >&2
+    exit 1
+fi
+echo "consumer: 2 passed (find_package, pkg-config), 0 failed; $examples README examples compile"

@@ -161,6 +161,7 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
         {{"success", "schema"}, "schema --json-schema check"},
         {{"findings", "generate"}, "generate --diff --overwrite fm=false --install-dir $D"},
         {{"findings", "check"}, "check --ignore file-owner $F"},
+        {{"no such file", "generate"}, "generate --args-from $N --install-dir $D"},
         {{"no such file", "show"}, "show $N"},
         {{"no such file", "check"}, "check $N"},
         {{"no such install directory", "generate"}, "generate fm=true --install-dir $N"},

@@ -181,8 +181,8 @@ SkippedArgument describe(const RefusedArgument& refused,
                     "the server name " + Quoted(refused.serverName) +
                         " holds white space or a control character, which the client would "
                         "keep as part of one name; separate names with \",\" or \";\" "
-                        "(upal=gw1;gw2), or give long lists with --args-from, one argument per "
-                        "line"};
+                        "(upal=gw1;gw2), and give a list too long for a command line as one "
+                        "upal= line of --args-from"};
         case ArgumentRefusal::DUPLICATE:
             return {argument.text, "duplicate-argument",
                     Quoted(argument.pSetting->element) + " is already set by " +
