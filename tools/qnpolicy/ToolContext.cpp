@@ -54,7 +54,7 @@ int CToolContext::Fail(int exitCode, const char* kind, const std::string& messag
                        const std::vector<std::string>& details) {
     std::string whole;
     for (const std::string& detail : details) {
-        Error(detail);
+        Error("error: " + detail);
         whole += detail + " ";
     }
     Error(message);

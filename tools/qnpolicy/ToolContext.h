@@ -111,8 +111,8 @@ class CToolContext {
 
     // A failure of the run; always printed.
     void Error(const std::string& message);
-    // A failure that ends the run before it has a result: each detail, then the message,
-    // printed once as Error, and with --json the one object on standard output,
+    // A failure that ends the run before it has a result: each detail (as "error: DETAIL"),
+    // then the message, printed once as Error, and with --json the one object on standard output,
     // {"formatVersion": 1, "error": {"kind", "message"}}, whose message holds the details
     // and the message. Returns exitCode.
     int Fail(int exitCode, const char* kind, const std::string& message,

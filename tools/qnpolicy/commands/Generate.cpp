@@ -381,7 +381,7 @@ Stop CGenerateCommand::unsafeTarget(const Plan& plan, const std::string& path,
                       ": its path is unsafe (--allow-unsafe-directory writes anyway).",
                   {}};
         for (const PathProblem& problem : audit.problems) {
-            stop.details.push_back("error: " + std::string(problem.kind) + ": " + problem.message);
+            stop.details.push_back(std::string(problem.kind) + ": " + problem.message);
         }
         return stop;
     }

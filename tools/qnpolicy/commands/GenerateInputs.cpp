@@ -28,8 +28,7 @@ constexpr mode_t kPolicyFileMode = 0644;
 bool readAtMost(int fd, size_t limit, std::string& rContent, int& rError) {
     char piece[kReadPiece];
     while (rContent.size() <= limit) {
-        const ssize_t got =
-            ::read(fd, piece, std::min(sizeof piece, limit + 1 - rContent.size()));
+        const ssize_t got = ::read(fd, piece, std::min(sizeof piece, limit + 1 - rContent.size()));
         if (got < 0 && errno == EINTR) {
             continue;
         }
@@ -89,8 +88,9 @@ ArgumentFileFailure splitLines(const std::string& content, const std::string& sh
         }
         if (end < content.size() && !line.empty() && line.back() == '\r') {
             return {kExitDataError, errorkind::kRefused,
-                    where + " ends with a carriage return (a CRLF line end), which would be "
-                            "part of its value: write the file with LF line ends"};
+                    where +
+                        " ends with a carriage return (a CRLF line end), which would be "
+                        "part of its value: write the file with LF line ends"};
         }
         if (!line.empty()) {
             rArguments.emplace_back(line);
@@ -113,15 +113,15 @@ ArgumentFileFailure ReadArgumentFile(const std::string& path,
             const int error = errno;
             return error == ENOENT ? ArgumentFileFailure{kExitNoInput, errorkind::kNoSuchFile,
                                                          "--args-from " + shown + ": no such file"}
-                                   : ArgumentFileFailure{kExitUnreadable, errorkind::kUnreadable,
-                                                         "--args-from " + shown + ": " +
-                                                             qnsys::errnoText(error)};
+                                   : ArgumentFileFailure{
+                                         kExitUnreadable, errorkind::kUnreadable,
+                                         "--args-from " + shown + ": " + qnsys::errnoText(error)};
         }
     }
     std::string content;
     int error = 0;
-    if (!readAtMost(bStandardInput ? STDIN_FILENO : file.get(), XmlParser::kMaxStreamBytes,
-                    content, error)) {
+    if (!readAtMost(bStandardInput ? STDIN_FILENO : file.get(), XmlParser::kMaxStreamBytes, content,
+                    error)) {
         return {kExitUnreadable, errorkind::kUnreadable,
                 "--args-from " + shown + ": " + qnsys::errnoText(error)};
     }
@@ -150,8 +150,8 @@ ExistingFile ExamineExistingFile(const CDirectoryHandle& directory, const std::s
     }
     bool bAcl = false;
     if (bRead || ::geteuid() == 0) {
-        const qnsys::UniqueFd fd(::openat(directory.Fd(), name.c_str(),
-                                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        const qnsys::UniqueFd fd(
+            ::openat(directory.Fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (!fd.valid() || ::fstat(fd.get(), &status) != 0) {
             existing.readError = errno;
             return existing;

@@ -37,8 +37,7 @@ std::string shellWord(const std::string& path) {
 }
 
 // The components of path in order, without empty ones and ".".
-void appendComponents(const std::string& path, std::deque<std::string>& rComponents,
-                      bool bFront) {
+void appendComponents(const std::string& path, std::deque<std::string>& rComponents, bool bFront) {
     std::deque<std::string> components;
     for (size_t start = 0; start <= path.size();) {
         const size_t slash = std::min(path.find('/', start), path.size());
@@ -105,7 +104,8 @@ class CPathWalk {
         return uid == 0 || (m_eTrust == Trust::WRITER && uid == ::geteuid());
     }
     const char* trustedOwners() const {
-        return m_eTrust == Trust::CLIENT ? "not root" : "neither root nor the user running qnpolicy";
+        return m_eTrust == Trust::CLIENT ? "not root"
+                                         : "neither root nor the user running qnpolicy";
     }
     void problem(std::string message) {
         m_rAudit.problems.push_back({findingkind::kUnsafePath, std::move(message)});
@@ -211,8 +211,8 @@ class CPathWalk {
                     shellWord(component));
         }
         std::string target(PATH_MAX, '\0');
-        const ssize_t length = ::readlinkat(m_directories.back().fd.get(), name.c_str(),
-                                            target.data(), target.size());
+        const ssize_t length =
+            ::readlinkat(m_directories.back().fd.get(), name.c_str(), target.data(), target.size());
         if (length < 0) {
             cannotExamine(component, errno);
             return false;
@@ -233,16 +233,16 @@ class CPathWalk {
     void finish() {
         WalkedDirectory& last = m_directories.back();
         if (last.bStickyExcused) {
-            const std::string shown = last.path.size() > 1 ? last.path.substr(0, last.path.size() - 1) : last.path;
+            const std::string shown =
+                last.path.size() > 1 ? last.path.substr(0, last.path.size() - 1) : last.path;
             problem("The directory " + Quoted(shown) +
                     " holds the policy file and others can write in it: the sticky bit does not "
                     "stop them from creating the file while it is absent. Run: chmod go-w " +
                     shellWord(shown));
         }
-        qnsys::UniqueFd readable(
-            ::openat(last.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        m_rAudit.directory =
-            CDirectoryHandle(readable.valid() ? std::move(readable) : std::move(last.fd), last.path);
+        qnsys::UniqueFd readable(::openat(last.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        m_rAudit.directory = CDirectoryHandle(
+            readable.valid() ? std::move(readable) : std::move(last.fd), last.path);
     }
 
     Trust m_eTrust;
@@ -267,11 +267,12 @@ PathAudit AuditPolicyPath(const std::string& path, Trust eTrust) {
 std::vector<PathProblem> FileProblems(const struct stat& file, const std::string& path) {
     std::vector<PathProblem> problems;
     if (file.st_uid != 0) {
-        problems.push_back({findingkind::kFileOwner, "The file " + Quoted(path) + " is owned by user id " +
-                                              std::to_string(file.st_uid) +
-                                              ", not by root: that user can change the policy. "
-                                              "Run: chown root " +
-                                              shellWord(path)});
+        problems.push_back(
+            {findingkind::kFileOwner, "The file " + Quoted(path) + " is owned by user id " +
+                                          std::to_string(file.st_uid) +
+                                          ", not by root: that user can change the policy. "
+                                          "Run: chown root " +
+                                          shellWord(path)});
     }
     if ((file.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         problems.push_back({findingkind::kFilePermissions,
