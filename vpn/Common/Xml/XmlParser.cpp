@@ -540,9 +540,11 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                         {0, 0, qnsys::errnoText(error)});
         }
         if (source.overflowed() && source.streamed()) {
+            // Where the parse had got to: what was read before stays read, as for any refusal.
+            const Position at = session.currentPosition();
             return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
-                        "Refused " + quoted(name),
-                        {0, 0,
+                        located("Refused", name, at),
+                        {at.line, at.column,
                          "more than " + std::to_string(source.limit()) +
                              " bytes of input, the most a stream may hold"});
         }
