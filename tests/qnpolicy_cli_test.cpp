@@ -283,6 +283,7 @@ TEST(QnpolicyTool, DispatchesEachCommandLineWithAReason) {
         {"generate --all-defaults fm=true" + d, 64, "--all-defaults takes no ABBREV=VALUE"},
         {"generate --dry-run --diff fm=true" + d, 64, "excludes"},
         {"check --ignore file-owners", 64, "did you mean file-owner?"},
+        {"check --ignore doctype", 64, "unknown finding kind \"doctype\""},
         {"--quiet -v vocabulary", 64, "excludes"},
         {"vocabulary --install-dir /tmp", 64, "--install-dir"},
         {"--install-dir /tmp vocabulary", 64, "--install-dir does not apply to vocabulary"},
@@ -759,6 +760,7 @@ TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
         {"ln -s none $T/link", "$T/link", 2},
         {"mkdir -m 755 $T/j; ln -s none $T/j/QuillnetLocalPolicy.xml", "--install-dir $T/j", 2},
         {"mkdir $T/dir", "$T/dir", 2},
+        {"printf '<!DOCTYPE x>\\n<QuillnetLocalPolicy/>' >$T/dtd", "$T/dtd", 2},
         {"mkdir -m 700 $T/c; echo '<QuillnetLocalPolicy/>' > $T/c/p", "NOBODY $T/c/p", 2},
         {"", "STREAM", 2},
     };
