@@ -72,6 +72,7 @@ void addPathFindings(const std::string& path, LintResult& rResult) {
         problems.insert(problems.end(), file.begin(), file.end());
     }
     std::vector<LintFinding> findings;
+    findings.reserve(problems.size());
     for (PathProblem& problem : problems) {
         findings.push_back(LintFinding{0, 0, problem.kind, SeverityOf(problem.kind),
                                        std::move(problem.message), std::string()});
