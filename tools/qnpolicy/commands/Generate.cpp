@@ -140,6 +140,9 @@ struct Plan {
     ExistingFile existing;       // what is at the path, links followed
     bool bDanglingLink = false;  // the path holds a link to nothing
     std::string failure;         // why a write failed
+    // A kept file that another writer made after this run looked: before the store began
+    // (the store kept it) or while the new file was written (its name was taken meanwhile).
+    const char* appeared = nullptr;
 };
 
 // Why the library does not use an argument: a message naming the argument, quoting its value,
@@ -431,8 +434,11 @@ GenerateResult CGenerateCommand::store(Plan& rPlan, GenerateResult eDecided,
     switch (stored.eOutcome) {
         case StoreResult::WRITTEN:
             return eDecided;
-        case StoreResult::KEPT:    // appeared since the plan looked
-        case StoreResult::EXISTS:  // appeared while the new file was written
+        case StoreResult::KEPT:
+        case StoreResult::EXISTS:
+            // Another writer's file, which is kept only if it is safe (examined again).
+            rPlan.appeared = stored.eOutcome == StoreResult::KEPT ? "after this run looked"
+                                                                  : "while this run wrote its own";
             rPlan.existing = ExamineExistingFile(directory, rPlan.audit.name, false, 0);
             return GenerateResult::KEPT;
         case StoreResult::NOT_SYNCED:
@@ -538,6 +544,10 @@ std::string resultText(GenerateResult eResult, const std::string& path, const Pl
                    ".";
         }
         case GenerateResult::KEPT:
+            if (plan.appeared != nullptr) {
+                return "Kept the policy file " + shown + " that another writer made " +
+                       plan.appeared + " (use --overwrite to replace it).";
+            }
             return (bDryRun ? "Would keep the existing policy file "
                             : "Kept the existing policy file ") +
                    shown + " (use --overwrite to replace it).";
