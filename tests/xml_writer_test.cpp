@@ -120,28 +120,13 @@ TEST_F(XmlWriter, RefusesAMalformedDocumentWithTheStatusOfItsFirstFault) {
               QNCSAXWRITER_ERROR_DUPLICATE_ATTRIBUTE);
 }
 
-// A default ACL that lets nobody write every file made in the directory: the kernel's binary
-// form (version 2; entries of tag, permissions and id).
-std::string defaultAclGrantingNobodyWrite() {
-    std::string acl;
-    const auto add = [&acl](uint32_t value, size_t bytes) {
-        for (size_t i = 0; i < bytes; ++i) {
-            acl.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
-        }
-    };
-    add(2, 4);
-    for (const auto& [tag, permissions, id] :
-         std::vector<std::tuple<uint32_t, uint32_t, uint32_t>>{{0x01, 7, ~0U},
-                                                               {0x02, 6, qntest::kNobody},
-                                                               {0x04, 5, ~0U},
-                                                               {0x10, 7, ~0U},
-                                                               {0x20, 5, ~0U}}) {
-        add(tag, 2);
-        add(permissions, 2);
-        add(id, 4);
-    }
-    return acl;
-}
+// A default ACL that lets nobody (65534) write every file made in the directory, in the
+// kernel's form: version 2, then tag, permissions and id of user::rwx, user:65534:rw-,
+// group::r-x, mask::rwx and other::r-x.
+const std::string kDefaultAclGrantingNobodyWrite =
+    "\x02\0\0\0"
+    "\x01\0\x07\0\xFF\xFF\xFF\xFF\x02\0\x06\0\xFE\xFF\0\0\x04\0\x05\0\xFF\xFF\xFF\xFF"
+    "\x10\0\x07\0\xFF\xFF\xFF\xFF\x20\0\x05\0\xFF\xFF\xFF\xFF"s;
 
 // Whatever the directory hands down (a setgid directory of another group, a default ACL that
 // lets others write), the stored file is root's, 0644, without an access ACL, and a new inode:
@@ -151,7 +136,7 @@ TEST_F(XmlWriter, StoresANewRootOwnedFileWithoutWhatTheDirectoryHandsDown) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root to give directories away";
     }
-    const std::string acl = defaultAclGrantingNobodyWrite();
+    const std::string& acl = kDefaultAclGrantingNobodyWrite;
     const std::vector<std::pair<const char*, std::function<bool(const std::string&)>>> cases = {
         {"plain", [](const std::string&) { return true; }},
         {"setgid",
