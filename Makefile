@@ -68,7 +68,7 @@ lint: deps
 	cmake --preset default
 	bash scripts/lint.sh build
 
-# The Debian packages libquillnet-localpolicy-dev and qnpolicy in build-package/, checked by
+# The Debian packages libquillnet-localpolicy1, -dev and qnpolicy in build-package/, checked by
 # lintian; package-test installs them into this system, uses them and removes them again.
 package: deps
 	bash scripts/build-packages.sh build-package
@@ -76,7 +76,7 @@ package: deps
 package-test: package
 	bash scripts/package-test.sh build-package
 
-# The RPM packages qnpolicy and quillnet-localpolicy-devel in build-rpm/, built with this
+# The RPM packages quillnet-localpolicy, -devel and qnpolicy in build-rpm/, built with this
 # machine's rpmbuild from packaging/rpm/ and checked by rpmlint; rpm-test compares them with
 # the Debian packages of build-package/ (built first if they are not of this tree), installs
 # them into a scratch root, uses them there and removes them again (root).

@@ -111,7 +111,7 @@ void versions(std::string& rest) {
     y.resize(x.size());
     check((a < b) == (x < y) && (a == b) == (x == y) && (a > b) == (x > y));
     // The bounded comparison of a text of any length with a short reference.
-    check(IsVersionTextGreater(rest, ".,", a) == (y > x));
+    check(qnpolicy::IsVersionTextGreater(rest, ".,", a) == (y > x));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds the Debian packages libquillnet-localpolicy-dev and qnpolicy from a copy of the
+# Builds the Debian packages libquillnet-localpolicy1, -dev and qnpolicy from a copy of the
 # working tree (build directories and .git left out), so that dpkg-buildpackage, which writes
 # into the parent directory, leaves the tree untouched. DEB_BUILD_OPTIONS defaults to
 # "nocheck parallel=2". The packages, .buildinfo and .changes land in OUT_DIR (default

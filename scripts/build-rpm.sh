@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Builds the RPM packages qnpolicy and quillnet-localpolicy-devel with this machine's rpmbuild
+# Builds the RPM packages quillnet-localpolicy, -devel and qnpolicy with this machine's rpmbuild
 # from packaging/rpm/quillnet-localpolicy.spec, on a source archive of the files git knows or
 # would add (what a clean clone with these changes holds, as build-packages.sh does for the
 # Debian packages). rpmbuild runs with --nodeps: the build dependencies are Debian packages,
 # which the RPM database does not know. The packages land in OUT_DIR (default build-rpm/),
-# then rpmlint checks the recipe and both packages with packaging/rpm/rpmlint.toml: any error
-# fails. Packages that pass get the digest of their tree beside them (tree.sha256).
+# then rpmlint checks the recipe and the three packages with packaging/rpm/rpmlint.toml: any
+# error fails. Packages that pass get the digest of their tree beside them (tree.sha256).
 #   build-rpm.sh [OUT_DIR]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)

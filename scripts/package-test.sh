@@ -7,7 +7,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 packages_dir=$(realpath "${1:-$root/build-package}")
-packages=(libquillnet-localpolicy-dev qnpolicy)
+packages=(libquillnet-localpolicy1 libquillnet-localpolicy-dev qnpolicy)
 version=$(dpkg-parsechangelog -l "$root/debian/changelog" -S Version)
 work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 failures=0
@@ -40,7 +40,8 @@ for package in "${packages[@]}"; do
 done
 trap cleanup EXIT
 
-dpkg -i "$packages_dir"/libquillnet-localpolicy-dev_"$version"_*.deb \
+dpkg -i "$packages_dir"/libquillnet-localpolicy1_"$version"_*.deb \
+    "$packages_dir"/libquillnet-localpolicy-dev_"$version"_*.deb \
     "$packages_dir"/qnpolicy_"$version"_*.deb
 for package in "${packages[@]}"; do
     installed "$package" || fail "$package is not installed"
@@ -75,11 +76,15 @@ qnpolicy generate --install-dir "$work/install" fm=true bd=true "upal=gw1.exampl
 (cd "$work" && ! xmllint --noout --nonet --schema QuillnetLocalPolicy.xsd \
     "$root/examples/flawed-policy.xml" 2> /dev/null) || fail "the flawed sample validates"
 
-# The library: the consumer built against /usr with find_package and with pkg-config.
+# The library: the consumer built against /usr with find_package and with pkg-config, shared
+# and static; then a client linked with the shared library runs with the runtime package alone.
 bash "$root/scripts/consumer-test.sh" --prefix /usr "$work" || fail "the consumer against /usr"
+dpkg -r libquillnet-localpolicy-dev > /dev/null
+"$work/consumer-build/cmake-g++/defaults_through_the_package-shared" > /dev/null 2>&1 ||
+    fail "a client of the shared library does not run with libquillnet-localpolicy1 alone"
 
 # Removal leaves only configuration files; purging leaves nothing.
-dpkg -r "${packages[@]}"
+dpkg -r libquillnet-localpolicy1 qnpolicy
 for file in "${owned[@]}"; do
     if [ -e "$file" ] && [ ! -d "$file" ]; then
         fail "$file is left after dpkg -r"

@@ -3,19 +3,21 @@
 # Checks the RPM packages of RPM_DIR (default build-rpm/) against the Debian packages of
 # DEB_DIR (default build-package/; built there first by build-packages.sh when missing or made
 # from another tree), then installs them into a scratch root and uses them there:
-#   1. rpm -qlp of qnpolicy and quillnet-localpolicy-devel lists what dpkg-deb -c lists for
-#      qnpolicy and libquillnet-localpolicy-dev, with the same permissions, at the RPM paths
-#      (/usr/lib64 for /usr/lib/x86_64-linux-gnu, /etc/sysconfig for /etc/default), and the
+#   1. rpm -qlp of quillnet-localpolicy, quillnet-localpolicy-devel and qnpolicy lists what
+#      dpkg-deb -c lists for libquillnet-localpolicy1, libquillnet-localpolicy-dev and qnpolicy,
+#      with the same permissions, at the RPM paths (/usr/lib64 for /usr/lib/x86_64-linux-gnu,
+#      /etc/sysconfig for /etc/default, each package's own documentation directory), and the
 #      RPM owns every directory of the project's own; only the documented differences below
 #      are allowed. The architecture-independent files (headers, schemas, catalog, manual
-#      pages, completion) are byte for byte the Debian ones.
-#   2. rpm --root installs both into a scratch root that holds only a shell: the catalog
+#      pages, completion, NEWS) are byte for byte the Debian ones.
+#   2. rpm --root installs the three into a scratch root that holds only a shell: the catalog
 #      scriptlets, finding no xmlcatalog, do nothing and fail nothing. Removed again.
 #   3. The same root with xmlcatalog, xmllint and an empty system catalog (what xml-common
 #      provides): the installed qnpolicy runs (--version, schema), %post registers the schema
 #      in the root's /etc/xml/catalog, xmllint inside the root validates a generated policy
-#      through it, tests/consumer builds against the installed -devel package (find_package
-#      and pkg-config), a reinstall keeps exactly one entry of each kind, and rpm -e removes
+#      through it, the consumer test passes against the installed packages (find_package and
+#      pkg-config, shared and static), a client of the shared library runs with the runtime
+#      package alone, a reinstall keeps exactly one entry of each kind, and rpm -e removes
 #      every file and both entries.
 # Needs root (rpm --root and chroot). Everything it creates is in one temporary directory,
 # removed at the end.
@@ -28,7 +30,8 @@ recipe="$root/packaging/rpm/quillnet-localpolicy.spec"
 version=$(rpmspec -q --srpm --qf '%{VERSION}' "$recipe")
 release=$(rpmspec -q --srpm --qf '%{RELEASE}' "$recipe")
 # RPM package, its Debian counterpart.
-pairs=("qnpolicy qnpolicy" "quillnet-localpolicy-devel libquillnet-localpolicy-dev")
+pairs=("quillnet-localpolicy libquillnet-localpolicy1"
+    "quillnet-localpolicy-devel libquillnet-localpolicy-dev" "qnpolicy qnpolicy")
 failures=0
 work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -55,12 +58,18 @@ if [ "$(cat "$deb_dir/tree.sha256" 2>/dev/null)" != "$digest" ]; then
 fi
 
 # --- 1. The file lists and the architecture-independent files against the Debian packages.
-# "PERMISSIONS PATH" of every entry, directories marked by a trailing "/".
+# "PERMISSIONS PATH" of every entry, directories marked by a trailing "/", links without their
+# target. DEB RPM_NAME: the Debian package's entries at the RPM paths, with the two conventions that
+# differ between the families: a shared library is 0644 on Debian and 0755 on RHEL-family
+# systems, and Debian compresses NEWS where RPM keeps it as it is.
 deb_entries() {
     dpkg-deb -c "$1" | awk '{ path = substr($0, index($0, "./") + 1); print $1, path }' |
-        sed -e 's|^\(d[^ ]*\) \(.*[^/]\)$|\1 \2/|' -e '/ \/$/d' |
+        sed -e 's| -> .*$||' -e 's|^\(d[^ ]*\) \(.*[^/]\)$|\1 \2/|' -e '/ \/$/d' |
         sed -e 's| /usr/lib/x86_64-linux-gnu/| /usr/lib64/|' -e 's| /etc/default/| /etc/sysconfig/|' \
-            -e 's| /usr/share/zsh/vendor-completions/| /usr/share/zsh/site-functions/|'
+            -e 's| /usr/share/zsh/vendor-completions/| /usr/share/zsh/site-functions/|' \
+            -e "s| /usr/share/doc/$(dpkg-deb -f "$1" Package)/| /usr/share/doc/$2/|" |
+        sed -E -e 's|^-rw-r--r-- (/usr/lib64/lib[^/]+\.so\.[0-9.]+)$|-rwxr-xr-x \1|' \
+            -e 's|^(.* /usr/share/doc/[^/]+/NEWS)\.gz$|\1|'
 }
 rpm_entries() {
     rpm -qp --qf '[%{FILEMODES:perms} %{FILENAMES}\n]' "$1" 2> /dev/null |
@@ -72,7 +81,7 @@ for pair in "${pairs[@]}"; do
     deb_path=$(deb_file "$deb_name")
     [ -f "$rpm_path" ] || { fail "no $rpm_path"; continue; }
     [ -f "$deb_path" ] || { fail "no $deb_path"; continue; }
-    deb_entries "$deb_path" | sort > "$work/$rpm_name.deb-entries"
+    deb_entries "$deb_path" "$rpm_name" | sort > "$work/$rpm_name.deb-entries"
     rpm_entries "$rpm_path" | sort > "$work/$rpm_name.rpm-entries"
 
     # The documented differences: the Debian package's changelog and copyright (Debian policy;
@@ -80,7 +89,7 @@ for pair in "${pairs[@]}"; do
     # documentation directories. Directories of the system (/usr/, /usr/share/man/man1/ and
     # the like) are owned by the distribution's base packages in an RPM; those of the
     # project's own (a path naming Quillnet) must be owned by the RPM too.
-    grep -v -E "^[^ ]+ /usr/share/doc/$deb_name/(changelog\.gz|copyright)?\$" \
+    grep -v -E "^[^ ]+ /usr/share/doc/$rpm_name/(changelog\.gz|copyright)?\$" \
         "$work/$rpm_name.deb-entries" |
         grep -E '^[^d]|[Qq]uillnet' > "$work/$rpm_name.deb-expected" || true
     grep -v -E "^[^ ]+ /usr/share/licenses/$rpm_name/(LICENSE)?\$" "$work/$rpm_name.rpm-entries" |
@@ -117,8 +126,12 @@ for pair in "${pairs[@]}"; do
         deb_copy="$work/deb/$deb_name${file/#\/etc\/sysconfig\//\/etc\/default\/}"
         # zsh reads vendor completions from another directory on each family.
         deb_copy=${deb_copy/\/usr\/share\/zsh\/site-functions\//\/usr\/share\/zsh\/vendor-completions\/}
+        deb_copy=${deb_copy/\/usr\/share\/doc\/$rpm_name\//\/usr\/share\/doc\/$deb_name\/}
         if [[ "$file" == *.gz ]]; then
             cmp -s <(zcat "$deb_copy") <(zcat "$work/rpm/$rpm_name$file") ||
+                fail "$file differs between $deb_name.deb and $rpm_name.rpm"
+        elif [ ! -e "$deb_copy" ] && [ -f "$deb_copy.gz" ]; then
+            cmp -s <(zcat "$deb_copy.gz") "$work/rpm/$rpm_name$file" ||
                 fail "$file differs between $deb_name.deb and $rpm_name.rpm"
         else
             cmp -s "$deb_copy" "$work/rpm/$rpm_name$file" ||
@@ -153,13 +166,17 @@ quiet_or_fail() {
         fail "$what printed: $(cat "$work/out")"
     fi
 }
-packages=("$(rpm_file qnpolicy)" "$(rpm_file quillnet-localpolicy-devel)")
+rpm_names=(quillnet-localpolicy quillnet-localpolicy-devel qnpolicy)
+packages=()
+for rpm_name in "${rpm_names[@]}"; do
+    packages+=("$(rpm_file "$rpm_name")")
+done
 copy_into_root /bin/sh
 rpm_in_root --initdb
 quiet_or_fail "rpm -i into a root without xmlcatalog" rpm_in_root --nodeps -i "${packages[@]}"
 [ -x "$scratch/usr/bin/qnpolicy" ] || fail "no /usr/bin/qnpolicy in the scratch root"
 [ ! -e "$scratch/etc/xml" ] || fail "the scriptlet made /etc/xml without xmlcatalog"
-quiet_or_fail "rpm -e from a root without xmlcatalog" rpm_in_root -e qnpolicy quillnet-localpolicy-devel
+quiet_or_fail "rpm -e from a root without xmlcatalog" rpm_in_root -e "${rpm_names[@]}"
 [ ! -e "$scratch/usr/bin/qnpolicy" ] || fail "rpm -e left /usr/bin/qnpolicy"
 echo "rpm-test: installed into and removed from a root without xmlcatalog"
 
@@ -169,7 +186,7 @@ mkdir -p "$scratch/etc/xml" "$scratch/tmp"
 xmlcatalog --noout --create "$scratch/etc/xml/catalog"
 cp "$scratch/etc/xml/catalog" "$work/catalog.empty"
 quiet_or_fail "rpm -i" rpm_in_root --nodeps -i "${packages[@]}"
-for package in qnpolicy quillnet-localpolicy-devel; do
+for package in "${rpm_names[@]}"; do
     rpm_in_root -q "$package" > /dev/null 2>&1 || fail "$package is not installed in the scratch root"
 done
 
@@ -203,29 +220,19 @@ in_root /usr/bin/xmllint --noout --nonet --schema QuillnetLocalPolicy.xsd /tmp/f
     > /dev/null 2>&1 && fail "the flawed sample validates in the root"
 echo "rpm-test: qnpolicy runs; the schema resolves through the root's XML catalog"
 
-# The library: tests/consumer against the installed -devel package, with find_package and
-# with pkg-config (its paths moved into the scratch root by the sysroot variable). CMake
-# searches lib64 on a RHEL-family system; Debian's CMake leaves it out unless told.
+# The library: the consumer test against the installed packages, with find_package and with
+# pkg-config (its paths moved into the scratch root by the sysroot variable); then a client of
+# the shared library runs with the runtime package alone.
 consumer="$work/consumer"
-echo 'set_property(GLOBAL PROPERTY FIND_LIBRARY_USE_LIB64_PATHS TRUE)' > "$work/lib64.cmake"
-if cmake -S "$root/tests/consumer" -B "$consumer" -DCMAKE_PREFIX_PATH="$scratch/usr" \
-    -DCMAKE_PROJECT_INCLUDE="$work/lib64.cmake" > "$work/out" 2>&1 &&
-    grep -q -x -F "QuillnetLocalPolicy_DIR:PATH=$scratch/usr/lib64/cmake/QuillnetLocalPolicy" \
-        "$consumer/CMakeCache.txt" &&
-    cmake --build "$consumer" -j2 >> "$work/out" 2>&1 && "$consumer/consumer" >> "$work/out" 2>&1; then
-    echo "rpm-test: tests/consumer built with find_package against the -devel package runs"
+if bash "$root/scripts/consumer-test.sh" --root "$scratch" --prefix /usr "$consumer" > "$work/out" 2>&1; then
+    echo "rpm-test: the consumer test passes against the installed packages: $(tail -n 1 "$work/out")"
 else
-    fail "tests/consumer with find_package against the -devel package: $(cat "$work/out")"
+    fail "the consumer test against the installed packages: $(cat "$work/out")"
 fi
-# shellcheck disable=SC2046  # the flags are words
-if c++ -std=c++17 -o "$consumer/consumer-pkg-config" "$root/tests/consumer/main.cpp" \
-    $(PKG_CONFIG_SYSROOT_DIR="$scratch" PKG_CONFIG_PATH="$scratch/usr/lib64/pkgconfig" \
-        pkg-config --cflags --libs quillnet-localpolicy) > "$work/out" 2>&1 &&
-    "$consumer/consumer-pkg-config" >> "$work/out" 2>&1; then
-    echo "rpm-test: tests/consumer built with pkg-config against the -devel package runs"
-else
-    fail "tests/consumer with pkg-config against the -devel package: $(cat "$work/out")"
-fi
+quiet_or_fail "rpm -e quillnet-localpolicy-devel" rpm_in_root -e quillnet-localpolicy-devel
+LD_LIBRARY_PATH="$scratch/usr/lib64" \
+    "$consumer/consumer-build/cmake-g++/defaults_through_the_package-shared" > /dev/null 2>&1 ||
+    fail "a client of the shared library does not run with quillnet-localpolicy alone"
 
 # A reinstall (as an upgrade runs the scriptlets: the new %post, then the old %postun) keeps
 # exactly one entry of each kind.
@@ -234,8 +241,8 @@ quiet_or_fail "rpm -U --replacepkgs" rpm_in_root --nodeps -U --replacepkgs "${pa
     fail "the system catalog after a reinstall: $(cat "$scratch/etc/xml/catalog")"
 
 # Removal: no file of either package left, and the system catalog as before.
-mapfile -t owned < <(rpm_in_root -ql qnpolicy quillnet-localpolicy-devel)
-quiet_or_fail "rpm -e" rpm_in_root -e qnpolicy quillnet-localpolicy-devel
+mapfile -t owned < <(rpm_in_root -ql "${rpm_names[@]}")
+quiet_or_fail "rpm -e" rpm_in_root -e "${rpm_names[@]}"
 for file in "${owned[@]}"; do
     [ ! -e "$scratch$file" ] || fail "$file is left after rpm -e"
 done

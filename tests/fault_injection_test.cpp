@@ -453,8 +453,9 @@ TEST_F(FaultInjection, GenerationReportsAReplacementItCouldNotSync) {
                                     static_cast<uint32_t>(QNCSAXWRITER_ERROR_NOT_SYNCED)));
 }
 
-// The read path: open, fstat and each read fail in turn; a failing close changes nothing;
-// a file that grows while it is read is read no further than its size at open allows.
+// The read path: open, fstat, each read and the fstat that confirms the file did not change fail
+// in turn; a failing close changes nothing; a file that grows while it is read is read no
+// further than its size at open allows.
 TEST_F(FaultInjection, AFailingReadCallFailsTheParseWithOneRecordNamingTheStep) {
     const std::string document =
         "<QuillnetLocalPolicy><FipsMode>true</FipsMode></QuillnetLocalPolicy>";
@@ -468,7 +469,8 @@ TEST_F(FaultInjection, AFailingReadCallFailsTheParseWithOneRecordNamingTheStep) 
                  {1, "fstat", XMLPARSER_ERROR_FILE_OPEN, "fstat failed: "},
                  {2, "read", XMLPARSER_ERROR_FILE_READ, "read failed: "},
                  {3, "read", XMLPARSER_ERROR_FILE_READ, "read failed: "},
-                 {4, "close", XMLPARSER_SUCCESS, ""}};
+                 {4, "fstat", XMLPARSER_ERROR_FILE_CHANGED, "fstat failed: "},
+                 {5, "close", XMLPARSER_SUCCESS, ""}};
     for (const auto& step : steps) {
         SCOPED_TRACE(step.call);
         m_log.clear();
@@ -508,7 +510,7 @@ TEST_F(FaultInjection, AFailingReadCallFailsTheParseWithOneRecordNamingTheStep) 
     m_log.clear();
     {
         Armed armed(plan);
-        EXPECT_EQ(XmlParser(&ignored).parseFile(path(), true), XMLPARSER_ERROR_FILE_READ);
+        EXPECT_EQ(XmlParser(&ignored).parseFile(path(), true), XMLPARSER_ERROR_FILE_CHANGED);
     }
     ASSERT_EQ(m_log.records().size(), 1U);
     EXPECT_NE(m_log.records()[0].message.find("grew past"), std::string::npos);

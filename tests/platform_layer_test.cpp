@@ -86,10 +86,29 @@ TEST(ManagerLifecycle, EachServiceStaysOneCountedInstanceUnderRacingThreads) {
     expectLifecycle<XmlLocalQNPolMgr>(XMLLOCALQNPOLMGR_ERROR_ALREADY_INITIALIZED);
 }
 
-// The policy location is the service's main path exactly as given, the file name appended
-// without a separator. Without the service, the lookup and its caller each log an error with
-// the service's code, and the working directory is tried. Any entry at the path counts as
-// existing, a directory or a dangling link too.
+// The installation-path service keeps any spelling of a directory with exactly one trailing
+// separator; an empty path stays empty (no installation directory).
+TEST(StoragePath, KeepsTheMainPathWithExactlyOneTrailingSeparator) {
+    const struct {
+        const char* given;
+        const char* kept;
+    } cases[] = {{"/opt/client", "/opt/client/"},
+                 {"/opt/client/", "/opt/client/"},
+                 {"/opt/client///", "/opt/client/"},
+                 {"relative", "relative/"},
+                 {"/", "/"},
+                 {"//", "/"},
+                 {"", ""}};
+    for (const auto& c : cases) {
+        qntest::StoragePathScope storage{std::string(c.given)};
+        EXPECT_EQ(storage->GetMainPath(0, false), c.kept) << c.given;
+    }
+}
+
+// The policy location is the service's main path, the file name appended without a separator
+// of its own: the service keeps the path with exactly one trailing separator. Without the service,
+// the lookup and its caller each log an error with the service's code, and the working directory is
+// tried. Any entry at the path counts as existing, a directory or a dangling link too.
 TEST(PolicyLocation, IsTheMainPathAsGivenPlusTheFileNameElseTheWorkingDirectory) {
     qntest::TempDir tmp;
     qntest::LogCapture log;
@@ -118,11 +137,15 @@ TEST(PolicyLocation, IsTheMainPathAsGivenPlusTheFileNameElseTheWorkingDirectory)
     EXPECT_EQ(logged, expected);
     log.clear();
 
+    // A directory given without its separator gets one: the file is looked for inside it, never
+    // beside it.
     qntest::StoragePathScope storage(tmp.path() + "./client");
     EXPECT_EQ(mgr.GetLocalPolicyLocation(dir, name), XMLLOCALQNPOLMGR_SUCCESS);
-    EXPECT_EQ(dir + "|" + name, tmp.path() + "./client|QuillnetLocalPolicy.xml");
-    EXPECT_FALSE(mgr.LocalPolicyFileExists());
+    EXPECT_EQ(dir + "|" + name, tmp.path() + "./client/|QuillnetLocalPolicy.xml");
     ASSERT_EQ(::symlink("missing", (tmp.path() + "clientQuillnetLocalPolicy.xml").c_str()), 0);
+    ASSERT_EQ(::mkdir((tmp.path() + "client").c_str(), 0700), 0);
+    EXPECT_FALSE(mgr.LocalPolicyFileExists());
+    ASSERT_EQ(::symlink("missing", (tmp.path() + "client/QuillnetLocalPolicy.xml").c_str()), 0);
     EXPECT_TRUE(mgr.LocalPolicyFileExists());
     EXPECT_EQ(CStoragePath::GetAcquisitionCount(), 1U) << "the manager kept an acquisition";
     EXPECT_TRUE(log.records().empty());
@@ -153,7 +176,7 @@ TEST(FileExists, IsFalseOnlyWhenTheSystemSaysNothingIsThere) {
     const std::string answers = qntest::asNobody([&tmp, &cases] {
         std::string text;
         for (const auto& [name, expected] : cases) {
-            text += fileExists(tmp.path() + name) ? '1' : '0';
+            text += qnsys::fileExists(tmp.path() + name) ? '1' : '0';
         }
         return text;
     });
@@ -201,7 +224,7 @@ TEST(Version, EveryComparisonFollowsTheNumericOrder) {
                     const Version a(aText, ".,");
                     const Version b(bText, ".,");
                     EXPECT_EQ(results(a, b), results(aRank, bRank)) << aText << " vs " << bText;
-                    EXPECT_EQ(IsVersionTextGreater(aText, ".,", b), aRank > bRank)
+                    EXPECT_EQ(qnpolicy::IsVersionTextGreater(aText, ".,", b), aRank > bRank)
                         << aText << " vs " << bText;
                 }
             }

@@ -132,7 +132,7 @@ std::vector<std::string> nearMisses(const std::string& text) {
 TEST(PolicyDocuments, TheDocumentedDefaultIsWhatAFileWithoutTheElementReadsAs) {
     const Info empty = read("");
     for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-        EXPECT_EQ(valueOf(row.element, empty), row.defaultValue) << row.element;
+        EXPECT_EQ(valueOf(row.element, empty), LocalPolicyDefaultText(row)) << row.element;
     }
 }
 
@@ -159,7 +159,7 @@ TEST(PolicyDocuments, TheDocumentedTextsAreExactlyTheOnesTheReaderApplies) {
                 }
                 SCOPED_TRACE(tag + " \"" + miss + "\"");
                 EXPECT_EQ(valueOf(tag, read(placed(row, el(tag, miss)))),
-                          other.value_or(row.defaultValue));
+                          other.value_or(LocalPolicyDefaultText(row)));
                 // After each documented text: read as the others, or that text stays.
                 for (const std::string& before : documented) {
                     EXPECT_EQ(valueOf(tag, read(placed(row, el(tag, before) + el(tag, miss)))),
@@ -217,7 +217,7 @@ TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheVocabularyAccepts
             qnpolicy::ReadOptions quiet;
             quiet.bLog = false;
             EXPECT_EQ(valueOf(row.element, qnpolicy::ReadPolicyBytes(document, "p", quiet).record),
-                      bApplied ? value : row.defaultValue)
+                      bApplied ? value : LocalPolicyDefaultText(row))
                 << value;
         }
         const qnpolicy::ArgumentCheck other = check(row.abbreviation + "=maybe");

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading the policy file: the record reset, the FIPS-mode retention over successive loads,
-// the missing file, and failed parses that must leave the retention alone.
+// the missing file, failed parses that must leave the retention alone, and a file rewritten
+// while it is read.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "LocalPolicySettings.h"
 #include "PolicyDocumentFixture.h"
 #include "XmlLocalQNPolMgrTestPeer.h"
 #include "XmlParser.h"
@@ -171,6 +175,68 @@ TEST_F(PolicyLoading, NothingOfAnAbortedLoadCarriesIntoTheNext) {
     EXPECT_EQ(qntest::summarize(info), qntest::summarize(LocalQNPolicyInfo()));
     EXPECT_EQ(logged(),
               (std::vector<std::string>{qntest::structureWarning(), qntest::fipsRecord(false)}));
+}
+
+// A manager that rewrites its own policy file in place (written over from its start, then cut
+// to its new size) while a load reads it, as a program saving over it would: at the first
+// setting, once the first piece of the file has been read, whenever bRewrite is set.
+class RewritingManager : public Mgr {
+  public:
+    explicit RewritingManager(std::string path) : m_path(std::move(path)) {}
+    void addElement(const std::string& elementName) override {
+        Mgr::addElement(elementName);
+        if (bRewrite && FindLocalPolicySetting(elementName) != nullptr) {
+            bRewrite = false;
+            std::fstream(m_path, std::ios::binary | std::ios::in | std::ios::out) << text;
+            std::filesystem::resize_file(m_path, text.size());
+        }
+    }
+    bool bRewrite = false;
+    std::string text;
+
+  private:
+    std::string m_path;
+};
+
+// Every other one of 30,000 loads has its file rewritten in place with the other version while
+// it reads it: the load reads the first piece of one version and, unless it refuses, the rest of
+// the other, whose servers differ. Such a load is refused; the loads between read one version
+// whole.
+TEST_F(PolicyLoading, ALoadDuringAnInPlaceRewriteNeverSucceedsWithAMixedRecord) {
+    // A comment of 66,000 bytes puts the servers beyond the first piece of input the parser reads
+    // (64 KiB).
+    const auto version = [](const char* flag, const char* server) {
+        std::string text = "<QuillnetLocalPolicy><" + std::string(flag) + ">true</" + flag + ">" +
+                           "<!--" + std::string(66000, 'x') + "-->" +
+                           "<UpdatePolicy><AuthorizedServerList>";
+        for (int i = 0; i < 3; ++i) {
+            text += "<ServerName>" + std::string(server) + std::to_string(i) + "</ServerName>";
+        }
+        return text + "</AuthorizedServerList></UpdatePolicy></QuillnetLocalPolicy>";
+    };
+    const std::string versions[] = {version("BypassDownloader", "a"),
+                                    version("RestrictWebLaunch", "bb")};
+    std::map<std::string, std::string> names;  // a whole version's record, summarized
+    for (const char* name : {"a", "b"}) {
+        writePolicy(versions[name[0] - 'a']);
+        names[qntest::summarize(loadAsIs())] = name;
+    }
+    RewritingManager mgr(policyPath());
+    std::map<std::string, int> outcomes;  // a version's name, "mixed", or the status
+    for (int i = 0; i < 30000; ++i) {
+        mgr.bRewrite = i % 2 == 0;
+        mgr.text = versions[(i / 2 + 1) % 2];
+        const STATUSCODE status = mgr.LoadLocalQuillnetPolicy();
+        const auto name = names.find(qntest::summarize(mgr.GetLocalPolicyInfo()));
+        ++outcomes[status != XMLLOCALQNPOLMGR_SUCCESS ? std::to_string(status)
+                   : name != names.end()              ? name->second
+                                                      : "mixed"];
+        m_log.clear();
+    }
+    EXPECT_EQ(
+        outcomes,
+        (std::map<std::string, int>{
+            {std::to_string(XMLPARSER_ERROR_FILE_CHANGED), 15000}, {"a", 7500}, {"b", 7500}}));
 }
 
 }  // namespace

@@ -27,6 +27,7 @@
 #include "LocalPolicyDocument.h"
 #include "PolicyModel.h"
 #include "TestSupport.h"
+#include "lint/PolicyTexts.h"
 
 namespace {
 
@@ -642,7 +643,7 @@ TEST(QnpolicyTool, ShowReadsAnyDocumentAndReportsAFailedLoad) {
         EXPECT_EQ(shown.at("error").at("line"), line);
         EXPECT_TRUE(
             run.has("qnpolicy show: cannot load \"" + file + "\" at line " + std::to_string(line)));
-        EXPECT_TRUE(run.has(qnpolicy::kUnreadableFileConsequence));
+        EXPECT_TRUE(run.has(qnpolicy::tool::kUnreadableFileConsequence));
     }
     const std::string file =
         dir.write("elsewhere.xml",
@@ -684,9 +685,10 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
              flawed + ": unsafe-path: The directory \"" + dir.path() + "open\" has mode 0777",
              flawed + ":6:5: unknown-element: Unknown element \"BypassDownloder\"",
              flawed + (::geteuid() == 0 ? ": 12 findings\n" : ": 14 findings\n"),
-             bad + ":2:4: unreadable: no element found. " + qnpolicy::kUnreadableFileConsequence +
-                 "\n",
-             none + ": unreadable: no such file. " + qnpolicy::kMissingFileConsequence + "\n"}) {
+             bad + ":2:4: unreadable: no element found. " +
+                 qnpolicy::tool::kUnreadableFileConsequence + "\n",
+             none + ": unreadable: no such file. " + qnpolicy::tool::kMissingFileConsequence +
+                 "\n"}) {
         EXPECT_TRUE(text.has(line)) << line << "\n" << text.out;
     }
     EXPECT_EQ(ToolRun("check " + flawed + " " + bad).status, 2);
@@ -709,12 +711,12 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
                     {"message", "no element found"},
                     {"line", 2},
                     {"column", 4},
-                    {"consequence", qnpolicy::kUnreadableFileConsequence}}));
+                    {"consequence", qnpolicy::tool::kUnreadableFileConsequence}}));
     const Json missing = ToolRun("check --json " + none).json();
     EXPECT_EQ(missing.at("result"), "no-such-file");
     EXPECT_EQ(missing.at("files").at(0).at("error").at("message"), "no such file");
     EXPECT_EQ(missing.at("files").at(0).at("error").at("consequence"),
-              qnpolicy::kMissingFileConsequence);
+              qnpolicy::tool::kMissingFileConsequence);
     ASSERT_EQ(ToolRun("generate fm=true --install-dir " + dir.path()).status, 0);
     EXPECT_EQ(ToolRun("check - < " + dir.path() + kPolicyFile).status, 0);
     EXPECT_EQ(ToolRun("check --json - < " + dir.path() + kPolicyFile).json().at("result"), "clean");

@@ -13,7 +13,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -65,16 +67,54 @@ inline std::string readFile(const std::string& path) {
     return content.str();
 }
 
+// The source line a record names (its file and line), read from the tree: the file is the
+// source path without its extension (".cpp", else ".h"), as the library and the tool name their
+// files. Empty when there is no such file or line.
+inline std::string sourceLineOf(const std::string& file, int line) {
+    static std::mutex lock;
+    static std::map<std::string, std::vector<std::string>> files;
+    std::lock_guard<std::mutex> guard(lock);
+    auto found = files.find(file);
+    if (found == files.end()) {
+        std::vector<std::string> lines;
+        for (const char* extension : {".cpp", ".h"}) {
+            std::ifstream in(std::string(QN_SOURCE_DIR) + "/" + file + extension);
+            for (std::string text; std::getline(in, text);) {
+                lines.push_back(text);
+            }
+            if (!lines.empty()) {
+                break;
+            }
+        }
+        found = files.emplace(file, std::move(lines)).first;
+    }
+    const std::vector<std::string>& lines = found->second;
+    return line >= 1 && static_cast<size_t>(line) <= lines.size()
+               ? lines[static_cast<size_t>(line) - 1]
+               : std::string();
+}
+
 // Captures every log record while it lives, then restores the previous sink. Neither
-// copyable nor movable, so the sink may keep its address.
+// copyable nor movable, so the sink may keep its address. Every record captured, in every
+// suite, must lead to the statement that wrote it: at its file and line (what `sed -n LINEp`
+// shows) stands a logging call that passes __LINE__.
 class LogCapture {
   public:
     LogCapture()
         : m_previous(CAppLog::SetSink([this](const CAppLogRecord& record) {
               std::lock_guard<std::mutex> guard(m_lock);
               m_records.push_back(record);
+              m_locations.emplace(record.file, record.line);
           })) {}
-    ~LogCapture() { CAppLog::SetSink(m_previous); }
+    ~LogCapture() {
+        CAppLog::SetSink(m_previous);
+        for (const auto& [file, line] : m_locations) {
+            const std::string statement = sourceLineOf(file, line);
+            EXPECT_NE(statement.find("__LINE__"), std::string::npos)
+                << file << ":" << line << " does not lead to the statement that logged there: \""
+                << statement << "\"";
+        }
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
@@ -90,6 +130,7 @@ class LogCapture {
   private:
     mutable std::mutex m_lock;
     std::vector<CAppLogRecord> m_records;
+    std::set<std::pair<std::string, int>> m_locations;  // of every record, cleared or not
     CAppLogSink m_previous;
 };
 

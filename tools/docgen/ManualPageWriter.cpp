@@ -9,6 +9,7 @@
 #include "LocalPolicySettings.h"
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "lint/PolicyTexts.h"
 
 namespace qndocgen {
 
@@ -55,17 +56,8 @@ std::string boldList(const std::vector<std::string>& words, const char* lastJoin
     return list;
 }
 
-const LocalPolicySettingInfo* firstOfKind(LocalPolicySettingKind kind) {
-    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
-        if (setting.kind == kind) {
-            return &setting;
-        }
-    }
-    return nullptr;
-}
-
 std::string elementOfKind(LocalPolicySettingKind kind) {
-    const LocalPolicySettingInfo* setting = firstOfKind(kind);
+    const LocalPolicySettingInfo* setting = FindLocalPolicySettingOfKind(kind);
     return setting != nullptr ? setting->element : std::string();
 }
 
@@ -88,12 +80,13 @@ std::string sectionOf(const LocalPolicySettingInfo& setting) {
 
 std::string installerOf(const LocalPolicySettingInfo& setting) {
     if (setting.abbreviation.empty()) {
-        const LocalPolicySettingInfo* list = firstOfKind(LocalPolicySettingKind::SERVER_LIST);
+        const LocalPolicySettingInfo* list =
+            FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST);
         return "one element per name in the value of " + bold(list->abbreviation + "=");
     }
     std::string text = bold(setting.abbreviation + "=") + underline("VALUE") + ", ";
     if (setting.allowedValues.empty()) {
-        return text + escape(qnpolicy::KindOf(setting.kind).installerValue);
+        return text + escape(qnpolicy::tool::KindTextsOf(setting.kind).installerValue);
     }
     const std::vector<std::string> written = qnpolicy::WrittenValues(setting);
     if (written != setting.allowedValues) {
@@ -118,12 +111,13 @@ std::string installerOf(const LocalPolicySettingInfo& setting) {
 // The description from the catalogue; how the text is read, what a repetition does and how an
 // installer value is written from the kinds table.
 void writeSetting(const LocalPolicySettingInfo& setting, std::ostream& out) {
-    const qnpolicy::LocalPolicyKind& kind = qnpolicy::KindOf(setting.kind);
+    const qnpolicy::tool::KindTexts& kind = qnpolicy::tool::KindTextsOf(setting.kind);
+    const std::string defaultText = LocalPolicyDefaultText(setting);
     out << bold(setting.element) << "\n"
         << "\t" << escape(setting.description) << "\n\n"
         << "\t" << escape(kind.reading) << "\n\n"
-        << "\tWhere: " << sectionOf(setting) << ". Default: "
-        << (setting.defaultValue.empty() ? std::string("none") : bold(setting.defaultValue))
+        << "\tWhere: " << sectionOf(setting)
+        << ". Default: " << (defaultText.empty() ? std::string("none") : bold(defaultText))
         << ". Installer argument: " << installerOf(setting) << ".";
     if (kind.repeated != nullptr) {
         out << " Given more than once: " << escape(kind.repeated);
@@ -141,8 +135,10 @@ void writeSettings(LocalPolicySection section, std::ostream& out) {
 
 // A document with one setting of the common kinds, as generation writes it.
 void writeExampleDocument(std::ostream& out) {
-    const LocalPolicySettingInfo* fips = firstOfKind(LocalPolicySettingKind::FIPS_MODE);
-    const LocalPolicySettingInfo* update = firstOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
+    const LocalPolicySettingInfo* fips =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::FIPS_MODE);
+    const LocalPolicySettingInfo* update =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
     out << "```\n"
         << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
         << "<" << qnpolicy::kRootElement << " xmlns=\"" << qnpolicy::kDocumentNamespace << "\"\n"
@@ -203,9 +199,12 @@ bool hasSubcommand(const ToolHelp& help, const std::string& name) {
 // Examples with installer arguments taken from the catalogue; each only where the tool has
 // the subcommand.
 void writeExamples(const ToolHelp& help, std::ostream& out) {
-    const LocalPolicySettingInfo* fips = firstOfKind(LocalPolicySettingKind::FIPS_MODE);
-    const LocalPolicySettingInfo* update = firstOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
-    const LocalPolicySettingInfo* servers = firstOfKind(LocalPolicySettingKind::SERVER_LIST);
+    const LocalPolicySettingInfo* fips =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::FIPS_MODE);
+    const LocalPolicySettingInfo* update =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::UPDATE_PERMISSION);
+    const LocalPolicySettingInfo* servers =
+        FindLocalPolicySettingOfKind(LocalPolicySettingKind::SERVER_LIST);
     out << "# EXAMPLES\n\n";
     if (hasSubcommand(help, "generate")) {
         out << "Write a policy with " << bold(fips->element) << " true, " << bold(update->element)
@@ -232,13 +231,12 @@ void writeExamples(const ToolHelp& help, std::ostream& out) {
 // What the client does with a file it cannot find, cannot parse, or reads only in part, and
 // the FIPS retention, exactly as loading works.
 void writeFailureSection(std::ostream& out) {
-    const std::string fipsElement = elementOfKind(LocalPolicySettingKind::FIPS_MODE);
     out << "# WHAT THE CLIENT DOES WHEN THE FILE IS MISSING, UNREADABLE OR PARTLY WRONG\n\n"
-        << "*No file.* The load succeeds. " << escape(qnpolicy::kMissingFileConsequence)
+        << "*No file.* The load succeeds. " << escape(qnpolicy::tool::kMissingFileConsequence)
         << " Nothing is restricted, and every kind of update is allowed from any server.\n\n"
         << "*A file the client cannot parse* (not well-formed, cut short, with a DOCTYPE "
            "declaration, over a parser limit): the load fails. "
-        << escape(qnpolicy::kUnreadableFileConsequence) << " A file cut short after its "
+        << escape(qnpolicy::tool::kUnreadableFileConsequence) << " A file cut short after its "
         << bold(elementOfKind(LocalPolicySettingKind::FLAG))
         << " element, for example, applies that setting and none after it; a refused DOCTYPE "
            "declaration comes before every element, so nothing applies.\n\n"
@@ -256,12 +254,8 @@ void writeFailureSection(std::ostream& out) {
         << "- A setting another one overrides: each setting above says so where one does.\n\n"
         << "*qnpolicy check* reports each of these with its line and column.\n\n"
         << "## FIPS mode\n\n"
-        << "The first load that finds the file and parses it fixes FIPS mode at the value of its "
-        << bold(fipsElement)
-        << " element (off when the element is absent). Every later load that finds the file and "
-           "parses it applies that fixed mode again, even when the file now states another, and "
-           "notes that the file disagrees. A load that finds no file, or cannot parse it, turns "
-           "FIPS mode off; the next load that parses the file applies the fixed mode again. So "
+        << escape(FindLocalPolicySettingOfKind(LocalPolicySettingKind::FIPS_MODE)->description)
+        << " The load notes when the file disagrees with the mode in force. So "
            "deleting or breaking the file turns FIPS mode off at the next load, while changing "
            "its value takes effect only in a new client process.\n\n";
 }
@@ -286,8 +280,8 @@ void WritePolicyFileManualPage(std::ostream& out) {
         << bold(qnpolicy::kVersionAttribute)
         << " holds the version of the client that wrote the file; a client older than it reads "
            "the file with a warning. Its attribute *xsi:schemaLocation* names the schema "
-        << bold(qnpolicy::kSchemaFile)
-        << ", printed by *qnpolicy schema* and installed under /usr/share/xml/quillnet/.\n\n"
+        << bold(qnpolicy::kSchemaFile) << ", printed by *qnpolicy schema* and installed under "
+        << escape(QN_SCHEMA_INSTALL_DIR) << ".\n\n"
         << "Each setting is one element whose text is its value; no element below the root "
            "carries attributes. Names and values are exact and case-sensitive, and the client "
            "trims nothing. Settings may come in any order; an absent setting keeps its "
@@ -311,7 +305,7 @@ void WritePolicyFileManualPage(std::ostream& out) {
            "else (a sticky one only above the directory that holds it), and the file with one "
            "link (generation writes it root:root, mode 0644, without an ACL), since whoever can "
            "change it can weaken the client's security.\n\n"
-        << "_/usr/share/xml/quillnet/" << escape(qnpolicy::kSchemaFile) << "_\n"
+        << underline(std::string(QN_SCHEMA_INSTALL_DIR) + qnpolicy::kSchemaFile) << "\n"
         << "\tThe XML Schema of the file, registered in the system's XML catalog. It checks "
            "each element and its text on its own, not rules between elements.\n\n"
         << "# SEE ALSO\n\n"

@@ -10,6 +10,7 @@
 #include "QnBuildConfig.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlWriterSyntax.h"
+#include "lint/PolicyTexts.h"
 
 namespace qndocgen {
 
@@ -82,7 +83,7 @@ std::string cachingListPattern() {
 
 // The schema type of a setting's text, as the kinds table names it; null for element content.
 const char* typeOf(LocalPolicySettingKind kind) {
-    return qnpolicy::KindOf(kind).schemaType;
+    return qnpolicy::tool::KindTextsOf(kind).schemaType;
 }
 
 void writeSimpleTypes(std::ostream& out) {
@@ -140,8 +141,9 @@ void writeSimpleTypes(std::ostream& out) {
 // The annotation of a catalogue row: its description, default and installer abbreviation.
 std::string describe(const LocalPolicySettingInfo& setting) {
     std::string text = setting.description;
-    if (!setting.defaultValue.empty()) {
-        text += " Default: " + setting.defaultValue + ".";
+    const std::string defaultText = LocalPolicyDefaultText(setting);
+    if (!defaultText.empty()) {
+        text += " Default: " + defaultText + ".";
     }
     if (!setting.abbreviation.empty()) {
         text += " Installer abbreviation: " + setting.abbreviation + ".";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ERRNOTEXT_H
-#define ERRNOTEXT_H
+#ifndef QUILLNET_ERRNOTEXT_H
+#define QUILLNET_ERRNOTEXT_H
 
 // The module's one errno-to-text conversion, thread-safe (strerror is not). Internal to the
 // library: not installed.
@@ -33,4 +33,4 @@ inline std::string errnoText(int error) {
 
 }  // namespace qnsys
 
-#endif  // ERRNOTEXT_H
+#endif  // QUILLNET_ERRNOTEXT_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef INSTANCESMARTPTR_H
-#define INSTANCESMARTPTR_H
+#ifndef QUILLNET_INSTANCESMARTPTR_H
+#define QUILLNET_INSTANCESMARTPTR_H
 
 #include <cstddef>
 
@@ -33,4 +33,4 @@ class CInstanceSmartPtr {
     T* m_pInstance;
 };
 
-#endif  // INSTANCESMARTPTR_H
+#endif  // QUILLNET_INSTANCESMARTPTR_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCKS_H
-#define LOCKS_H
+#ifndef QUILLNET_LOCKS_H
+#define QUILLNET_LOCKS_H
 
 #include <mutex>
 
@@ -41,4 +41,4 @@ class CAutoLockT {
     LockT& m_rLock;
 };
 
-#endif  // LOCKS_H
+#endif  // QUILLNET_LOCKS_H

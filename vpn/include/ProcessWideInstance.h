@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef PROCESSWIDEINSTANCE_H
-#define PROCESSWIDEINSTANCE_H
+#ifndef QUILLNET_PROCESSWIDEINSTANCE_H
+#define QUILLNET_PROCESSWIDEINSTANCE_H
 
 // The bookkeeping shared by the client's process-wide services: one registered instance, its
 // count of outstanding acquisitions, and the lock that guards both. Each service keeps the
@@ -62,4 +62,4 @@ inline unsigned int count(const unsigned int& ruiCount, CManualLock& rLock) {
 
 }  // namespace qnprocesswide
 
-#endif  // PROCESSWIDEINSTANCE_H
+#endif  // QUILLNET_PROCESSWIDEINSTANCE_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef STRINGUTILS_H
-#define STRINGUTILS_H
+#ifndef QUILLNET_STRINGUTILS_H
+#define QUILLNET_STRINGUTILS_H
 
 #include <string.h>  // explicit_bzero
 
@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "QuillnetExport.h"
+
 // String helpers shared by the client's modules.
-class CStringUtils {
+class QUILLNET_API CStringUtils {
   public:
     // Cuts text at every occurrence of separator and returns the pieces in order. Empty
     // pieces are dropped, so "a,,b," gives {"a", "b"} and "" or "," give no piece at all:
@@ -146,4 +148,4 @@ class SecureString {
     StrT m_strValue;
 };
 
-#endif  // STRINGUTILS_H
+#endif  // QUILLNET_STRINGUTILS_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef TCHARDEFS_H
-#define TCHARDEFS_H
+#ifndef QUILLNET_TCHARDEFS_H
+#define QUILLNET_TCHARDEFS_H
 
 #include <string>
 
@@ -8,4 +8,4 @@
 typedef char TCHAR;
 typedef std::string tstring;
 
-#endif  // TCHARDEFS_H
+#endif  // QUILLNET_TCHARDEFS_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef TOKENPARSER_H
-#define TOKENPARSER_H
+#ifndef QUILLNET_TOKENPARSER_H
+#define QUILLNET_TOKENPARSER_H
 
 #include <string>
 
@@ -54,4 +54,4 @@ class TTokenParser {
     typename StringT::size_type m_CurPos;
 };
 
-#endif  // TOKENPARSER_H
+#endif  // QUILLNET_TOKENPARSER_H

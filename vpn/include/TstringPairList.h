@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef TSTRINGPAIRLIST_H
-#define TSTRINGPAIRLIST_H
+#ifndef QUILLNET_TSTRINGPAIRLIST_H
+#define QUILLNET_TSTRINGPAIRLIST_H
 
 #include <list>
 #include <string>
@@ -9,4 +9,4 @@
 // An ordered list of (name, value) pairs: the attributes handed to the XML writer.
 typedef std::list<std::pair<std::string, std::string>> TStrPairList;
 
-#endif  // TSTRINGPAIRLIST_H
+#endif  // QUILLNET_TSTRINGPAIRLIST_H

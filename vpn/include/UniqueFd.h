@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef UNIQUEFD_H
-#define UNIQUEFD_H
+#ifndef QUILLNET_UNIQUEFD_H
+#define QUILLNET_UNIQUEFD_H
 
 // The module's one owning file descriptor. Internal to the library: not installed.
 //
@@ -69,4 +69,4 @@ class UniqueFd {
 
 }  // namespace qnsys
 
-#endif  // UNIQUEFD_H
+#endif  // QUILLNET_UNIQUEFD_H

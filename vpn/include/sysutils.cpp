@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+namespace qnsys {
+
 bool fileExists(const std::string& path) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) == 0) {
@@ -14,3 +16,5 @@ bool fileExists(const std::string& path) {
     // ELOOP, EIO, ...) may hold a file, so it counts as present and its reader fails loudly.
     return errno != ENOENT && errno != ENOTDIR;
 }
+
+}  // namespace qnsys

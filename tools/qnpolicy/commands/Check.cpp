@@ -87,7 +87,7 @@ CheckedFile checkOne(const std::string& file, bool bInstallFile) {
         return {kStandardInputName, LintPolicyStream(STDIN_FILENO, kStandardInputName)};
     }
     CheckedFile checked{file, LintResult()};
-    if (!fileExists(file)) {
+    if (!qnsys::fileExists(file)) {
         checked.bMissing = !bInstallFile;
         checked.bAbsent = bInstallFile;
         if (checked.bMissing) {

@@ -340,7 +340,7 @@ int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
             rPlan.audit.directory, rPlan.audit.name, m_bOverwrite || m_bDiff,
             m_bDiff ? std::max(kMaxDiffBytes, rPlan.document.size()) : rPlan.document.size());
     }
-    rPlan.bDanglingLink = rPlan.existing.eKind == ExistingFile::NONE && fileExists(path);
+    rPlan.bDanglingLink = rPlan.existing.eKind == ExistingFile::NONE && qnsys::fileExists(path);
     if (rPlan.existing.readError != 0) {
         return context.Fail(
             kExitUnreadable, errorkind::kUnreadable,

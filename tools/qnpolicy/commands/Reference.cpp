@@ -77,7 +77,7 @@ class CVocabularyCommand : public CCommand {
                 for (const std::string& value : WrittenValues(row)) {
                     json.String(value);
                 }
-                json.EndArray().Key("default").String(row.defaultValue);
+                json.EndArray().Key("default").String(LocalPolicyDefaultText(row));
                 json.Key("description").String(row.description).EndObject();
             }
             json.EndArray().EndObject().Finish();
@@ -89,10 +89,11 @@ class CVocabularyCommand : public CCommand {
             << "allowed values (matched ignoring case; generate writes the client's spelling)\n";
         for (const LocalPolicySettingInfo* setting : InstallerSettings()) {
             const LocalPolicySettingInfo& row = *setting;
+            const std::string defaultText = LocalPolicyDefaultText(row);
             out << std::left << std::setw(kAbbreviationWidth) << row.abbreviation
                 << std::setw(kElementWidth) << row.element << std::setw(kSectionWidth)
                 << sectionOf(row) << std::setw(kDefaultWidth)
-                << (row.defaultValue.empty() ? "(none)" : row.defaultValue)
+                << (defaultText.empty() ? "(none)" : defaultText)
                 << (row.allowedValues.empty() ? "(any text)" : Join(WrittenValues(row), ", "))
                 << '\n'
                 << kDescriptionIndent << row.description << '\n';

@@ -11,6 +11,7 @@
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "lint/PolicyTexts.h"
 #include "output/Output.h"
 #include "sysutils.h"
 
@@ -74,7 +75,7 @@ class CShowCommand : public CCommand {
         } else if (!m_files.empty()) {
             path = m_files.front();
             // Only "nothing there" is a missing file; what cannot be examined fails the load.
-            if (!fileExists(path)) {
+            if (!qnsys::fileExists(path)) {
                 return context.Fail(kExitNoInput, errorkind::kNoSuchFile,
                                     Quoted(path) + ": no such file");
             }

@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "LocalPolicyDocument.h"
+#include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "XmlParser.h"
@@ -241,7 +242,7 @@ class CLinter : public ReadObserver {
             case ReadAction::IGNORED_OUTSIDE_SECTION:
             case ReadAction::IGNORED_OUTSIDE_LIST: {
                 element.bIgnored = true;
-                const LocalPolicyKind& kind = KindOf(event.pSetting->kind);
+                const KindTexts& kind = KindTextsOf(event.pSetting->kind);
                 // Inside an ignored list the list's own finding already says so.
                 if (event.eAction == ReadAction::IGNORED_OUTSIDE_SECTION ||
                     m_uiOpenServerLists == 0) {
@@ -285,7 +286,7 @@ class CLinter : public ReadObserver {
 
     // A setting given again: the reader applies each occurrence in document order.
     void checkRepeated(const OpenElement& element) {
-        const char* repeated = KindOf(element.pRow->kind).repeated;
+        const char* repeated = KindTextsOf(element.pRow->kind).repeated;
         if (repeated == nullptr) {
             return;
         }
@@ -336,7 +337,7 @@ class CLinter : public ReadObserver {
             return;
         }
         m_problems.clear();
-        KindOf(element.pRow->kind).check(*element.pRow, event.text, m_problems);
+        KindTextsOf(element.pRow->kind).check(*element.pRow, event.text, m_problems);
         for (TextProblem& problem : m_problems) {
             report(element, problem.kind, [&problem] { return std::move(problem.message); });
         }
@@ -380,7 +381,7 @@ class CLinter : public ReadObserver {
         if (element.pRow->kind == LocalPolicySettingKind::SERVER_LIST && m_uiOpenServerLists > 0) {
             --m_uiOpenServerLists;
         }
-        const char* withoutText = KindOf(element.pRow->kind).withoutText;
+        const char* withoutText = KindTextsOf(element.pRow->kind).withoutText;
         if (!element.bIgnored && !element.bHasText && withoutText != nullptr) {
             report(element, findingkind::kEmptyValue, [&element, withoutText] {
                 return Quoted(element.pRow->element) +

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "LocalPolicyKinds.h"
+#include "lint/PolicyTexts.h"
 
 namespace qnpolicy::tool {
 
@@ -68,8 +68,9 @@ inline constexpr size_t kMaxFindingsPerKind = 100;
 //
 //   LintResult result = LintPolicyFile("/opt/quillnet/QuillnetLocalPolicy.xml");
 //
-// What a text of each kind means comes from the kinds table (LocalPolicyKinds.h). Who can change
-// the file is not looked at here (safety/PathAudit.h).
+// What a text of each kind means comes from the kinds tables (LocalPolicyKinds.h, and
+// PolicyTexts.h for what the findings say). Who can change the file is not looked at here
+// (safety/PathAudit.h).
 LintResult LintPolicyFile(const std::string& path);
 // Lints an in-memory document; name stands for it.
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name);

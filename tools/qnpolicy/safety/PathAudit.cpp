@@ -12,8 +12,8 @@
 #include <deque>
 
 #include "ErrnoText.h"
-#include "LocalPolicyKinds.h"
 #include "MessageText.h"
+#include "lint/PolicyTexts.h"
 
 namespace qnpolicy::tool {
 

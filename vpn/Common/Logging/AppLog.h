@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef APPLOG_H
-#define APPLOG_H
+#ifndef QUILLNET_APPLOG_H
+#define QUILLNET_APPLOG_H
 
 #include <cstdint>
 #include <functional>
 #include <string>
 
 #include "LoggingTypes.h"
+#include "QuillnetExport.h"
 
 // One log record as it reaches the sink.
 struct CAppLogRecord {
@@ -27,9 +28,11 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 // Records go to one process-wide sink; the default sink writes one readable line per record
 // to standard error:
 //
-//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:120 XmlParser::parseFile returned
-//   0xFEA10004
-//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:131 FIPS mode is enabled.
+//   E LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:LINE XmlParser::parseFile returned
+//   0xFEA1000D
+//   I LoadLocalQuillnetPolicy vpn/Common/Xml/XmlLocalQNPolMgr:LINE FIPS mode is enabled.
+//
+// A record's file and line are those of the statement that wrote it.
 //
 // When standard error is the systemd journal's stream (JOURNAL_STREAM names its device and
 // inode), each line starts with the kernel-style priority of its importance ("<3>" errors,
@@ -41,7 +44,7 @@ using CAppLogSink = std::function<void(const CAppLogRecord&)>;
 //   CAppLog::SetSink(CAppLog::SyslogSink());
 //
 // Logging is thread-safe, and records reach the sink in the order they were logged.
-class CAppLog {
+class QUILLNET_API CAppLog {
   public:
     // Logs a printf-style message.
     static void LogDebugMessage(const char* function, const char* file, int line,
@@ -84,4 +87,4 @@ class CAppLog {
     static std::string FormatRecordText(const CAppLogRecord& record);
 };
 
-#endif  // APPLOG_H
+#endif  // QUILLNET_APPLOG_H

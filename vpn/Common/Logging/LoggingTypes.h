@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOGGINGTYPES_H
-#define LOGGINGTYPES_H
+#ifndef QUILLNET_LOGGINGTYPES_H
+#define QUILLNET_LOGGINGTYPES_H
 
 namespace Logging {
 
@@ -15,4 +15,4 @@ enum DebugImportance {
 
 }  // namespace Logging
 
-#endif  // LOGGINGTYPES_H
+#endif  // QUILLNET_LOGGINGTYPES_H

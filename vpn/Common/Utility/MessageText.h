@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef MESSAGETEXT_H
-#define MESSAGETEXT_H
+#ifndef QUILLNET_MESSAGETEXT_H
+#define QUILLNET_MESSAGETEXT_H
 
 // The text forms the policy checks and the command-line tool share, so that a value looks the
 // same in every message: quoting, joining, hex, "did you mean". Internal to the library and the
@@ -60,4 +60,4 @@ size_t EditDistance(const std::string& a, const std::string& b);
 
 }  // namespace qnpolicy
 
-#endif  // MESSAGETEXT_H
+#endif  // QUILLNET_MESSAGETEXT_H

@@ -7,7 +7,21 @@ CStoragePath* CStoragePath::sm_pInstance = nullptr;
 unsigned int CStoragePath::sm_uiAcquisitionCount = 0;
 CManualLock CStoragePath::sm_instanceLock(500);
 
-CStoragePath::CStoragePath(const std::string& tstrMainPath) : m_tstrMainPath(tstrMainPath) {}
+namespace {
+
+// path with exactly one trailing separator; an empty path stays empty.
+std::string withOneTrailingSeparator(const std::string& path) {
+    if (path.empty()) {
+        return path;
+    }
+    const std::string::size_type last = path.find_last_not_of('/');
+    return (last == std::string::npos ? std::string() : path.substr(0, last + 1)) + '/';
+}
+
+}  // namespace
+
+CStoragePath::CStoragePath(const std::string& tstrMainPath)
+    : m_tstrMainPath(withOneTrailingSeparator(tstrMainPath)) {}
 
 STATUSCODE CStoragePath::createSingletonInstance(CStoragePath*& rpStoragePath,
                                                  const std::string& tstrMainPath) {

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef STORAGEPATH_H
-#define STORAGEPATH_H
+#ifndef QUILLNET_STORAGEPATH_H
+#define QUILLNET_STORAGEPATH_H
 
 #include <string>
 
 #include "GenDefs.h"
 #include "GlobalStatuscodes.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 
 // Status codes of the installation-path service (block 0x9E).
 enum CSTORAGEPATH_ERRORS : STATUSCODE {
@@ -44,9 +45,14 @@ enum CSTORAGEPATH_ERRORS : STATUSCODE {
 //   ...
 //   pStoragePath->releaseInstance();  // the last release destroys the service
 //
+// The main path is a directory kept with exactly one trailing separator, however it was given:
+// "/opt/client", "/opt/client/" and "/opt/client//" are all "/opt/client/", so the policy
+// file's path, the directory followed by the file name, is always inside it. An empty text
+// stays empty: no installation directory.
+//
 // A second creation while one is registered fails with CSTORAGEPATH_ERROR_ALREADY_INITIALIZED
 // and a null out-parameter. All four instance operations are serialised by one lock.
-class CStoragePath {
+class QUILLNET_API CStoragePath {
   public:
     static STATUSCODE createSingletonInstance(CStoragePath*& rpStoragePath,
                                               const std::string& tstrMainPath);
@@ -56,7 +62,8 @@ class CStoragePath {
     void releaseInstance();
     static unsigned int GetAcquisitionCount();
 
-    // The main path exactly as it was given at creation. Both arguments are ignored.
+    // The main path given at creation, with exactly one trailing separator (empty when it was
+    // given empty). Both arguments are ignored.
     std::string GetMainPath(long lPathType, bool bCreate) const;
 
     CStoragePath(const CStoragePath&) = delete;
@@ -73,4 +80,4 @@ class CStoragePath {
     static CManualLock sm_instanceLock;
 };
 
-#endif  // STORAGEPATH_H
+#endif  // QUILLNET_STORAGEPATH_H

@@ -53,6 +53,8 @@ int Version::compare(const Version& other) const {
     return 0;
 }
 
+namespace qnpolicy {
+
 bool IsVersionTextGreater(const std::string& text, const std::string& separators,
                           const Version& reference) {
     // headEnd: the end of the first components of text, as many as reference has.
@@ -86,3 +88,5 @@ bool IsVersionTextGreater(const std::string& text, const std::string& separators
     }
     return false;
 }
+
+}  // namespace qnpolicy

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef VERSIONCOMPARE_H
-#define VERSIONCOMPARE_H
+#ifndef QUILLNET_VERSIONCOMPARE_H
+#define QUILLNET_VERSIONCOMPARE_H
 
 #include <list>
 #include <string>
@@ -31,6 +31,8 @@ class Version {
     int compare(const Version& other) const;
 };
 
+namespace qnpolicy {
+
 // Whether Version(text, separators) > reference, with memory bounded by reference rather than
 // by text: only as many components of text as reference has are read into a list; the rest
 // can only make text greater, as soon as one of them is non-zero, and are merely scanned. For
@@ -39,4 +41,6 @@ class Version {
 bool IsVersionTextGreater(const std::string& text, const std::string& separators,
                           const Version& reference);
 
-#endif  // VERSIONCOMPARE_H
+}  // namespace qnpolicy
+
+#endif  // QUILLNET_VERSIONCOMPARE_H

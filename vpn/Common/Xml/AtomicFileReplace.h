@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ATOMICFILEREPLACE_H
-#define ATOMICFILEREPLACE_H
+#ifndef QUILLNET_ATOMICFILEREPLACE_H
+#define QUILLNET_ATOMICFILEREPLACE_H
 
 // Crash-safe replacement of a whole file. Internal to the XML layer: not installed.
 //
@@ -70,4 +70,4 @@ ReplaceResult replaceFileAtomicallyAt(int dirFd, const std::string& baseName,
 
 }  // namespace qnfile
 
-#endif  // ATOMICFILEREPLACE_H
+#endif  // QUILLNET_ATOMICFILEREPLACE_H

@@ -12,12 +12,11 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "AppLogHere.h"
-#include "LocalPolicyKinds.h"
 #include "QNCSaxWriter.h"
 #include "TokenParser.h"
 #include "TstringPairList.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "XmlLocalQNPolMgrRecords.h"
 #include "XmlParser.h"
 #include "sysutils.h"
 
@@ -25,65 +24,24 @@ namespace qnpolicy {
 
 namespace {
 
-// The manager's records name its own source, whichever file logs them on its behalf.
-using qnpolicy::kAppLogSourceFile;
-
 constexpr char kServerListDelimiters[] = ",;";
 
-// The handler of one read: the reader over fields of its own.
-class DocumentHandler : public XmlMgr {
-  public:
-    DocumentHandler(DocumentRead& rRead, const ReadOptions& options)
-        : m_state{rRead.record,      rRead.bFileUseFIPSMode,  m_currentElement,
-                  m_pCurrentSetting, m_bAuthorizedServerList, m_bUpdatePolicySection,
-                  options.bLog,      options.pObserver,       nullptr} {}
-
-    void parsingWith(const XmlParser& parser) { m_state.pParser = &parser; }
-
-    void addElement(const std::string& elementName) override {
-        reader::addElement(m_state, elementName);
-    }
-    void endElement(const std::string& elementName) override {
-        reader::endElement(m_state, elementName);
-    }
-    void setElementValue(const std::string& elementValue) override {
-        reader::setElementValue(m_state, elementValue);
-    }
-    void addAttribute(const std::string& attributeName,
-                      const std::string& attributeValue) override {
-        reader::addAttribute(m_state, attributeName, attributeValue);
-    }
-
-  private:
-    std::string_view m_currentElement;
-    const LocalPolicySettingInfo* m_pCurrentSetting = nullptr;
-    bool m_bAuthorizedServerList = false;
-    bool m_bUpdatePolicySection = false;
-    ReaderState m_state;
-};
-
-// Runs parse (the parser's parseFile or parseBuffer) over a fresh handler into read, then does
-// what a fresh manager's first load does after the parse: the failure record, or the FIPS
-// retention and its line.
-template <typename Parse>
-void readWith(DocumentRead& read, const ReadOptions& options, const char* callee, Parse parse) {
-    DocumentHandler handler(read, options);
-    XmlParser parser(&handler);
-    parser.LogFailures(options.bLog);
-    handler.parsingWith(parser);
-    read.status = parse(parser);
-    if (read.status != XMLPARSER_SUCCESS) {
-        const XmlParser::Failure& failure = parser.LastFailure();
-        read.line = failure.line;
-        read.column = failure.column;
-        read.reason = failure.reason;
-        if (options.bLog) {
-            APPLOG_RETURN_CODE_AS("LoadLocalQuillnetPolicy", DBG_Error, callee, read.status);
-        }
-        return;
-    }
+// Reads a document as a fresh manager's first load reads it: a reader over read's record and
+// reader state of its own, a retention that starts at NONE.
+void readDocument(DocumentRead& read, const std::string& name, const DocumentSource& source,
+                  const ReadOptions& options) {
+    std::string_view currentElement;
+    const LocalPolicySettingInfo* pCurrentSetting = nullptr;
+    bool bAuthorizedServerList = false;
+    bool bUpdatePolicySection = false;
+    PolicyReader reader(read.record, read.bFileUseFIPSMode, currentElement, pCurrentSetting,
+                        bAuthorizedServerList, bUpdatePolicySection);
     XmlLocalQNPolMgr::RETAINED_FIPS_MODE retained = XmlLocalQNPolMgr::NONE;
-    ApplyFipsRetention(retained, read.bFileUseFIPSMode, read.record, options.bLog);
+    const PolicyLoad load = LoadPolicyDocument(name, source, reader, reader, options, retained);
+    read.status = load.status;
+    read.line = load.failure.line;
+    read.column = load.failure.column;
+    read.reason = load.failure.reason;
 }
 
 }  // namespace
@@ -311,8 +269,7 @@ StoreResult store(int directoryFd, const std::string& directory, const std::stri
             result.eOutcome = StoreResult::FAILED;
             break;
     }
-    APPLOG_RETURN_CODE_AS("writeLocalPolicy", DBG_Error, "QNCSaxWriter::writeDocument",
-                          result.status);
+    records::StoreFailed(result.status);
     return result;
 }
 
@@ -320,7 +277,7 @@ StoreResult store(int directoryFd, const std::string& directory, const std::stri
 
 StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
                                 bool bOverwrite) {
-    if (!bOverwrite && !directory.empty() && fileExists(directory + kPolicyFileName)) {
+    if (!bOverwrite && !directory.empty() && qnsys::fileExists(directory + kPolicyFileName)) {
         StoreResult kept;
         kept.eOutcome = StoreResult::KEPT;
         return kept;
@@ -344,32 +301,63 @@ StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
 
 // ---- Reading ----
 
+PolicyLoad LoadPolicyDocument(const std::string& path, const DocumentSource& source,
+                              XmlMgr& handler, PolicyReader& reader, const ReadOptions& options,
+                              XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained) {
+    PolicyLoad load;
+    XmlParser parser(&handler);
+    parser.LogFailures(options.bLog);
+    reader.Begin(options.bLog, options.pObserver, &parser);
+    struct ParseEnd {
+        PolicyReader& rReader;
+        ~ParseEnd() { rReader.End(); }
+    } parseEnd{reader};
+    const char* callee = "XmlParser::parseFile";
+    if (source.pBytes != nullptr) {
+        callee = "XmlParser::parseBuffer";
+        load.status =
+            parser.parseBuffer(source.pBytes->data(), source.pBytes->size(), options.bSecure, path);
+    } else if (source.streamFd >= 0) {
+        callee = "XmlParser::parseStream";
+        load.status = parser.parseStream(source.streamFd, options.bSecure, path);
+    } else {
+        load.status = parser.parseFile(path, options.bSecure);
+    }
+    if (load.status != XMLPARSER_SUCCESS) {
+        load.failure = parser.LastFailure();
+        if (options.bLog) {
+            records::LoadFailed(callee, load.status);
+        }
+        return load;
+    }
+    load.bFileDisagrees =
+        ApplyFipsRetention(rRetained, reader.FileUseFIPSMode(), reader.Record(), options.bLog);
+    return load;
+}
+
 DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options) {
     DocumentRead read;
-    read.bExists = fileExists(path);
-    if (!read.bExists) {
-        return read;
+    read.bExists = qnsys::fileExists(path);
+    if (read.bExists) {
+        readDocument(read, path, DocumentSource(), options);
     }
-    readWith(read, options, "XmlParser::parseFile", [&path, &options](XmlParser& parser) {
-        return parser.parseFile(path, options.bSecure);
-    });
     return read;
 }
 
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options) {
     DocumentRead read;
-    readWith(read, options, "XmlParser::parseBuffer", [bytes, &name, &options](XmlParser& parser) {
-        return parser.parseBuffer(bytes.data(), bytes.size(), options.bSecure, name);
-    });
+    DocumentSource source;
+    source.pBytes = &bytes;
+    readDocument(read, name, source, options);
     return read;
 }
 
 DocumentRead ReadPolicyStream(int fd, const std::string& name, const ReadOptions& options) {
     DocumentRead read;
-    readWith(read, options, "XmlParser::parseStream", [fd, &name, &options](XmlParser& parser) {
-        return parser.parseStream(fd, options.bSecure, name);
-    });
+    DocumentSource source;
+    source.streamFd = fd;
+    readDocument(read, name, source, options);
     return read;
 }
 
@@ -380,8 +368,7 @@ bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bF
     }
     rRecord.UseFIPSMode(rRetained == XmlLocalQNPolMgr::ENABLED);
     if (bLog) {
-        APPLOG_MESSAGE_AS("LoadLocalQuillnetPolicy", DBG_Informational, "FIPS mode is %s.",
-                          rRecord.UseFIPSMode() ? "enabled" : "disabled");
+        records::FipsMode(rRecord.UseFIPSMode());
     }
     return bFileUseFIPSMode != rRecord.UseFIPSMode();
 }

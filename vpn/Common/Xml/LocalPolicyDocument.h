@@ -1,28 +1,41 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALPOLICYDOCUMENT_H
-#define LOCALPOLICYDOCUMENT_H
+#ifndef QUILLNET_LOCALPOLICYDOCUMENT_H
+#define QUILLNET_LOCALPOLICYDOCUMENT_H
 
-// The policy document as values: installer arguments checked into settings, settings rendered
-// into the document's bytes, a document read from a path or from bytes into a record (with an
-// optional observer of what the reader does with each element), and bytes stored atomically in
-// a directory. The manager's GenerateLocalPolicy and LoadLocalQuillnetPolicy are thin wrappers
-// over these operations; the command-line tool calls them directly and decides nothing from a
-// log record.
+// The policy document as values, for client components and tools alike: installer arguments
+// checked into settings, settings rendered into the document's bytes, bytes stored atomically in
+// a directory, and a document read from a path or from bytes into a record, with an optional
+// observer of what the reader does with each element. Each operation returns what happened
+// (statuses, the failed step and its errno, refused arguments and why, where a parse stopped),
+// so that no caller has to read a log record to decide anything.
 //
-//   ArgumentCheck check = CheckInstallerArguments(args, count);
+//   std::string directory;
+//   std::string name;
+//   pManager->GetLocalPolicyLocation(directory, name);
+//   const ArgumentCheck check = CheckInstallerArguments(args, count);
 //   std::string bytes;
 //   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
-//       StoreResult stored = StorePolicyDocument(directory, bytes, true);
+//       const StoreResult stored = StorePolicyDocument(directory, bytes, true);
+//       // stored.eOutcome, and for a failure stored.step ("open of the directory", "write",
+//       // "fsync", "rename", ...) and stored.error (its errno value)
 //   }
-//   DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
+//   const DocumentRead read = ReadPolicyFile(directory + kPolicyFileName, ReadOptions());
 //
-// Each operation logs the records the manager logs for it (the parser's and the writer's
-// failures, the reader's two warnings, the load's FIPS line and failure record), under the
-// manager's operation names, unless its options say not to; the argument check logs nothing:
-// GenerateLocalPolicy words its warnings from the check's values.
+// The manager's operations stay as they are and use these: LoadLocalQuillnetPolicy reads
+// through the same load path as ReadPolicyFile (parse, status, FIPS retention), and
+// GenerateLocalPolicy is CheckInstallerArguments, RenderPolicyDocument and StorePolicyDocument
+// plus the manager's warnings. The operations log the records the manager logs for them (the
+// parser's and the writer's failures, the reader's two warnings, the load's FIPS line and
+// failure record) unless their options say not to; the argument check logs nothing.
 //
-// Internal to the library and the tool, not installed: clients keep the manager's operations,
-// whose shape and records stay fixed; these values are for the tools built beside it.
+// Stable for clients: the names, the fields and what they mean; a later version may add fields
+// at the end of a structure and enumerators at the end of an enumeration. What an observer
+// receives lives only during its OnRead call: the views of a ReadEvent point into the parser's
+// buffers, so copy what must outlive the call; its pSetting points into the settings
+// catalogue, which lives until the process exits. The operations share no state that one call
+// changes, so they may run on several threads at once; of two stores into one directory at
+// once, the one that renames last leaves its file (without overwrite, the later one keeps the
+// earlier one's).
 
 #include <cstddef>
 #include <functional>
@@ -34,30 +47,33 @@
 #include "GenDefs.h"
 #include "LocalPolicySettings.h"
 #include "LocalQNPolicyInfo.h"
+#include "QuillnetExport.h"
 #include "XmlLocalQNPolMgr.h"
 
-class XmlParser;
-
 namespace qnpolicy {
+
+// The policy file's name; its path is the main installation directory (with its trailing
+// separator, see XmlLocalQNPolMgr::GetLocalPolicyLocation) followed by this name.
+inline constexpr char kPolicyFileName[] = "QuillnetLocalPolicy.xml";
 
 // ---- Installer arguments ------------------------------------------------------------------
 
 // The vocabulary as the manager's table holds it: abbreviation to row, the catalogue's
 // settings that have an abbreviation. Built once; the manager's table is a copy of it.
 using PolicyVocabulary = std::map<std::string, LocalPolicySetting>;
-const PolicyVocabulary& LocalPolicyVocabulary();
+QUILLNET_API const PolicyVocabulary& LocalPolicyVocabulary();
 
 // The catalogue's settings that have an installer abbreviation, in ascending abbreviation order
 // (the order of the manager's table), and the one of an abbreviation, compared exactly (null
 // for none): the vocabulary looked up in the catalogue itself, without the table's copies.
-const std::vector<const LocalPolicySettingInfo*>& InstallerSettings();
-const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation);
+QUILLNET_API const std::vector<const LocalPolicySettingInfo*>& InstallerSettings();
+QUILLNET_API const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation);
 
 // The one value-matching rule of generation: value is accepted when allowedValues is empty
 // (any text, left as given) or equals one of them ignoring ASCII letter case, whole strings
 // and nothing trimmed; it then takes that entry's spelling. A value that matches none is left
 // as given.
-bool SameTextIgnoringCase(std::string_view a, std::string_view b);
+QUILLNET_API bool SameTextIgnoringCase(std::string_view a, std::string_view b);
 template <typename AllowedValues>
 bool MatchAllowedValue(const AllowedValues& allowedValues, std::string& value) {
     if (allowedValues.empty()) {
@@ -132,22 +148,23 @@ struct ArgumentCheckOptions {
 // Checks installer arguments as generation does: null entries are skipped; the others are
 // refused for the first reason that applies, or accepted with their value in the spelling the
 // options ask for. Logs nothing.
-ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
-                                      const ArgumentCheckOptions& options = {});
+QUILLNET_API ArgumentCheck CheckInstallerArguments(const char* const* policyArgs,
+                                                   size_t numPolicyArgs,
+                                                   const ArgumentCheckOptions& options = {});
 
 // ---- Rendering and storing ------------------------------------------------------------------
 
 // The server names a server list value holds, as the document gets them: the value cut at
 // every "," and ";", empty pieces dropped, blanks kept.
-std::vector<std::string> SplitServerList(const std::string& value);
+QUILLNET_API std::vector<std::string> SplitServerList(const std::string& value);
 
 // The document generation stores for these settings, byte for byte: the root with its four
 // attributes, the ordinary settings in name order, then "UpdatePolicy" with the update
 // settings in name order (the server list cut at "," and ";" into one "ServerName" per
 // non-empty piece). 0, or the writer's status for a name or text XML cannot carry, logged as
 // the writer logs it, naming directory's policy file.
-STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::string& directory,
-                                std::string& rDocument);
+QUILLNET_API STATUSCODE RenderPolicyDocument(const PolicySettings& settings,
+                                             const std::string& directory, std::string& rDocument);
 
 // What storing a document did.
 struct StoreResult {
@@ -169,16 +186,16 @@ struct StoreResult {
 // stores it. Without bOverwrite an existing file is kept, whenever
 // it appeared. Logs a failure as generation does: the writer's record, then the manager's
 // "writeLocalPolicy" record with the status.
-StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
-                                bool bOverwrite);
+QUILLNET_API StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
+                                             bool bOverwrite);
 // The same through directoryFd, a readable descriptor (O_RDONLY | O_DIRECTORY) of the directory
 // the caller opened and examined itself: the bytes become fileName in exactly that directory,
 // whatever happens to its path meanwhile; directory (with its trailing separator) names it in
 // records. Without bOverwrite anything at fileName is kept, a dangling link or an entry that
 // cannot be examined included.
-StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
-                                  const std::string& fileName, const std::string& bytes,
-                                  bool bOverwrite);
+QUILLNET_API StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
+                                               const std::string& fileName,
+                                               const std::string& bytes, bool bOverwrite);
 
 // ---- Reading --------------------------------------------------------------------------------
 
@@ -215,7 +232,7 @@ struct ReadEvent {
 };
 
 // Sees every event of a read, in document order, after the reader has handled it.
-class ReadObserver {
+class QUILLNET_API ReadObserver {
   public:
     virtual ~ReadObserver() = default;
     virtual void OnRead(const ReadEvent& event) = 0;
@@ -240,33 +257,18 @@ struct DocumentRead {
     bool bFileUseFIPSMode = false;  // what the document's FipsMode says, as far as it was read
 };
 
-// What the client holds after a load that finds no file, and after one that cannot parse the
-// file, in words for administrators: the record of a DocumentRead of such a file, which the
-// manual page, show and check describe with these sentences.
-inline constexpr char kMissingFileConsequence[] =
-    "The client then holds every setting at its default, with FIPS mode off.";
-inline constexpr char kUnreadableFileConsequence[] =
-    "The client then holds the defaults plus the settings read before the error, with FIPS mode "
-    "off: a policy it cannot read restricts nothing, or only part of what it says.";
-
-// Reads the policy document at path. A missing path gives the defaults and status 0, as
-// loading does.
-DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);
+// Reads the policy document at path as a fresh manager's first load reads it. Nothing at the
+// path gives the defaults and status 0, as loading does; a file whose size or modification
+// time changed while it was read is refused (XMLPARSER_ERROR_FILE_CHANGED, XmlParser.h).
+QUILLNET_API DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options);
 // Reads an in-memory document; name stands for it in records.
-DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
-                             const ReadOptions& options);
+QUILLNET_API DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
+                                          const ReadOptions& options);
 // Reads what fd delivers (standard input, a pipe) as it arrives, under the parser's limits
-// and at most XmlParser::kMaxStreamBytes; name stands for it in records.
-DocumentRead ReadPolicyStream(int fd, const std::string& name, const ReadOptions& options);
-
-// The FIPS retention of one manager: the mode fixed by its first load that parses the file,
-// applied by every later load that parses it (a load without a file, or with a failed parse,
-// does not come here and leaves the record's FIPS flag off). After a successful parse: fixes
-// the retained mode if none is, sets the record's flag from it, and returns whether the file
-// now disagrees; logs "FIPS mode is %s." (as "LoadLocalQuillnetPolicy") when bLog.
-bool ApplyFipsRetention(XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained, bool bFileUseFIPSMode,
-                        LocalQNPolicyInfo& rRecord, bool bLog);
+// and at most 64 MiB; name stands for it in records. fd stays open.
+QUILLNET_API DocumentRead ReadPolicyStream(int fd, const std::string& name,
+                                           const ReadOptions& options);
 
 }  // namespace qnpolicy
 
-#endif  // LOCALPOLICYDOCUMENT_H
+#endif  // QUILLNET_LOCALPOLICYDOCUMENT_H

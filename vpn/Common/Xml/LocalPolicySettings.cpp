@@ -4,356 +4,258 @@
 #include "LocalPolicySettings.h"
 
 #include <array>
+#include <utility>
 
+#include "LocalPolicyKinds.h"
 #include "LocalQNPolicyOptionTexts.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
-// One row per element, the 29 installer settings in the order the vocabulary defines them, then
+// Where an element of each kind counts.
+LocalPolicySection sectionOf(LocalPolicySettingKind kind) {
+    switch (kind) {
+        case LocalPolicySettingKind::UPDATE_PERMISSION:
+        case LocalPolicySettingKind::SERVER_LIST:
+            return LocalPolicySection::UPDATE_POLICY;
+        case LocalPolicySettingKind::SERVER_NAME:
+            return LocalPolicySection::AUTHORIZED_SERVER_LIST;
+        default:
+            return LocalPolicySection::ROOT;
+    }
+}
+
+// A catalogue row built by name, one fact per call, so that a row reads without counting
+// positions:
+//
+//   setting("BypassDownloader", LocalPolicySettingKind::FLAG)
+//       .reads("BypassDownloader", &LocalQNPolicyInfo::BypassDownloader)
+//       .sets(&LocalQNPolicyInfo::BypassDownloader)
+//       .installer("bd", {"false", "true"})
+//       .describe("Bypasses the client's downloader.")
+class RowBuilder {
+  public:
+    RowBuilder(std::string element, LocalPolicySettingKind kind) {
+        m_row.element = std::move(element);
+        m_row.kind = kind;
+        m_row.section = sectionOf(kind);
+    }
+    // The certificate-store group mask "true" adds.
+    RowBuilder&& excludes(uint32_t mask) && {
+        m_row.excludeMask = mask;
+        return std::move(*this);
+    }
+    // The record getter that reads the setting, by name and, for an on/off setting, itself.
+    RowBuilder&& reads(std::string accessor,
+                       bool (LocalQNPolicyInfo::*getter)() const = nullptr) && {
+        m_row.accessor = std::move(accessor);
+        m_row.getter = getter;
+        return std::move(*this);
+    }
+    // The boolean setter the reader calls.
+    RowBuilder&& sets(void (LocalQNPolicyInfo::*setter)(bool)) && {
+        m_row.setter = setter;
+        return std::move(*this);
+    }
+    // The installer abbreviation and the values it accepts, in the vocabulary's order (none:
+    // any value).
+    RowBuilder&& installer(std::string abbreviation, std::vector<std::string> values) && {
+        m_row.abbreviation = std::move(abbreviation);
+        m_row.allowedValues = std::move(values);
+        return std::move(*this);
+    }
+    RowBuilder&& describe(std::string description) && {
+        m_row.description = std::move(description);
+        return std::move(*this);
+    }
+    // The finished row, where the catalogue's list asks for one.
+    operator LocalPolicySettingInfo() && { return std::move(m_row); }
+
+  private:
+    LocalPolicySettingInfo m_row;
+};
+
+RowBuilder setting(std::string element, LocalPolicySettingKind kind) {
+    return RowBuilder(std::move(element), kind);
+}
+
+// One row per element, the installer settings in the order the vocabulary defines them, then
 // the server name. A description says what the setting is, and nothing the client is not known
-// to do with it; the defaults are the record's own.
+// to do with it; a setting's default is the record's own (LocalPolicyDefaultText).
 std::vector<LocalPolicySettingInfo> buildCatalogue() {
     return {
-        {"FipsMode",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FIPS_MODE,
-         0,
-         &LocalQNPolicyInfo::UseFIPSMode,
-         nullptr,
-         "UseFIPSMode",
-         "false",
-         "fm",
-         {"false", "true"},
-         "Runs the client in FIPS mode. The first load that finds and parses the file fixes the "
-         "mode, and every later load that finds and parses the file applies that mode again, even "
-         "when the file now states another; a load that finds no file, or cannot parse it, turns "
-         "FIPS mode off."},
-        {"BypassDownloader",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::BypassDownloader,
-         &LocalQNPolicyInfo::BypassDownloader,
-         "BypassDownloader",
-         "false",
-         "bd",
-         {"false", "true"},
-         "Bypasses the client's downloader."},
-        {"BypassDefaultLocalization",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::BypassDefaultLocalization,
-         &LocalQNPolicyInfo::BypassDefaultLocalization,
-         "BypassDefaultLocalization",
-         "false",
-         "bdl",
-         {"false", "true"},
-         "Bypasses the client's default localization."},
-        {"RestrictScriptWebDeploy",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::RestrictScriptWebDeploy,
-         &LocalQNPolicyInfo::RestrictScriptWebDeploy,
-         "RestrictScriptWebDeploy",
-         "false",
-         "rswd",
-         {"false", "true"},
-         "Forbids the deployment of scripts from the web."},
-        {"RestrictHelpWebDeploy",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::RestrictHelpWebDeploy,
-         &LocalQNPolicyInfo::RestrictHelpWebDeploy,
-         "RestrictHelpWebDeploy",
-         "false",
-         "rhwd",
-         {"false", "true"},
-         "Forbids the deployment of help from the web."},
-        {"RestrictResourceWebDeploy",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::RestrictResourceWebDeploy,
-         &LocalQNPolicyInfo::RestrictResourceWebDeploy,
-         "RestrictResourceWebDeploy",
-         "false",
-         "rrwd",
-         {"false", "true"},
-         "Forbids the deployment of resources from the web."},
-        {"RestrictLocalizationWebDeploy",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::RestrictLocalizationWebDeploy,
-         &LocalQNPolicyInfo::RestrictLocalizationWebDeploy,
-         "RestrictLocalizationWebDeploy",
-         "false",
-         "rlwd",
-         {"false", "true"},
-         "Forbids the deployment of localization from the web."},
-        {"RestrictWebLaunch",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::RestrictWebLaunchMode,
-         &LocalQNPolicyInfo::RestrictWebLaunchMode,
-         "RestrictWebLaunchMode",
-         "false",
-         "rwl",
-         {"false", "true"},
-         "Restricts web launch."},
-        {"StrictCertificateTrust",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::StrictCertTrustMode,
-         &LocalQNPolicyInfo::StrictCertTrustMode,
-         "StrictCertTrustMode",
-         "false",
-         "sct",
-         {"false", "true"},
-         "Makes certificate trust strict. A restricted server certificate store "
-         "(RestrictServerCertStore true) makes it strict as well, whatever this element says."},
-        {"EnableCRLCheck",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::IsCRLCheckEnabled,
-         &LocalQNPolicyInfo::EnableCRLCheck,
-         "IsCRLCheckEnabled",
-         "false",
-         "ecc",
-         {"true", "false"},
-         "Turns on certificate revocation list (CRL) checking."},
-        {"OCSPRevocation",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::IsOCSPRevocationEnabled,
-         &LocalQNPolicyInfo::EnableOCSPRevocation,
-         "IsOCSPRevocationEnabled",
-         "false",
-         "orc",
-         {"false", "true"},
-         "Turns on OCSP revocation checking."},
-        {"RestrictPreferenceCaching",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::CACHING_LIST,
-         0,
-         nullptr,
-         nullptr,
-         "RestrictPrefCaching",
-         "false",
-         "rpc",
-         {},
-         "Lists the preference values that may not be cached: Credentials, Thumbprints, "
-         "CredentialsAndThumbprints, AutomaticServerSelection or All, separated by commas and "
-         "nothing else. The client does not trim the options: false or an unknown option anywhere "
-         "in the list, a blank after a comma included, clears every restriction."},
-        {"RestrictTunnelProtocols",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::TUNNEL_PROTOCOL,
-         0,
-         nullptr,
-         nullptr,
-         "RestrictTunnelProtocols",
-         "false",
-         "rtp",
-         {"false", "TLS", "IPSec"},
-         "Restricts the client to one tunnel protocol; the client applies only the texts false, "
-         "tls and ipsec."},
-        {"ExcludeFirefoxNSSCertStore",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
-         LocalQNPolicyInfo::kFirefoxNSSCertStoreMask,
-         &LocalQNPolicyInfo::ExcludeFirefoxNSSCertStores,
-         nullptr,
-         "ExcludeFirefoxNSSCertStores",
-         "false",
-         "efn",
-         {"false", "true"},
-         "Excludes the Firefox NSS group of certificate stores."},
-        {"ExcludePemFileCertStore",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
-         LocalQNPolicyInfo::kPemFileCertStoreMask,
-         &LocalQNPolicyInfo::ExcludePemFileCertStores,
-         nullptr,
-         "ExcludePemFileCertStores",
-         "false",
-         "epf",
-         {"false", "true"},
-         "Excludes the PEM-file group of certificate stores."},
-        {"ExcludeMacNativeCertStore",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
-         LocalQNPolicyInfo::kMacNativeCertStoreMask,
-         &LocalQNPolicyInfo::ExcludeMacNativeCertStores,
-         nullptr,
-         "ExcludeMacNativeCertStores",
-         "false",
-         "emn",
-         {"false", "true"},
-         "Excludes the Mac native group of certificate stores."},
-        {"ExcludeWinNativeCertStore",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::CERT_STORE_EXCLUSION,
-         LocalQNPolicyInfo::kWinNativeCertStoreMask,
-         &LocalQNPolicyInfo::ExcludeWinNativeCertStores,
-         nullptr,
-         "ExcludeWinNativeCertStores",
-         "false",
-         "ewn",
-         {"false", "true"},
-         "Excludes the Windows native group of certificate stores."},
-        {"RestrictServerCertStore",
-         LocalPolicySection::ROOT,
-         LocalPolicySettingKind::FLAG,
-         0,
-         &LocalQNPolicyInfo::IsRestrictServerCertStore,
-         &LocalQNPolicyInfo::SetRestrictServerCertStore,
-         "IsRestrictServerCertStore",
-         "false",
-         "rsc",
-         {"false", "true"},
-         "Restricts the server certificate store. It also makes certificate trust strict, "
-         "whatever StrictCertificateTrust says."},
-        {"AllowSoftwareUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsSoftwareUpdateAllowed,
-         &LocalQNPolicyInfo::SetSoftwareUpdateLock,
-         "IsSoftwareUpdateAllowed",
-         "true",
-         "upsu",
-         {"true", "false"},
-         "Allows software updates from any server (true) or not (false)."},
-        {"AllowComplianceModuleUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsComplianceModuleSoftwareUpdateAllowed,
-         &LocalQNPolicyInfo::SetComplianceModuleSoftwareUpdateLock,
-         "IsComplianceModuleSoftwareUpdateAllowed",
-         "true",
-         "upcu",
-         {"true", "false"},
-         "Allows compliance module updates from any server (true) or not (false)."},
-        {"AllowVPNProfileUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsVPNProfileUpdateAllowed,
-         &LocalQNPolicyInfo::SetVPNProfileUpdateLock,
-         "IsVPNProfileUpdateAllowed",
-         "true",
-         "upvp",
-         {"true", "false"},
-         "Allows VPN profile updates from any server (true) or not (false)."},
-        {"AllowManagementVPNProfileUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsMgmtVPNProfileUpdateAllowed,
-         &LocalQNPolicyInfo::SetMgmtVPNProfileUpdateLock,
-         "IsMgmtVPNProfileUpdateAllowed",
-         "true",
-         "upmv",
-         {"true", "false"},
-         "Allows management VPN profile updates from any server (true) or not (false)."},
-        {"AllowPlexoProfileUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsPlexoProfileUpdateAllowed,
-         &LocalQNPolicyInfo::SetPlexoProfileUpdateLock,
-         "IsPlexoProfileUpdateAllowed",
-         "true",
-         "uppp",
-         {"true", "false"},
-         "Allows Plexo profile updates from any server (true) or not (false)."},
-        {"AllowServiceProfileUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsServiceProfileUpdateAllowed,
-         &LocalQNPolicyInfo::SetServiceProfileUpdateLock,
-         "IsServiceProfileUpdateAllowed",
-         "true",
-         "upsp",
-         {"true", "false"},
-         "Allows service profile updates from any server (true) or not (false)."},
-        {"AllowScriptUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsScriptUpdateAllowed,
-         &LocalQNPolicyInfo::SetScriptUpdateLock,
-         "IsScriptUpdateAllowed",
-         "true",
-         "upscr",
-         {"true", "false"},
-         "Allows script updates from any server (true) or not (false)."},
-        {"AllowHelpUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsHelpUpdateAllowed,
-         &LocalQNPolicyInfo::SetHelpUpdateLock,
-         "IsHelpUpdateAllowed",
-         "true",
-         "uphlp",
-         {"true", "false"},
-         "Allows help updates from any server (true) or not (false)."},
-        {"AllowResourceUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsResourceUpdateAllowed,
-         &LocalQNPolicyInfo::SetResourceUpdateLock,
-         "IsResourceUpdateAllowed",
-         "true",
-         "upres",
-         {"true", "false"},
-         "Allows resource updates from any server (true) or not (false)."},
-        {"AllowLocalizationUpdatesFromAnyServer",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::UPDATE_PERMISSION,
-         0,
-         &LocalQNPolicyInfo::IsLocalizationUpdateAllowed,
-         &LocalQNPolicyInfo::SetLocalizationUpdateLock,
-         "IsLocalizationUpdateAllowed",
-         "true",
-         "uploc",
-         {"true", "false"},
-         "Allows localization updates from any server (true) or not (false)."},
-        {"AuthorizedServerList",
-         LocalPolicySection::UPDATE_POLICY,
-         LocalPolicySettingKind::SERVER_LIST,
-         0,
-         nullptr,
-         nullptr,
-         "GetAuthorizedServerList",
-         "",
-         "upal",
-         {},
-         "Lists the authorized servers, one ServerName element each; the installer value "
-         "separates the names with commas or semicolons."},
-        {"ServerName",
-         LocalPolicySection::AUTHORIZED_SERVER_LIST,
-         LocalPolicySettingKind::SERVER_NAME,
-         0,
-         nullptr,
-         nullptr,
-         "GetAuthorizedServerList",
-         "",
-         "",
-         {},
-         "Names one authorized server, exactly as written, blanks included."},
+        setting("FipsMode", LocalPolicySettingKind::FIPS_MODE)
+            .reads("UseFIPSMode", &LocalQNPolicyInfo::UseFIPSMode)
+            .installer("fm", {"false", "true"})
+            .describe("Runs the client in FIPS mode. The first load that finds and parses the file "
+                      "fixes the "
+                      "mode, and every later load that finds and parses the file applies that mode "
+                      "again, even "
+                      "when the file now states another; a load that finds no file, or cannot "
+                      "parse it, turns "
+                      "FIPS mode off."),
+        setting("BypassDownloader", LocalPolicySettingKind::FLAG)
+            .reads("BypassDownloader", &LocalQNPolicyInfo::BypassDownloader)
+            .sets(&LocalQNPolicyInfo::BypassDownloader)
+            .installer("bd", {"false", "true"})
+            .describe("Bypasses the client's downloader."),
+        setting("BypassDefaultLocalization", LocalPolicySettingKind::FLAG)
+            .reads("BypassDefaultLocalization", &LocalQNPolicyInfo::BypassDefaultLocalization)
+            .sets(&LocalQNPolicyInfo::BypassDefaultLocalization)
+            .installer("bdl", {"false", "true"})
+            .describe("Bypasses the client's default localization."),
+        setting("RestrictScriptWebDeploy", LocalPolicySettingKind::FLAG)
+            .reads("RestrictScriptWebDeploy", &LocalQNPolicyInfo::RestrictScriptWebDeploy)
+            .sets(&LocalQNPolicyInfo::RestrictScriptWebDeploy)
+            .installer("rswd", {"false", "true"})
+            .describe("Forbids the deployment of scripts from the web."),
+        setting("RestrictHelpWebDeploy", LocalPolicySettingKind::FLAG)
+            .reads("RestrictHelpWebDeploy", &LocalQNPolicyInfo::RestrictHelpWebDeploy)
+            .sets(&LocalQNPolicyInfo::RestrictHelpWebDeploy)
+            .installer("rhwd", {"false", "true"})
+            .describe("Forbids the deployment of help from the web."),
+        setting("RestrictResourceWebDeploy", LocalPolicySettingKind::FLAG)
+            .reads("RestrictResourceWebDeploy", &LocalQNPolicyInfo::RestrictResourceWebDeploy)
+            .sets(&LocalQNPolicyInfo::RestrictResourceWebDeploy)
+            .installer("rrwd", {"false", "true"})
+            .describe("Forbids the deployment of resources from the web."),
+        setting("RestrictLocalizationWebDeploy", LocalPolicySettingKind::FLAG)
+            .reads("RestrictLocalizationWebDeploy",
+                   &LocalQNPolicyInfo::RestrictLocalizationWebDeploy)
+            .sets(&LocalQNPolicyInfo::RestrictLocalizationWebDeploy)
+            .installer("rlwd", {"false", "true"})
+            .describe("Forbids the deployment of localization from the web."),
+        setting("RestrictWebLaunch", LocalPolicySettingKind::FLAG)
+            .reads("RestrictWebLaunchMode", &LocalQNPolicyInfo::RestrictWebLaunchMode)
+            .sets(&LocalQNPolicyInfo::RestrictWebLaunchMode)
+            .installer("rwl", {"false", "true"})
+            .describe("Restricts web launch."),
+        setting("StrictCertificateTrust", LocalPolicySettingKind::FLAG)
+            .reads("StrictCertTrustMode", &LocalQNPolicyInfo::StrictCertTrustMode)
+            .sets(&LocalQNPolicyInfo::StrictCertTrustMode)
+            .installer("sct", {"false", "true"})
+            .describe("Makes certificate trust strict. A restricted server certificate store "
+                      "(RestrictServerCertStore true) makes it strict as well, whatever this "
+                      "element says."),
+        setting("EnableCRLCheck", LocalPolicySettingKind::FLAG)
+            .reads("IsCRLCheckEnabled", &LocalQNPolicyInfo::IsCRLCheckEnabled)
+            .sets(&LocalQNPolicyInfo::EnableCRLCheck)
+            .installer("ecc", {"true", "false"})
+            .describe("Turns on certificate revocation list (CRL) checking."),
+        setting("OCSPRevocation", LocalPolicySettingKind::FLAG)
+            .reads("IsOCSPRevocationEnabled", &LocalQNPolicyInfo::IsOCSPRevocationEnabled)
+            .sets(&LocalQNPolicyInfo::EnableOCSPRevocation)
+            .installer("orc", {"false", "true"})
+            .describe("Turns on OCSP revocation checking."),
+        setting("RestrictPreferenceCaching", LocalPolicySettingKind::CACHING_LIST)
+            .reads("RestrictPrefCaching")
+            .installer("rpc", {})
+            .describe(
+                "Lists the preference values that may not be cached: Credentials, Thumbprints, "
+                "CredentialsAndThumbprints, AutomaticServerSelection or All, separated by commas "
+                "and "
+                "nothing else. The client does not trim the options: false or an unknown option "
+                "anywhere "
+                "in the list, a blank after a comma included, clears every restriction."),
+        setting("RestrictTunnelProtocols", LocalPolicySettingKind::TUNNEL_PROTOCOL)
+            .reads("RestrictTunnelProtocols")
+            .installer("rtp", {"false", "TLS", "IPSec"})
+            .describe("Restricts the client to one tunnel protocol; the client applies only the "
+                      "texts false, "
+                      "tls and ipsec."),
+        setting("ExcludeFirefoxNSSCertStore", LocalPolicySettingKind::CERT_STORE_EXCLUSION)
+            .excludes(LocalQNPolicyInfo::kFirefoxNSSCertStoreMask)
+            .reads("ExcludeFirefoxNSSCertStores", &LocalQNPolicyInfo::ExcludeFirefoxNSSCertStores)
+            .installer("efn", {"false", "true"})
+            .describe("Excludes the Firefox NSS group of certificate stores."),
+        setting("ExcludePemFileCertStore", LocalPolicySettingKind::CERT_STORE_EXCLUSION)
+            .excludes(LocalQNPolicyInfo::kPemFileCertStoreMask)
+            .reads("ExcludePemFileCertStores", &LocalQNPolicyInfo::ExcludePemFileCertStores)
+            .installer("epf", {"false", "true"})
+            .describe("Excludes the PEM-file group of certificate stores."),
+        setting("ExcludeMacNativeCertStore", LocalPolicySettingKind::CERT_STORE_EXCLUSION)
+            .excludes(LocalQNPolicyInfo::kMacNativeCertStoreMask)
+            .reads("ExcludeMacNativeCertStores", &LocalQNPolicyInfo::ExcludeMacNativeCertStores)
+            .installer("emn", {"false", "true"})
+            .describe("Excludes the Mac native group of certificate stores."),
+        setting("ExcludeWinNativeCertStore", LocalPolicySettingKind::CERT_STORE_EXCLUSION)
+            .excludes(LocalQNPolicyInfo::kWinNativeCertStoreMask)
+            .reads("ExcludeWinNativeCertStores", &LocalQNPolicyInfo::ExcludeWinNativeCertStores)
+            .installer("ewn", {"false", "true"})
+            .describe("Excludes the Windows native group of certificate stores."),
+        setting("RestrictServerCertStore", LocalPolicySettingKind::FLAG)
+            .reads("IsRestrictServerCertStore", &LocalQNPolicyInfo::IsRestrictServerCertStore)
+            .sets(&LocalQNPolicyInfo::SetRestrictServerCertStore)
+            .installer("rsc", {"false", "true"})
+            .describe(
+                "Restricts the server certificate store. It also makes certificate trust strict, "
+                "whatever StrictCertificateTrust says."),
+        setting("AllowSoftwareUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsSoftwareUpdateAllowed", &LocalQNPolicyInfo::IsSoftwareUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetSoftwareUpdateLock)
+            .installer("upsu", {"true", "false"})
+            .describe("Allows software updates from any server (true) or not (false)."),
+        setting("AllowComplianceModuleUpdatesFromAnyServer",
+                LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsComplianceModuleSoftwareUpdateAllowed",
+                   &LocalQNPolicyInfo::IsComplianceModuleSoftwareUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetComplianceModuleSoftwareUpdateLock)
+            .installer("upcu", {"true", "false"})
+            .describe("Allows compliance module updates from any server (true) or not (false)."),
+        setting("AllowVPNProfileUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsVPNProfileUpdateAllowed", &LocalQNPolicyInfo::IsVPNProfileUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetVPNProfileUpdateLock)
+            .installer("upvp", {"true", "false"})
+            .describe("Allows VPN profile updates from any server (true) or not (false)."),
+        setting("AllowManagementVPNProfileUpdatesFromAnyServer",
+                LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsMgmtVPNProfileUpdateAllowed",
+                   &LocalQNPolicyInfo::IsMgmtVPNProfileUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetMgmtVPNProfileUpdateLock)
+            .installer("upmv", {"true", "false"})
+            .describe(
+                "Allows management VPN profile updates from any server (true) or not (false)."),
+        setting("AllowPlexoProfileUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsPlexoProfileUpdateAllowed", &LocalQNPolicyInfo::IsPlexoProfileUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetPlexoProfileUpdateLock)
+            .installer("uppp", {"true", "false"})
+            .describe("Allows Plexo profile updates from any server (true) or not (false)."),
+        setting("AllowServiceProfileUpdatesFromAnyServer",
+                LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsServiceProfileUpdateAllowed",
+                   &LocalQNPolicyInfo::IsServiceProfileUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetServiceProfileUpdateLock)
+            .installer("upsp", {"true", "false"})
+            .describe("Allows service profile updates from any server (true) or not (false)."),
+        setting("AllowScriptUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsScriptUpdateAllowed", &LocalQNPolicyInfo::IsScriptUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetScriptUpdateLock)
+            .installer("upscr", {"true", "false"})
+            .describe("Allows script updates from any server (true) or not (false)."),
+        setting("AllowHelpUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsHelpUpdateAllowed", &LocalQNPolicyInfo::IsHelpUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetHelpUpdateLock)
+            .installer("uphlp", {"true", "false"})
+            .describe("Allows help updates from any server (true) or not (false)."),
+        setting("AllowResourceUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsResourceUpdateAllowed", &LocalQNPolicyInfo::IsResourceUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetResourceUpdateLock)
+            .installer("upres", {"true", "false"})
+            .describe("Allows resource updates from any server (true) or not (false)."),
+        setting("AllowLocalizationUpdatesFromAnyServer", LocalPolicySettingKind::UPDATE_PERMISSION)
+            .reads("IsLocalizationUpdateAllowed", &LocalQNPolicyInfo::IsLocalizationUpdateAllowed)
+            .sets(&LocalQNPolicyInfo::SetLocalizationUpdateLock)
+            .installer("uploc", {"true", "false"})
+            .describe("Allows localization updates from any server (true) or not (false)."),
+        setting(qnpolicy::kAuthorizedServerListElement, LocalPolicySettingKind::SERVER_LIST)
+            .reads("GetAuthorizedServerList")
+            .installer("upal", {})
+            .describe(
+                "Lists the authorized servers, one ServerName element each; the installer value "
+                "separates the names with commas or semicolons."),
+        setting(qnpolicy::kServerNameElement, LocalPolicySettingKind::SERVER_NAME)
+            .reads("GetAuthorizedServerList")
+            .describe("Names one authorized server, exactly as written, blanks included."),
     };
 }
 
@@ -409,6 +311,10 @@ const std::vector<LocalPolicySettingInfo>& LocalPolicySettings() {
     return catalogue;
 }
 
+std::string LocalPolicyDefaultText(const LocalPolicySettingInfo& row) {
+    return qnpolicy::KindOf(row.kind).documentText(row, LocalQNPolicyInfo());
+}
+
 const LocalPolicySettingInfo* FindLocalPolicySetting(std::string_view element) {
     static const ElementIndex index(LocalPolicySettings());
     return index.find(element);
@@ -426,9 +332,10 @@ const LocalPolicySettingInfo* FindLocalPolicySettingOfKind(LocalPolicySettingKin
 const std::vector<std::string>& LocalPolicyCachingOptionTexts() {
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> ordered;
-        ordered.reserve(sg_restrictPrefCachingOptionToStrMap.size());
-        for (const auto& optionText : sg_restrictPrefCachingOptionToStrMap) {
-            ordered.push_back(optionText.second);
+        for (int option = RESTRICT_PREF_CACHING_FALSE; option < RESTRICT_PREF_CACHING_OPTION_COUNT;
+             ++option) {
+            ordered.emplace_back(
+                qnpolicy::CachingOptionText(static_cast<RestrictPrefCachingOption>(option)));
         }
         return ordered;
     }();

@@ -1,16 +1,60 @@
 // SPDX-License-Identifier: Apache-2.0
+// The policy record, and the text forms of its preference-caching options.
+
 #include "LocalQNPolicyInfo.h"
 
-#include "LocalQNPolicyOptionTexts.h"
+#include <array>
+#include <utility>
 
-const std::map<RestrictPrefCachingOption, std::string> sg_restrictPrefCachingOptionToStrMap = {
-    {RESTRICT_PREF_CACHING_FALSE, "false"},
-    {RESTRICT_PREF_CACHING_CREDENTIALS, "Credentials"},
-    {RESTRICT_PREF_CACHING_THUMBPRINTS, "Thumbprints"},
-    {RESTRICT_PREF_CACHING_CREDENTIALS_AND_THUMBPRINTS, "CredentialsAndThumbprints"},
-    {RESTRICT_PREF_CACHING_AHS, "AutomaticServerSelection"},
-    {RESTRICT_PREF_CACHING_ALL, "All"},
-};
+#include "LocalQNPolicyOptionTexts.h"
+#include "StringUtils.h"
+
+namespace {
+
+// Option to text, exactly the six options in ascending option order. Constant-initialised, so
+// it is complete before any static initialiser can read it.
+constexpr std::array<std::pair<RestrictPrefCachingOption, std::string_view>,
+                     RESTRICT_PREF_CACHING_OPTION_COUNT>
+    sg_restrictPrefCachingOptionToStrMap = {{
+        {RESTRICT_PREF_CACHING_FALSE, "false"},
+        {RESTRICT_PREF_CACHING_CREDENTIALS, "Credentials"},
+        {RESTRICT_PREF_CACHING_THUMBPRINTS, "Thumbprints"},
+        {RESTRICT_PREF_CACHING_CREDENTIALS_AND_THUMBPRINTS, "CredentialsAndThumbprints"},
+        {RESTRICT_PREF_CACHING_AHS, "AutomaticServerSelection"},
+        {RESTRICT_PREF_CACHING_ALL, "All"},
+    }};
+
+// Separator of the options in a policy document's caching list.
+constexpr char sg_restrictPrefCachingDelim = ',';
+
+}  // namespace
+
+namespace qnpolicy {
+
+std::string_view CachingOptionText(RestrictPrefCachingOption option) {
+    for (const auto& [known, text] : sg_restrictPrefCachingOptionToStrMap) {
+        if (known == option) {
+            return text;
+        }
+    }
+    return std::string_view();
+}
+
+bool FindCachingOption(std::string_view token, RestrictPrefCachingOption& rOption) {
+    for (const auto& [option, text] : sg_restrictPrefCachingOptionToStrMap) {
+        if (text == token) {
+            rOption = option;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> SplitCachingList(const std::string& text) {
+    return CStringUtils::tokenize(text, sg_restrictPrefCachingDelim);
+}
+
+}  // namespace qnpolicy
 
 LocalQNPolicyInfo::LocalQNPolicyInfo() = default;
 LocalQNPolicyInfo::LocalQNPolicyInfo(const LocalQNPolicyInfo& other) = default;
@@ -42,7 +86,7 @@ std::string LocalQNPolicyInfo::RestrictPrefCachingStr() const {
             if (!text.empty()) {
                 text += sg_restrictPrefCachingDelim;
             }
-            text += optionText;
+            text.append(optionText);
         }
     }
     return text;

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LOCALQNPOLICYINFO_H
-#define LOCALQNPOLICYINFO_H
+#ifndef QUILLNET_LOCALQNPOLICYINFO_H
+#define QUILLNET_LOCALQNPOLICYINFO_H
 
 #include <cstdint>
 #include <list>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "QuillnetExport.h"
 
 // Preference-caching options; several can be set at once (see LocalQNPolicyInfo).
 enum RestrictPrefCachingOption : int32_t {
@@ -37,7 +39,7 @@ enum RestrictTunnelProtocolOption : int32_t {
 // duplicate server names are appended. The exclude mask and the server list only grow
 // through their setters; Reset() clears them. Not thread-safe: a record must not be changed
 // by one thread while another reads it, but copies share nothing with their source.
-class LocalQNPolicyInfo {
+class QUILLNET_API LocalQNPolicyInfo {
   public:
     // Certificate-store groups of the exclude mask; a group getter is true when any bit of
     // its mask is set. Other bits are stored and returned by ExcludeCertStores() only.
@@ -193,4 +195,4 @@ class LocalQNPolicyInfo {
     std::list<std::string> msl_AuthorizedServerList;
 };
 
-#endif  // LOCALQNPOLICYINFO_H
+#endif  // QUILLNET_LOCALQNPOLICYINFO_H

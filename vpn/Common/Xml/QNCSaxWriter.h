@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef QNCSAXWRITER_H
-#define QNCSAXWRITER_H
+#ifndef QUILLNET_QNCSAXWRITER_H
+#define QUILLNET_QNCSAXWRITER_H
 
 #include <string>
 #include <vector>
@@ -148,4 +148,4 @@ class QNCSaxWriter {
     int m_failedError = 0;
 };
 
-#endif  // QNCSAXWRITER_H
+#endif  // QUILLNET_QNCSAXWRITER_H

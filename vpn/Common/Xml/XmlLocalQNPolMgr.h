@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLLOCALQNPOLMGR_H
-#define XMLLOCALQNPOLMGR_H
+#ifndef QUILLNET_XMLLOCALQNPOLMGR_H
+#define QUILLNET_XMLLOCALQNPOLMGR_H
 
 #include <cstdint>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,7 @@
 #include "GlobalStatuscodes.h"
 #include "LocalQNPolicyInfo.h"
 #include "Locks.h"
+#include "QuillnetExport.h"
 #include "XmlMgr.h"
 
 // Status codes of the local policy manager (block 0xB6). The manager itself produces only
@@ -47,7 +49,7 @@ enum XMLLOCALQNPOLMGR_ERRORS : STATUSCODE {
 
 struct LocalPolicySettingInfo;
 namespace qnpolicy {
-struct ReaderState;
+class PolicyReader;
 }
 
 // One row of the policy vocabulary: what an installer abbreviation stands for.
@@ -70,15 +72,15 @@ struct LocalPolicySetting {
 //   }
 //   p->releaseInstance();                                      // the last release destroys it
 //
-// The FIPS mode found by the first load that finds the file and parses it is applied by every
-// later load that finds the file and parses it, whatever the file then states; a load that
-// finds no file, or cannot parse it, reads FIPS off, and the record then holds the defaults
-// (plus, after a parse failure, the settings read before the error).
+// A load applies the FIPS retention that the FipsMode setting's description in the settings
+// catalogue states (LocalPolicySettings.h); a load that finds no file leaves the record at its
+// defaults, and one that cannot parse the file leaves the defaults plus the settings read
+// before the error, FIPS off in both cases.
 // Creation, acquisition, release and the count are serialised by one process-wide lock;
 // nothing else is locked: callers that share the manager serialise loading, resetting and
 // generation against each other and against readers of the record, and only one parse runs
 // at a time in the process.
-class XmlLocalQNPolMgr : public XmlMgr {
+class QUILLNET_API XmlLocalQNPolMgr : public XmlMgr {
   public:
     enum RETAINED_FIPS_MODE : int32_t {
         NONE = 0,
@@ -105,13 +107,14 @@ class XmlLocalQNPolMgr : public XmlMgr {
     LocalQNPolicyInfo GetLocalPolicyInfo();
     // Returns the record to its defaults; the FIPS retention and the reader state are kept.
     void ResetLocalPolicyInfo();
-    // A copy of the vocabulary: abbreviation to setting, 29 rows.
+    // A copy of the vocabulary: abbreviation to setting, one row per installer abbreviation.
     std::map<std::string, LocalPolicySetting> GetPolicyTransTable();
     // True after a successful load when the file's FIPS value differs from the retained mode.
     bool FipsModeModifiedOnDisk() { return m_bFipsModeModifiedOnDisk; }
 
     // Reads the policy file into the record, then applies the FIPS retention. A missing file
-    // gives the defaults and success; a parse failure returns the parser's status.
+    // gives the defaults and success; a parse failure returns the parser's status, and so does
+    // a file changed while it was read (XMLPARSER_ERROR_FILE_CHANGED).
     STATUSCODE LoadLocalQuillnetPolicy();
 
     // Whether anything exists at the policy path.
@@ -125,7 +128,8 @@ class XmlLocalQNPolMgr : public XmlMgr {
     // kept (result true). False only for a null array, a negative count or a failed write.
     bool GenerateLocalPolicy(char** policyArgs, int numPolicyArgs, bool overwrite);
 
-    // Parse events of the policy document (the reader).
+    // Parse events of the policy document: the manager is the handler of its own load and hands
+    // each event to its reader.
     void addElement(const std::string& elementName) override;
     void endElement(const std::string& elementName) override;
     void setElementValue(const std::string& elementValue) override;
@@ -136,10 +140,6 @@ class XmlLocalQNPolMgr : public XmlMgr {
 
     STATUSCODE getLocalSecurityPolicyDir(std::string& rtstrLocalSecurityPolicyDir) const;
     std::string getLocalSecurityPolicyDir() const;
-
-    // The reader's view of the fields it works on (the record, the file's FIPS value and the
-    // reader state below).
-    qnpolicy::ReaderState readerState();
 
     void initializePolicyMap();
     bool valueIsAllowed(const LocalPolicySetting& policy, std::string& policyValue) const;
@@ -164,10 +164,12 @@ class XmlLocalQNPolMgr : public XmlMgr {
     // The server list of the record a load reset, released during that load once the parser
     // holds its buffers: at the parse's first element, or at the end of the load.
     std::list<std::string> m_retiredServers;
+    // The reader bound to the fields above for the manager's whole life.
+    std::unique_ptr<qnpolicy::PolicyReader> m_pReader;
 
     static XmlLocalQNPolMgr* sm_pInstance;
     static CManualLock sm_instanceLock;
     static unsigned int sm_uiAcquisitionCount;
 };
 
-#endif  // XMLLOCALQNPOLMGR_H
+#endif  // QUILLNET_XMLLOCALQNPOLMGR_H

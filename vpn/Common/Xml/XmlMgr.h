@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLMGR_H
-#define XMLMGR_H
+#ifndef QUILLNET_XMLMGR_H
+#define QUILLNET_XMLMGR_H
 
 #include <string>
 
@@ -25,4 +25,4 @@ class XmlMgr {
                               const std::string& /*attributeValue*/) {}
 };
 
-#endif  // XMLMGR_H
+#endif  // QUILLNET_XMLMGR_H

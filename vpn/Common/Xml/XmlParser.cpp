@@ -14,6 +14,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -82,14 +83,18 @@ std::string located(const char* verb, const std::string& name, const Position& a
 
 }  // namespace
 
-// Where the document's bytes come from: an open regular file or a caller's buffer. Reads fill
-// the requested length unless the input ends first.
+// Where the document's bytes come from: an open regular file, a stream or a caller's buffer. Reads
+// fill the requested length unless the input ends first.
 class XmlParser::Source {
   public:
     // A file grows while it is read if someone writes it in place; the document is then
     // not the one that was opened, and reading it to its end could take without bound. So
     // no more than its size at open plus kGrowthBytes is accepted.
-    Source(int fd, size_t size) : m_fd(fd), m_size(size), m_limit(size + kGrowthBytes) {}
+    Source(int fd, const struct stat& opened)
+        : m_fd(fd),
+          m_size(static_cast<size_t>(opened.st_size)),
+          m_limit(m_size + kGrowthBytes),
+          m_modified(opened.st_mtim) {}
     Source(const char* data, size_t size) : m_data(data), m_size(size), m_limit(size) {}
     // A stream (standard input, a pipe) has no size to bound it: kMaxStreamBytes does.
     explicit Source(int fd) : m_fd(fd), m_limit(kMaxStreamBytes), m_bStream(true) {}
@@ -135,12 +140,37 @@ class XmlParser::Source {
     // Bytes handed out so far.
     size_t offset() const { return m_offset; }
 
+    // Once every byte is read: why the bytes read may not be one version of the file, or
+    // empty when they are. A file rewritten in place while it was read changes its size or
+    // its modification time (the kernel gives a write after a stat a time of its own), and
+    // its bytes may then mix two versions; a file that cannot be examined again counts as
+    // changed. A buffer never changes, and a stream is its own only version.
+    std::string changedWhileRead() const {
+        if (m_fd < 0 || m_bStream) {
+            return std::string();
+        }
+        struct stat now {};
+        if (::fstat(m_fd, &now) != 0) {
+            return "fstat failed: " + qnsys::errnoText(errno);
+        }
+        if (static_cast<size_t>(now.st_size) != m_size || m_offset != m_size) {
+            return "its size changed while it was read (" + std::to_string(m_size) +
+                   " bytes when it was opened, " + std::to_string(m_offset) + " bytes read, " +
+                   std::to_string(static_cast<size_t>(now.st_size)) + " bytes now)";
+        }
+        if (now.st_mtim.tv_sec != m_modified.tv_sec || now.st_mtim.tv_nsec != m_modified.tv_nsec) {
+            return "it was modified while it was read";
+        }
+        return std::string();
+    }
+
   private:
     int m_fd = -1;
     const char* m_data = nullptr;
     size_t m_size = 0;
     size_t m_limit = 0;
     size_t m_offset = 0;
+    struct timespec m_modified {};
     bool m_bStream = false;
 };
 
@@ -475,7 +505,7 @@ STATUSCODE XmlParser::parseFile(const std::string& path, bool bSecure) {
         return fail("parseFile", __LINE__, XMLPARSER_ERROR_FILE_OPEN,
                     "Cannot parse " + quoted(path), {0, 0, "not a regular file"});
     }
-    Source source(fd.get(), static_cast<size_t>(info.st_size));
+    Source source(fd.get(), info);
     return parse(source, bSecure, path, "parseFile");
 }
 
@@ -515,7 +545,29 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
         ~SessionScope() { rpSession = nullptr; }
     } scope{m_pSession};
     m_pSession = &session;
+    const std::optional<STATUSCODE> fed = feed(source, session, name, function);
+    return fed.has_value() ? *fed : stoppedStatus(session, name, function);
+}
 
+STATUSCODE XmlParser::overflowStatus(const Source& source, const Session& session,
+                                     const std::string& name, const char* function) {
+    if (source.streamed()) {
+        // Where the parse had got to: what was read before stays read, as for any refusal.
+        const Position at = session.currentPosition();
+        return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
+                    located("Refused", name, at),
+                    {at.line, at.column,
+                     "more than " + std::to_string(source.limit()) +
+                         " bytes of input, the most a stream may hold"});
+    }
+    return fail(function, __LINE__, XMLPARSER_ERROR_FILE_CHANGED, "Refused " + quoted(name),
+                {0, 0,
+                 "it grew past " + std::to_string(source.limit()) + " bytes while it was read (" +
+                     std::to_string(source.size()) + " bytes when it was opened)"});
+}
+
+std::optional<STATUSCODE> XmlParser::feed(Source& source, Session& session, const std::string& name,
+                                          const char* function) {
     XML_Parser parser = session.parser();
     size_t want =
         !source.streamed() && source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
@@ -539,26 +591,20 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
                             std::to_string(source.offset()) + " bytes: read failed",
                         {0, 0, qnsys::errnoText(error)});
         }
-        if (source.overflowed() && source.streamed()) {
-            // Where the parse had got to: what was read before stays read, as for any refusal.
-            const Position at = session.currentPosition();
-            return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
-                        located("Refused", name, at),
-                        {at.line, at.column,
-                         "more than " + std::to_string(source.limit()) +
-                             " bytes of input, the most a stream may hold"});
-        }
         if (source.overflowed()) {
-            return fail(
-                function, __LINE__, XMLPARSER_ERROR_FILE_READ, "Refused " + quoted(name),
-                {0, 0,
-                 "it grew past " + std::to_string(source.limit()) + " bytes while it was read (" +
-                     std::to_string(source.size()) + " bytes when it was opened)"});
+            return overflowStatus(source, session, name, function);
         }
         const bool bFinal = got < want;
+        // Checked before the last piece is parsed: the events of a mixed document up to here
+        // may have been delivered, but no load succeeds with it.
+        const std::string changed = bFinal ? source.changedWhileRead() : std::string();
+        if (!changed.empty()) {
+            return fail(function, __LINE__, XMLPARSER_ERROR_FILE_CHANGED, "Refused " + quoted(name),
+                        {0, 0, changed});
+        }
         if (XML_ParseBuffer(parser, static_cast<int>(got), bFinal ? XML_TRUE : XML_FALSE) !=
             XML_STATUS_OK) {
-            break;
+            return std::nullopt;
         }
         if (bFinal) {
             return XMLPARSER_SUCCESS;
@@ -579,8 +625,10 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
         }
         want = std::clamp(pending, kMinFeed, kMaxFeed);
     }
+}
 
-    // The parse failed: say where and why, once.
+STATUSCODE XmlParser::stoppedStatus(const Session& session, const std::string& name,
+                                    const char* function) {
     const Position& stopped = session.stopPosition();
     switch (session.stopReason()) {
         case Session::STOP_DOCTYPE:
@@ -606,6 +654,7 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
         case Session::STOP_NONE:
             break;
     }
+    XML_Parser parser = session.parser();
     const XML_Error code = XML_GetErrorCode(parser);
     const Position at{XML_GetErrorLineNumber(parser), XML_GetErrorColumnNumber(parser) + 1};
     STATUSCODE status = XMLPARSER_ERROR_NOT_WELL_FORMED;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLPARSER_H
-#define XMLPARSER_H
+#ifndef QUILLNET_XMLPARSER_H
+#define QUILLNET_XMLPARSER_H
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "GenDefs.h"
@@ -32,7 +33,10 @@ enum XMLPARSER_ERRORS : STATUSCODE {
     // A text, name, attribute value, piece of markup or nesting depth over its limit (the
     // limits are XmlParser's constants).
     XMLPARSER_ERROR_LIMIT_EXCEEDED = XMLPARSER_NOTERROR_BASEVALUE + 16,
-    XMLPARSER_ERROR_UNKNOWN = XMLPARSER_NOTERROR_BASEVALUE + 17,
+    // The file changed while it was read (its size or modification time), so the bytes read
+    // may mix two versions of it; or it grew past what its size at open allows.
+    XMLPARSER_ERROR_FILE_CHANGED = XMLPARSER_NOTERROR_BASEVALUE + 17,
+    XMLPARSER_ERROR_UNKNOWN = XMLPARSER_NOTERROR_BASEVALUE + 18,
 };
 
 // XmlParser parses one XML document and delivers its events to an XmlMgr handler on the
@@ -53,12 +57,15 @@ enum XMLPARSER_ERRORS : STATUSCODE {
 //   - a piece of markup over kMaxMarkupBytes (a start tag with all its attributes, a
 //     comment, a processing instruction, a declaration), checked while expat is still
 //     collecting it, so that a huge attribute value is refused before it is held whole.
-// A file that grows while it is read is read up to its size at open plus kGrowthBytes, then
-// refused (XMLPARSER_ERROR_FILE_READ). Altogether a parse holds at most a few times
-// kMaxMarkupBytes, whatever the input. With bSecure a document type declaration is refused before
-// any element is delivered; without it a DTD is tolerated, but nothing outside the document
-// (external DTD subset, external or parameter entity) is ever read: a reference to one fails the
-// parse. Every failure is logged once, naming the document, line, column and reason, and
+// A file that changes while it is read is refused with XMLPARSER_ERROR_FILE_CHANGED: one that
+// grows is read no further than its size at open plus kGrowthBytes, and one whose size or
+// modification time differs once it is read to its end is refused before its last piece is
+// parsed, so that no parse succeeds over bytes that mix two versions of a file rewritten in
+// place (replace a policy file by renaming a complete new one over it). Altogether a parse holds at
+// most a few times kMaxMarkupBytes, whatever the input. With bSecure a document type declaration is
+// refused before any element is delivered; without it a DTD is tolerated, but nothing outside the
+// document (external DTD subset, external or parameter entity) is ever read: a reference to one
+// fails the parse. Every failure is logged once, naming the document, line, column and reason, and
 // described by LastFailure() as values. An exception thrown by the handler stops the parse and
 // passes on to the caller of parseFile. Nothing is formatted while a parse goes well: the text
 // of a refusal is built only when one is made.
@@ -123,6 +130,18 @@ class XmlParser {
     class Session;
 
     STATUSCODE parse(Source& source, bool bSecure, const std::string& name, const char* function);
+    // The feed loop: reads the source piece by piece into expat's buffer and parses each piece.
+    // The status when the input decided the parse (0 at its end, or a failure of reading it),
+    // or nothing when expat stopped on the document, for stoppedStatus to say why.
+    std::optional<STATUSCODE> feed(Source& source, Session& session, const std::string& name,
+                                   const char* function);
+    // The refusal of a source that delivered more than its limit: a stream past
+    // kMaxStreamBytes, or a file that grew while it was read.
+    STATUSCODE overflowStatus(const Source& source, const Session& session, const std::string& name,
+                              const char* function);
+    // The status of a parse that expat stopped, logged once: the refusal a callback made, or
+    // expat's own error.
+    STATUSCODE stoppedStatus(const Session& session, const std::string& name, const char* function);
     // Records a failure, logs it (unless LogFailures(false)) as "<message>: <reason>" and
     // returns status.
     STATUSCODE fail(const char* function, int sourceLine, STATUSCODE status,
@@ -134,4 +153,4 @@ class XmlParser {
     bool m_bLogFailures = true;
 };
 
-#endif  // XMLPARSER_H
+#endif  // QUILLNET_XMLPARSER_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef XMLWRITERSYNTAX_H
-#define XMLWRITERSYNTAX_H
+#ifndef QUILLNET_XMLWRITERSYNTAX_H
+#define QUILLNET_XMLWRITERSYNTAX_H
 
 // The XML 1.0 rules the document writer enforces and the escaping it applies. Internal to
 // the XML layer: not installed.
@@ -35,4 +35,4 @@ void appendEscapedAttribute(std::string& out, const std::string& value);
 
 }  // namespace qnxml
 
-#endif  // XMLWRITERSYNTAX_H
+#endif  // QUILLNET_XMLWRITERSYNTAX_H

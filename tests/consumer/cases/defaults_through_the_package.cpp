@@ -5,10 +5,10 @@
 
 #include <cstdio>
 
-#include "LocalPolicySettings.h"
-#include "StoragePath.h"
-#include "StringUtils.h"
-#include "XmlLocalQNPolMgr.h"
+#include <quillnet/LocalPolicySettings.h>
+#include <quillnet/StoragePath.h>
+#include <quillnet/StringUtils.h>
+#include <quillnet/XmlLocalQNPolMgr.h>
 
 int main() {
     CStoragePath* pStoragePath = nullptr;
