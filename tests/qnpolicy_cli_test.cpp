@@ -764,6 +764,7 @@ TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
         {"mkdir $T/dir", "$T/dir", 2},
         {"printf '<!DOCTYPE x>\\n<QuillnetLocalPolicy/>' >$T/dtd", "$T/dtd", 2},
         {"mkdir -m 700 $T/c; echo '<QuillnetLocalPolicy/>' > $T/c/p", "NOBODY $T/c/p", 2},
+        {"mkdir -m 700 $T/c; mkdir $T/c/i", "NOBODY --install-dir $T/c/i", 2},
         {"", "STREAM", 2},
     };
     for (const auto& [setup, target, status] : cases) {

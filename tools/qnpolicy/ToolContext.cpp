@@ -55,7 +55,7 @@ int CToolContext::Fail(int exitCode, const char* kind, const std::string& messag
     std::string whole;
     for (const std::string& detail : details) {
         Error("error: " + detail);
-        whole += detail + " ";
+        whole += detail + "\n";  // each detail ends with a command to run: a line of its own
     }
     Error(message);
     if (m_options.bJson) {
@@ -84,10 +84,13 @@ int CToolContext::RequireInstallDir() {
     const std::string& dir = m_options.installDir;
     if (::stat(dir.c_str(), &status) != 0) {
         const int error = errno;
-        return Fail(
-            kExitNoInput, errorkind::kNoSuchDirectory,
-            "install directory " + Quoted(dir) + ": " +
-                (error == ENOENT ? std::string("no such directory") : std::strerror(error)));
+        if (error != ENOENT && error != ENOTDIR) {
+            // Cannot tell (EACCES, ELOOP, ...): the directory may be there, so it is not
+            // reported absent; the command's own read or path audit says what it cannot examine.
+            return kExitSuccess;
+        }
+        return Fail(kExitNoInput, errorkind::kNoSuchDirectory,
+                    "install directory " + Quoted(dir) + ": no such directory");
     }
     if (!S_ISDIR(status.st_mode)) {
         return Fail(kExitNoInput, errorkind::kNoSuchDirectory,

@@ -114,15 +114,16 @@ class CToolContext {
     // A failure that ends the run before it has a result: each detail (as "error: DETAIL"),
     // then the message, printed once as Error, and with --json the one object on standard output,
     // {"formatVersion": 1, "error": {"kind", "message"}}, whose message holds the details
-    // and the message. Returns exitCode.
+    // (a line each) and the message. Returns exitCode.
     int Fail(int exitCode, const char* kind, const std::string& message,
              const std::vector<std::string>& details = {});
     // A warning or a note about the result; --quiet drops them.
     void Warning(const std::string& message);
     void Note(const std::string& message);
 
-    // 0 when the install directory exists and is a directory; otherwise says so ("no such
-    // directory") and returns the no-input status (66).
+    // 0 when the install directory exists and is a directory, or cannot be examined (the
+    // command's own read or audit then reports it); otherwise says so ("no such directory")
+    // and returns the no-input status (66).
     int RequireInstallDir();
     // The install directory as the module expects it, with its trailing '/'.
     std::string InstallDir() const;
