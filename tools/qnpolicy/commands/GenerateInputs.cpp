@@ -24,8 +24,10 @@ constexpr size_t kReadPiece = size_t{64} << 10;
 constexpr mode_t kPolicyFileMode = 0644;
 
 // Reads fd to its end, or until more than limit bytes have come; false with errno in rError
-// when a read fails.
+// when a read fails. The room for limit + 1 bytes is reserved at once, so that the last piece
+// never doubles it: memory the pieces do not fill is never touched.
 bool readAtMost(int fd, size_t limit, std::string& rContent, int& rError) {
+    rContent.reserve(limit + 1);
     char piece[kReadPiece];
     while (rContent.size() <= limit) {
         const ssize_t got = ::read(fd, piece, std::min(sizeof piece, limit + 1 - rContent.size()));
