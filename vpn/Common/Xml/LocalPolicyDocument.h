@@ -183,9 +183,9 @@ struct StoreResult {
 
 // Stores bytes as "QuillnetLocalPolicy.xml" in directory (with its trailing separator), crash-
 // safely (see QNCSaxWriter.h): a new inode, mode 0644, no access ACL, root:root when root
-// stores it. Without bOverwrite an existing file is kept, whenever
-// it appeared. Logs a failure as generation does: the writer's record, then the manager's
-// "writeLocalPolicy" record with the status.
+// stores it. Without bOverwrite an existing file is kept, whenever it appeared. Logs a failure
+// as generation does: the writer's record, then the manager's "writeLocalPolicy" record with
+// the status.
 QUILLNET_API StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
                                              bool bOverwrite);
 // The same through directoryFd, a readable descriptor (O_RDONLY | O_DIRECTORY) of the directory
