@@ -783,10 +783,12 @@ TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
             }
             const ToolRun run(words);
             EXPECT_EQ(run.status, status) << words << "\n" << run.out << run.err;
+            if (target == "STREAM") {
+                EXPECT_TRUE(run.has("more than 67108864 bytes of input, the most a stream may hold"))
+                    << words;
+            }
         }
     }
-    EXPECT_TRUE(ToolRun("{ echo '<QuillnetLocalPolicy>'; yes '<a/>'; } | $Q check -")
-                    .has("more than 67108864 bytes of input, the most a stream may hold"));
 }
 
 // Text that cannot lie: a value from the file is printed quoted with its controls escaped, so
