@@ -3,7 +3,8 @@
 #   make test  build and run every test, then build the consumer example against the
 #              installed package, then test the Ansible collection
 #   make bench build the Release benchmark and run it (timings, peak memory, qnpolicy check
-#              on hostile files, then the instruction counts of one load under callgrind)
+#              on hostile files, then the instruction counts of one load and of qnpolicy
+#              show --origin against check under callgrind)
 #   make bench-cli  time qnpolicy check and show --json against xmllint (hyperfine)
 #   make format  clang-format every tracked C++ file in place
 #   make lint    check the formatting and run clang-tidy over the library and the tool
@@ -59,6 +60,7 @@ bench: build
 	./build-bench/bench/policy_bench --memory
 	bash scripts/bench-hostile-check.sh build/tools/qnpolicy/qnpolicy
 	bash scripts/bench-instructions.sh build-bench/bench/policy_bench
+	bash scripts/bench-origin.sh build/tools/qnpolicy/qnpolicy build-bench/bench/libqn_fixed_entropy.so
 
 format:
 	git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format -i

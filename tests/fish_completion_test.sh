@@ -25,7 +25,7 @@ offers() {
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check generate schema show vocabulary'
+expect 'qnpolicy ' 'check diff generate schema show vocabulary'
 expect 'qnpolicy gen' 'generate'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
@@ -42,7 +42,10 @@ expect 'qnpolicy generate rtp=' 'rtp=false rtp=ipsec rtp=tls'
 expect 'qnpolicy generate --install-dir ' 'sub/'
 expect 'qnpolicy check ' 'a.xml sub/'
 expect 'qnpolicy check --json a' 'a.xml'
-expect 'qnpolicy show ' 'a.xml sub/'
+expect 'qnpolicy show a.' 'a.xml'
+expect 'qnpolicy show --origin FipsMode Strict' 'StrictCertificateTrust'
+expect 'qnpolicy show --format ' 'flat json text'
+expect 'qnpolicy diff ' 'a.xml sub/'
 expect 'qnpolicy show --install-dir s' 'sub/'
 expect 'qnpolicy vocabulary ' ''
 

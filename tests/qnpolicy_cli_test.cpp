@@ -34,7 +34,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
-const char* const kSubcommands[] = {"generate", "show", "check", "vocabulary", "schema"};
+const char* const kSubcommands[] = {"generate", "show", "check", "diff", "vocabulary", "schema"};
 
 // Every output of a run with --json, by subcommand, validated when the suite ends.
 std::vector<std::pair<std::string, std::string>>& jsonOutputs() {
@@ -158,11 +158,18 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
         {{"success", "generate"}, "generate --overwrite fm=true --install-dir $D"},
         {{"success", "show"}, "show --install-dir $D"},
         {{"success", "check"}, "check --ignore file-owner $D/" + std::string(kPolicyFile)},
+        {{"success", "diff"}, "diff $F $F"},
         {{"success", "vocabulary"}, "vocabulary"},
         {{"success", "schema"}, "schema --json-schema check"},
         {{"findings", "generate"}, "generate --diff --overwrite fm=false --install-dir $D"},
         {{"findings", "check"}, "check --ignore file-owner $F"},
         {{"no such file", "generate"}, "generate --args-from $N --install-dir $D"},
+        {{"findings", "diff"}, "diff --install-dir $D $F"},
+        {{"no such file", "diff"}, "diff $F $N"},
+        {{"no such install directory", "diff"}, "diff --install-dir $N $F"},
+        {{"a file exists but cannot be read", "diff"}, "diff $F $B"},
+        {{"usage error", "diff"}, "diff - -"},
+        {{"I/O error", "diff"}, "diff $F $F >/dev/full"},
         {{"no such file", "show"}, "show $N"},
         {{"no such file", "check"}, "check $N"},
         {{"no such install directory", "generate"}, "generate fm=true --install-dir $N"},
@@ -210,7 +217,7 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
     std::vector<std::string> columns;
     size_t cells = 0;
     std::set<std::pair<std::string, std::string>> provoked;
-    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){5})$)");
+    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){6})$)");
     bool bInTable = false;
     while (std::getline(readme, line)) {
         std::smatch match;
@@ -235,7 +242,7 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
             columns = fields;
             continue;
         }
-        ASSERT_EQ(columns.size(), 5U) << "the table's header comes first";
+        ASSERT_EQ(columns.size(), 6U) << "the table's header comes first";
         for (size_t column = 0; column < fields.size(); ++column) {
             if (fields[column] == "-") {
                 continue;
@@ -618,6 +625,20 @@ TEST(QnpolicyTool, GenerateLeavesTheFileUntouchedUnlessItWritesADifferentDocumen
                     .has("@@ -1,4 +1,4 @@\n <?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"));
     EXPECT_TRUE(ToolRun("generate --diff --overwrite fm=false" + d)
                     .has("\n-    <FipsMode>true</FipsMode>\n+    <FipsMode>false</FipsMode>\n"));
+    // Beside the patch, what the client would read differently, which changes no exit status.
+    const ToolRun changed("generate --json --diff --overwrite fm=false" + d);
+    EXPECT_EQ(changed.status, 1);
+    EXPECT_EQ(changed.json().at("changes"), Json::parse(R"([{"setting": "FipsMode",
+        "old": {"value": true, "origin": {"line": 3, "column": 5}},
+        "new": {"value": false, "origin": {"line": 3, "column": 5}}}])"));
+    EXPECT_TRUE(
+        changed.has("qnpolicy generate: with the new document the client would read 1 "
+                    "setting differently:\n  FipsMode: true (" +
+                    path + ":3:5) -> false (" + path + " (generated):3:5)\n"))
+        << changed.err;
+    const ToolRun same("generate --diff --overwrite fm=true" + d);
+    EXPECT_EQ(same.status, 0);
+    EXPECT_TRUE(same.has("with the new document the client would read the same policy\n"));
 }
 
 // show FILE and show - read a document elsewhere as the client would; a failed load still
@@ -784,7 +805,8 @@ TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
             const ToolRun run(words);
             EXPECT_EQ(run.status, status) << words << "\n" << run.out << run.err;
             if (target == "STREAM") {
-                EXPECT_TRUE(run.has("more than 67108864 bytes of input, the most a stream may hold"))
+                EXPECT_TRUE(
+                    run.has("more than 67108864 bytes of input, the most a stream may hold"))
                     << words;
             }
         }
@@ -908,6 +930,167 @@ TEST(QnpolicyTool, EveryFailedWriteEndsWithAnIoError) {
                         "; echo \"status $?\" >&2; } | head -c 10");
     EXPECT_TRUE(piped.has("status 74")) << piped.err;
     EXPECT_EQ(piped.err, "status 74\n");
+}
+
+// show --origin: where each value comes from, for the settings named (by element or
+// abbreviation) or all; a cut file exits 2, says what the client holds and lists what was read
+// before the cut, as plain show does.
+TEST(QnpolicyTool, ShowTellsWhereEachValueComesFromAndWhatACutFileLeaves) {
+    qntest::TempDir dir;
+    const std::string file =
+        dir.write("p.xml",
+                  "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n"
+                  "  <FipsMode>true</FipsMode><FipMode>false</FipMode>\n"
+                  "  <UpdatePolicy><AuthorizedServerList>\n"
+                  "    <ServerName>gw1</ServerName>\n"
+                  "  </AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy>\n");
+    const ToolRun run("show --origin --json " + file + " upal fm");
+    EXPECT_EQ(run.status, 0) << run.err;
+    const Json shown = run.json();
+    EXPECT_EQ(shown.at("settings"), Json::parse(R"({
+        "AuthorizedServerList": {"value": ["gw1"], "origin": {"line": 3, "column": 17},
+            "takesEffect": "next-load", "valueOrigins": [{"line": 4, "column": 5}],
+            "contributors": [{"element": "AuthorizedServerList", "line": 3, "column": 17,
+                              "text": "", "contribution": "sets"}]},
+        "FipsMode": {"value": true, "origin": {"line": 2, "column": 3},
+            "takesEffect": "next-start",
+            "contributors": [{"element": "FipsMode", "line": 2, "column": 3, "text": "true",
+                              "contribution": "sets"}]}})"));
+    // The misspelt element names no selected setting.
+    EXPECT_EQ(shown.at("ignored"), Json::array());
+    EXPECT_EQ(ToolRun("show --origin --json " + file).json().at("ignored").at(0).at("kind"),
+              "unknown-element");
+    EXPECT_TRUE(ToolRun("show --origin " + file + " FipsMode")
+                    .has("FipsMode                                            true  " + file +
+                         ":2:3 (a change takes effect at the client's next start)\n"));
+    const std::vector<std::pair<std::string, std::string>> refused = {
+        {"show --origin FipMode --install-dir " + dir.path(), "Did you mean \"FipsMode\"?"},
+        {"show " + file + " fm", "one FILE at most"},
+        {"show --origin --format=flat " + file, "--origin does not apply to --format=flat"},
+        {"show --json --format=text " + file, "exclude each other"},
+    };
+    for (const auto& [words, message] : refused) {
+        const ToolRun usage(words);
+        EXPECT_EQ(usage.status, 64) << words;
+        EXPECT_TRUE(usage.has(message)) << words << usage.err;
+    }
+
+    const std::string cut = dir.write("cut.xml",
+                                      "<QuillnetLocalPolicy>\n<FipsMode>true</FipsMode>\n"
+                                      "<BypassDownloader>true</BypassDownloader>\n<Fips");
+    const ToolRun origin("show --origin --json " + cut + " fm bd");
+    EXPECT_EQ(origin.status, 2);
+    const Json failed = origin.json();
+    EXPECT_EQ(failed.at("error").at("consequence"), qnpolicy::tool::kUnreadableFileConsequence);
+    EXPECT_EQ(failed.at("settings").at("BypassDownloader").at("origin"),
+              Json::parse(R"({"line": 3, "column": 1})"));
+    EXPECT_EQ(failed.at("settings").at("FipsMode").at("value"), false);
+    EXPECT_EQ(failed.at("settings").at("FipsMode").at("contributors").at(0).at("contribution"),
+              "overridden");
+    const ToolRun plain("show --json " + cut);
+    EXPECT_EQ(plain.status, 2);
+    EXPECT_EQ(plain.json().at("settings").at("BypassDownloader"), true);
+    EXPECT_EQ(plain.json().at("settings").at("FipsMode"), false);
+    const ToolRun text("show " + cut);
+    EXPECT_EQ(text.status, 2);
+    EXPECT_TRUE(text.has("  BypassDownloader                                  true\n")) << text.out;
+    EXPECT_TRUE(text.has("FipsModeModifiedOnDisk: false (read as a client's first load"))
+        << text.out;
+}
+
+// show --format=flat: one "ElementName value" line per setting and per server, in catalogue
+// order, nothing else; a value that could pass for something else is quoted.
+TEST(QnpolicyTool, ShowFlatPrintsOneLinePerSettingAndServer) {
+    qntest::TempDir dir;
+    const std::string file = dir.write(
+        "p.xml",
+        "<QuillnetLocalPolicy><RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols>"
+        "<UpdatePolicy><AuthorizedServerList><ServerName>gw1</ServerName>"
+        "<ServerName>gw 2\nFipsMode true</ServerName></AuthorizedServerList></UpdatePolicy>"
+        "</QuillnetLocalPolicy>");
+    const ToolRun run("show --format=flat " + file);
+    EXPECT_EQ(run.status, 0);
+    std::istringstream lines(run.out);
+    std::vector<std::string> flat;
+    for (std::string line; std::getline(lines, line);) {
+        flat.push_back(line);
+    }
+    ASSERT_EQ(flat.size(), 30U) << run.out;
+    EXPECT_EQ(flat.front(), "FipsMode false");
+    EXPECT_EQ(flat.at(11), "RestrictPreferenceCaching none");
+    EXPECT_EQ(flat.at(12), "RestrictTunnelProtocols ipsec");
+    EXPECT_EQ(flat.at(28), "AuthorizedServerList gw1");
+    EXPECT_EQ(flat.at(29), "AuthorizedServerList \"gw 2\\nFipsMode true\"");
+}
+
+// diff: the same policy for a reordered, re-indented, commented file with another version;
+// otherwise one line per differing setting with both values and both origins; with one FILE,
+// the install directory's file (the defaults when missing) is the old one.
+TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
+    qntest::TempDir dir;
+    const std::string a =
+        dir.write("a.xml",
+                  "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n  <FipsMode>true</FipsMode>\n"
+                  "  <EnableCRLCheck>false</EnableCRLCheck>\n</QuillnetLocalPolicy>\n");
+    const std::string b =
+        dir.write("b.xml",
+                  "<QuillnetLocalPolicy qnversion=\"5.1.9\"><!-- same -->"
+                  "<EnableCRLCheck>false</EnableCRLCheck><FipsMode>true</FipsMode>"
+                  "</QuillnetLocalPolicy>");
+    const std::string c = dir.write("c.xml",
+                                    "<QuillnetLocalPolicy>\n<EnableCRLCheck>true</EnableCRLCheck>\n"
+                                    "</QuillnetLocalPolicy>\n");
+    const ToolRun same("diff " + a + " " + b);
+    EXPECT_EQ(same.status, 0);
+    EXPECT_EQ(same.out,
+              "qnversion: \"5.1.8.105\" -> \"5.1.9\" (no difference: the client reads "
+              "both alike)\n" +
+                  a + " and " + b + ": the client reads the same policy\n");
+    const ToolRun different("diff " + a + " - < " + c);
+    EXPECT_EQ(different.status, 1);
+    EXPECT_EQ(different.out.substr(0, different.out.find("qnversion")),
+              "FipsMode: true (" + a +
+                  ":2:3) -> false (default)\n"
+                  "EnableCRLCheck: false (" +
+                  a + ":3:3) -> true (<stdin>:2:1)\n");
+    const Json changes = ToolRun("diff --json " + a + " " + c).json();
+    EXPECT_EQ(changes.at("result"), "different");
+    EXPECT_EQ(changes.at("changes").at(0), Json::parse(R"({"setting": "FipsMode",
+        "old": {"value": true, "origin": {"line": 2, "column": 3}},
+        "new": {"value": false, "origin": null}})"));
+    const ToolRun installed("diff --quiet --install-dir " + dir.path() + " " + c);
+    EXPECT_EQ(installed.status, 1);
+    EXPECT_EQ(installed.out, "EnableCRLCheck: false (default) -> true (" + c + ":2:1)\n");
+}
+
+// The usage --help prints from the command table is the one main.cpp's header and the README
+// show.
+TEST(QnpolicyTool, UsageTextIsTheOneTheSourcesAndTheReadmeShow) {
+    const ToolRun help("--help");
+    const size_t start = help.out.find("Usage:\n");
+    ASSERT_NE(start, std::string::npos);
+    std::string usage;
+    std::istringstream lines(help.out.substr(start + 7));
+    for (std::string line; std::getline(lines, line) && !line.empty();) {
+        usage += line.substr(2) + "\n";
+    }
+    std::string readme;
+    std::ifstream readmeFile(QN_README);
+    for (std::string line; std::getline(readmeFile, line) && line != "## The qnpolicy tool";) {
+    }
+    for (std::string line; std::getline(readmeFile, line) && line != "```";) {
+    }
+    for (std::string line; std::getline(readmeFile, line) && line != "```";) {
+        readme += line + "\n";
+    }
+    EXPECT_EQ(readme, usage);
+    // The indented lines of the comment that heads the source.
+    std::string header;
+    std::ifstream source(QN_TOOL_MAIN);
+    for (std::string line; std::getline(source, line) && line.rfind("//", 0) == 0;) {
+        header += line.rfind("//   ", 0) == 0 ? line.substr(5) + "\n" : std::string();
+    }
+    EXPECT_EQ(header, usage);
 }
 
 }  // namespace

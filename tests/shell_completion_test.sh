@@ -41,7 +41,7 @@ offers() {
     printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check generate schema show vocabulary'
+expect 'qnpolicy ' 'check diff generate schema show vocabulary'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'
@@ -54,7 +54,10 @@ expect 'qnpolicy generate upal=' ''
 expect 'qnpolicy generate --install-dir ' 'sub'
 expect 'qnpolicy check ' 'a.xml sub'
 expect 'qnpolicy check --json a' 'a.xml'
-expect 'qnpolicy show ' 'a.xml sub'
+expect 'qnpolicy show a' 'a.xml'
+expect 'qnpolicy show --origin FipsMode Strict' 'StrictCertificateTrust'
+expect 'qnpolicy show --format ' 'flat json text'
+expect 'qnpolicy diff ' 'a.xml sub'
 expect 'qnpolicy show --install-dir s' 'sub'
 
 finish "shell completion"

@@ -111,7 +111,7 @@ expect_line() {
 # As installed: compinit finds _qnpolicy in $fpath by its #compdef line and autoloads it.
 start_shell "fpath=($work/functions \$fpath); autoload -Uz compinit && compinit -u -D"
 
-expect 'qnpolicy ' 'check generate schema show vocabulary'
+expect 'qnpolicy ' 'check diff generate schema show vocabulary'
 expect 'qnpolicy gen' 'generate'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
@@ -129,7 +129,10 @@ expect 'qnpolicy generate rtp=' 'false ipsec tls'
 expect 'qnpolicy generate --install-dir ' 'sub'
 expect 'qnpolicy check ' 'a.xml sub'
 expect 'qnpolicy check --json a' 'a.xml'
-expect 'qnpolicy show ' 'a.xml sub'
+expect 'qnpolicy show a' 'a.xml'
+expect 'qnpolicy show --origin FipsMode Strict' 'StrictCertificateTrust'
+expect 'qnpolicy show --format ' 'flat json text'
+expect 'qnpolicy diff ' 'a.xml sub'
 expect 'qnpolicy show --install-dir s' 'sub'
 expect_line 'qnpolicy gen' 'qnpolicy generate '
 expect_line 'qnpolicy generate --ove' 'qnpolicy generate --overwrite '
@@ -141,7 +144,7 @@ expect_line 'qnpolicy --install-dir su' 'qnpolicy --install-dir sub/'
 
 # Without the package: compinit first, then the file sourced registers itself with compdef.
 start_shell "autoload -Uz compinit && compinit -u -D && source $work/functions/_qnpolicy"
-expect 'qnpolicy ' 'check generate schema show vocabulary'
+expect 'qnpolicy ' 'check diff generate schema show vocabulary'
 expect 'qnpolicy generate ecc=' 'false true'
 expect 'qnpolicy check --json a' 'a.xml'
 

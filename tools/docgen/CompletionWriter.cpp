@@ -19,6 +19,8 @@ constexpr char kDirectoryType[] = "DIR";
 constexpr char kFileType[] = "FILE";
 // The positional type of generate's installer arguments.
 constexpr char kInstallerArgumentType[] = "ABBREV=VALUE";
+// The positional type of a setting named by its element (show --origin).
+constexpr char kSettingType[] = "SETTING";
 
 // Text in single quotes for bash or zsh: taken literally, a quote included.
 std::string shellQuoted(const std::string& text) {
@@ -84,6 +86,34 @@ std::vector<QuotedValues> restrictedValues(std::string (*quote)(const std::strin
     return arms;
 }
 
+// The element names a SETTING operand is offered: every setting's but the server name's,
+// which names the server list's.
+std::vector<std::string> settingNames() {
+    std::vector<std::string> names;
+    for (const LocalPolicySettingInfo& setting : LocalPolicySettings()) {
+        if (setting.kind != LocalPolicySettingKind::SERVER_NAME) {
+            names.push_back(setting.element);
+        }
+    }
+    return names;
+}
+
+// What a subcommand's operands take: installer arguments, file names, setting names.
+struct Operands {
+    bool bInstallerArguments = false;
+    bool bFiles = false;
+    bool bSettings = false;
+};
+Operands operandsOf(const ToolCommand& command) {
+    Operands operands;
+    for (const ToolPositional& positional : command.positionals) {
+        operands.bInstallerArguments |= positional.argument == kInstallerArgumentType;
+        operands.bFiles |= positional.argument == kFileType;
+        operands.bSettings |= positional.argument == kSettingType;
+    }
+    return operands;
+}
+
 std::vector<std::string> optionWords(const ToolCommand& command) {
     std::vector<std::string> words;
     for (const ToolOption& option : command.options) {
@@ -115,23 +145,26 @@ void writeOptionValues(const ToolCommand& command, std::ostream& out) {
     }
 }
 
-// What the words after a subcommand's options are: installer arguments, file names, or
-// nothing to offer.
+// What the words after a subcommand's options are: installer arguments, file names, setting
+// names, or nothing to offer. A word that names a setting is one, any other a file, so where
+// both are taken both are offered.
 void writeOperands(const ToolCommand& command, std::ostream& out) {
-    for (const ToolPositional& positional : command.positionals) {
-        if (positional.argument == kInstallerArgumentType) {
-            out << "        " << command.name << ")\n"
-                << "            _qnpolicy_installer_argument\n"
-                << "            ;;\n";
-            return;
-        }
-        if (positional.argument == kFileType) {
-            out << "        " << command.name << ")\n"
-                << "            _filedir\n"
-                << "            ;;\n";
-            return;
-        }
+    const Operands operands = operandsOf(command);
+    if (!operands.bInstallerArguments && !operands.bFiles && !operands.bSettings) {
+        return;
     }
+    out << "        " << command.name << ")\n";
+    if (operands.bInstallerArguments) {
+        out << "            _qnpolicy_installer_argument\n";
+    }
+    if (operands.bFiles) {
+        out << "            _filedir\n";
+    }
+    if (operands.bSettings) {
+        out << "            COMPREPLY+=($(compgen -W " << wordList(settingNames())
+            << " -- \"$cur\"))\n";
+    }
+    out << "            ;;\n";
 }
 
 void writeInstallerArguments(std::ostream& out) {
@@ -221,10 +254,14 @@ void writeZshOptionEntries(const ToolCommand& command, const std::string& indent
 // their type name as a message.
 void writeZshOperandEntries(const ToolCommand& command, const std::string& indent,
                             std::ostream& out) {
+    const Operands operands = operandsOf(command);
     for (const ToolPositional& positional : command.positionals) {
         std::string action = " ";
         if (positional.argument == kInstallerArgumentType) {
             action = "_qnpolicy_installer_argument";
+        } else if (operands.bFiles && operands.bSettings &&
+                   (positional.argument == kFileType || positional.argument == kSettingType)) {
+            action = "_qnpolicy_file_or_setting";
         } else if (positional.argument == kFileType) {
             action = "_files";
         }
@@ -264,6 +301,12 @@ void writeZshInstallerArguments(std::ostream& out) {
     out << "        )\n"
         << "        _describe -t abbreviations 'installer abbreviation' abbreviations -S ''\n"
         << "    fi\n"
+        << "}\n\n"
+        << "# A file, or a setting named by its element: a word that names a setting is one.\n"
+        << "_qnpolicy_file_or_setting() {\n"
+        << "    local -a expl settings=(" << joined(settingNames()) << ")\n"
+        << "    _alternative 'files:file:_files' \\\n"
+        << "        'settings:setting:compadd -a settings'\n"
         << "}\n\n";
 }
 
@@ -320,16 +363,17 @@ void writeFishOptions(const ToolCommand& command, std::ostream& out) {
 }
 
 void writeFishOperands(const ToolCommand& command, std::ostream& out) {
-    for (const ToolPositional& positional : command.positionals) {
-        if (positional.argument == kInstallerArgumentType) {
-            out << "complete -c qnpolicy -n " << fishCondition(command)
-                << " -a '(__qnpolicy_installer_argument)'\n";
-            return;
-        }
-        if (positional.argument == kFileType) {
-            out << "complete -c qnpolicy -n " << fishCondition(command) << " -F\n";
-            return;
-        }
+    const Operands operands = operandsOf(command);
+    if (operands.bInstallerArguments) {
+        out << "complete -c qnpolicy -n " << fishCondition(command)
+            << " -a '(__qnpolicy_installer_argument)'\n";
+    }
+    if (operands.bFiles) {
+        out << "complete -c qnpolicy -n " << fishCondition(command) << " -F\n";
+    }
+    if (operands.bSettings) {
+        out << "complete -c qnpolicy -n " << fishCondition(command) << " -a "
+            << fishQuoted(joined(settingNames())) << " -d setting\n";
     }
 }
 

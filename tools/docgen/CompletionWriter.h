@@ -10,8 +10,9 @@ namespace qndocgen {
 
 // Writes the bash completion of qnpolicy: the subcommands and options its --help lists,
 // the allowed values of an option that lists them, directories after an option taking a
-// DIR, file names where a FILE is taken, and after "generate" each installer abbreviation
-// of the settings catalogue with "=", then its allowed values.
+// DIR, file names where a FILE is taken, element names where a SETTING is (show --origin),
+// and after "generate" each installer abbreviation of the settings catalogue with "=", then its
+// allowed values.
 //
 //   qndocgen::WriteBashCompletion(help, std::cout);   // installed as completions/qnpolicy
 //

@@ -214,7 +214,19 @@ void writeExamples(const ToolHelp& help, std::ostream& out) {
     }
     if (hasSubcommand(help, "show")) {
         out << "Print the effective policy of another installation as JSON:\n\n"
-            << "```\nqnpolicy show --install-dir /srv/client/ --json\n```\n\n";
+            << "```\nqnpolicy show --install-dir /srv/client/ --json\n```\n\n"
+            << "Say where " << bold(fips->element) << " and the authorized servers come from "
+            << "(the element of each, or default), and what the client ignores:\n\n"
+            << "```\nqnpolicy show --origin " << fips->element << " " << servers->abbreviation
+            << "\n```\n\n"
+            << "Compare the effective policies of two hosts line by line:\n\n"
+            << "```\ndiff <(ssh host1 qnpolicy show --format=flat) "
+               "<(ssh host2 qnpolicy show --format=flat)\n```\n\n";
+    }
+    if (hasSubcommand(help, "diff")) {
+        out << "Whether a policy kept elsewhere is the one in force, as the client reads both "
+               "(exit 0: the same policy, 1: different):\n\n"
+            << "```\nqnpolicy diff ./" << qnpolicy::kPolicyFileName << "\n```\n\n";
     }
     if (hasSubcommand(help, "check")) {
         out << "Report every place where the client will not do what a file seems to say:\n\n"
@@ -317,11 +329,11 @@ void WriteToolManualPage(const ToolHelp& help, const std::string& includeText, s
         << "# NAME\n\n"
         << "qnpolicy - generate, show and check the local policy file of the Quillnet VPN "
            "client\n\n"
-        << "# SYNOPSIS\n\n"
-        << escape(help.tool.usage) << "\n\n";
+        << "# SYNOPSIS\n\n";
     for (const ToolCommand& command : help.subcommands) {
         out << "*qnpolicy* " << escape(command.usage.substr(command.usage.find(' ') + 1)) << "\n\n";
     }
+    out << "*qnpolicy* " << escape(help.tool.usage.substr(help.tool.usage.find(' ') + 1)) << "\n\n";
     out << "# DESCRIPTION\n\n"
         << escape(help.tool.description) << "\n\n"
         << "# OPTIONS\n\n"

@@ -18,7 +18,6 @@ ToolCommand describe(const CLI::App& app, const CommandLine& line, const std::st
     for (char& character : command.description) {
         character = character == '\n' ? ' ' : character;
     }
-    std::string positionals;
     for (const CLI::Option* option : app.get_options()) {
         if (option->get_positional()) {
             ToolPositional positional;
@@ -26,7 +25,6 @@ ToolCommand describe(const CLI::App& app, const CommandLine& line, const std::st
             positional.argument = option->get_type_name();
             positional.bRepeated = option->get_items_expected_max() > 1;
             positional.description = option->get_description();
-            positionals += " [" + positional.name + (positional.bRepeated ? "...]" : "]");
             command.positionals.push_back(positional);
             continue;
         }
@@ -49,8 +47,6 @@ ToolCommand describe(const CLI::App& app, const CommandLine& line, const std::st
         described.description = option->get_description();
         command.options.push_back(described);
     }
-    command.usage = "qnpolicy" + (name.empty() ? std::string() : " " + name) + " [OPTIONS]" +
-                    (name.empty() ? std::string(" [SUBCOMMAND]") : positionals);
     return command;
 }
 
@@ -62,8 +58,10 @@ ToolHelp DescribeTool() {
     ToolHelp help;
     help.version = "qnpolicy " QN_CLIENT_VERSION;
     help.tool = describe(line.app, line, std::string());
+    help.tool.usage = "qnpolicy --version | --help | SUBCOMMAND --help";
     for (const CommandLine::Entry& entry : line.commands) {
         help.subcommands.push_back(describe(*entry.pApp, line, entry.pInfo->name));
+        help.subcommands.back().usage = qnpolicy::tool::Synopsis(line, entry);
     }
     for (const qnpolicy::tool::ExitCodeInfo& exitCode : qnpolicy::tool::kExitCodes) {
         help.exitCodes.push_back({std::to_string(exitCode.code), exitCode.meaning});

@@ -27,7 +27,7 @@ struct ToolPositional {
 // The tool or one of its subcommands.
 struct ToolCommand {
     std::string name;         // empty for the tool itself
-    std::string usage;        // the text after "Usage: "
+    std::string usage;        // its synopsis, as --help prints it after "Usage: "
     std::string description;  // the lines before the usage line, joined
     std::vector<ToolOption> options;
     std::vector<ToolPositional> positionals;

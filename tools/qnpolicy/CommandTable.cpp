@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CommandTable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <set>
 
+#include "MessageText.h"
 #include "QnBuildConfig.h"
 
 namespace qnpolicy::tool {
@@ -46,6 +49,101 @@ void addSharedOptions(CommandLine& line, CLI::App& command, unsigned flags) {
     command.footer(ExitCodeHelp());
 }
 
+// --help's usage: the table's synopsis instead of CLI11's generic "[OPTIONS] [SUBCOMMAND]".
+class CUsageFormatter : public CLI::Formatter {
+  public:
+    explicit CUsageFormatter(const CommandLine& line) : m_line(line) {}
+
+    std::string make_usage(const CLI::App* app, std::string /*name*/) const override {
+        for (const CommandLine::Entry& entry : m_line.commands) {
+            if (entry.pApp == app) {
+                return "Usage: " + Synopsis(m_line, entry) + "\n";
+            }
+        }
+        std::string usage = "Usage:\n";
+        const std::string text = UsageText(m_line);
+        for (size_t start = 0; start < text.size();) {
+            const size_t end = text.find('\n', start);
+            usage += "  " + text.substr(start, end - start + 1);
+            start = end + 1;
+        }
+        return usage;
+    }
+
+  private:
+    const CommandLine& m_line;
+};
+
+// Whether a subcommand's option is one the main command takes too (or --help).
+bool isSharedOption(const CommandLine& line, const CLI::Option* option) {
+    for (const std::string& name : option->get_lnames()) {
+        if (name == "help" || line.app.get_option_no_throw("--" + name) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// "--name" or "--name TYPE", without the checks CLI11 appends to the type.
+std::string optionUsage(const CLI::Option* option) {
+    std::string usage = option->get_lnames().empty() ? "-" + option->get_snames().front()
+                                                     : "--" + option->get_lnames().front();
+    const std::string type = option->get_type_name();
+    if (option->get_type_size() != 0 && !type.empty()) {
+        usage += " " + type.substr(0, type.find(':'));
+    }
+    return usage;
+}
+
+// "FILE", "[FILE]", "FILE [FILE]", "[SETTING...]": the times a positional is required, then
+// what it may add.
+std::string positionalUsage(const CLI::Option* option) {
+    const std::string name = option->get_type_name();
+    const int most = option->get_items_expected_max();
+    const int least = option->get_required() ? std::max(1, option->get_items_expected_min()) : 0;
+    std::string usage;
+    for (int i = 0; i < least; ++i) {
+        usage += (usage.empty() ? "" : " ") + name;
+    }
+    if (most > least) {
+        usage += (usage.empty() ? "[" : " [") + name + (most - least > 1 ? "...]" : "]");
+    }
+    return usage;
+}
+
+// The line cut into lines of at most kUsageWidth columns, between bracketed groups, each
+// continuation indented under the first argument.
+std::string wrapped(const std::string& line, size_t indent) {
+    constexpr size_t kUsageWidth = 80;
+    std::vector<std::string> words;
+    int depth = 0;
+    std::string word;
+    for (const char character : line) {
+        depth += character == '[' ? 1 : character == ']' ? -1 : 0;
+        if (character == ' ' && depth == 0) {
+            words.push_back(word);
+            word.clear();
+        } else {
+            word += character;
+        }
+    }
+    words.push_back(word);
+    std::string text;
+    size_t width = 0;
+    for (const std::string& next : words) {
+        if (width != 0 && width + 1 + next.size() > kUsageWidth) {
+            text += "\n" + std::string(indent, ' ');
+            width = indent;
+        } else if (width != 0) {
+            text += ' ';
+            ++width;
+        }
+        text += next;
+        width += next.size();
+    }
+    return text + "\n";
+}
+
 }  // namespace
 
 const std::vector<CommandInfo>& Commands() {
@@ -60,13 +158,22 @@ const std::vector<CommandInfo>& Commands() {
         {"show",
          "Load the policy file (or FILE; - reads standard input) as the client does and print "
          "the effective policy: the file's path and presence, its version, every setting in "
-         "catalogue order and the authorized servers.",
+         "catalogue order and the authorized servers; with --origin, where each value comes "
+         "from. A file that cannot be parsed exits 2 after saying what the client holds: the "
+         "defaults and what was read before the error, which are printed too.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateShowCommand, kShowResultSchema},
         {"check",
          "Lint policy files (default: the install directory's; - reads standard input): report, "
          "with line and column, every place where the client will not do what a file seems to "
          "say, and unsafe ownership or permissions of the file and the directories above it.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateCheckCommand, kCheckResultSchema},
+        {"diff",
+         "Compare two policy files as the client reads them (with one FILE, the install "
+         "directory's file against it; - reads standard input): one line per setting whose "
+         "effective value differs, with both values and both origins. A reordered, re-indented or "
+         "commented file that the client reads alike is the same policy; the version is reported "
+         "but is no difference. Exit 0: the same, 1: different.",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateDiffCommand, kDiffResultSchema},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
          "and meaning, and the values generate writes.",
@@ -99,15 +206,55 @@ void BuildCommandLine(CommandLine& line) {
         addSharedOptions(line, *command, info.flags);
         std::unique_ptr<CCommand> pCommand = info.create();
         pCommand->AddOptions(*command);
+        for (auto& [name, values] : pCommand->OptionChoices()) {
+            line.choices[command->get_option(name)] = values;
+        }
         command->allow_extras(false);
         line.commands.push_back(CommandLine::Entry{&info, command, std::move(pCommand)});
     }
     // Left-over words of the main command are an unknown subcommand or option, reported with
     // a suggestion instead of CLI11's generic message.
     line.app.allow_extras(true);
+    const auto formatter = std::make_shared<CUsageFormatter>(line);
+    line.app.formatter(formatter);
+    for (CommandLine::Entry& entry : line.commands) {
+        entry.pApp->formatter(formatter);
+    }
 }
 
 namespace {
+
+// A setting the client reads differently in two policies (diff, generate --diff): both
+// values with their origins, and for the server list where it first differs.
+constexpr char kChangeSchema[] = R"({
+    "type": "object",
+    "required": ["setting", "old", "new"],
+    "properties": {
+        "setting": {"type": "string"},
+        "old": {"$ref": "#/$defs/changeSide"},
+        "new": {"$ref": "#/$defs/changeSide"},
+        "firstDifference": {
+            "type": "object",
+            "required": ["index", "old", "new"],
+            "properties": {
+                "index": {"type": "integer", "minimum": 0},
+                "old": {"oneOf": [{"type": "null"}, {"$ref": "#/$defs/changeSide"}]},
+                "new": {"oneOf": [{"type": "null"}, {"$ref": "#/$defs/changeSide"}]}
+            },
+            "additionalProperties": false
+        }
+    },
+    "additionalProperties": false
+})";
+constexpr char kChangeSideSchema[] = R"({
+    "type": "object",
+    "required": ["value", "origin"],
+    "properties": {
+        "value": {"$ref": "#/$defs/settingValue"},
+        "origin": {"$ref": "#/$defs/position"}
+    },
+    "additionalProperties": false
+})";
 
 // The object every command prints with --json when it fails before it has a result, and the
 // error inside it.
@@ -124,6 +271,51 @@ constexpr char kErrorSchema[] = R"({
         "consequence": {"type": "string"}
     },
     "additionalProperties": false
+})";
+// Where an element starts in its file; null for a default, which no element gave.
+constexpr char kPositionSchema[] = R"({
+    "oneOf": [
+        {"type": "null"},
+        {"type": "object",
+         "required": ["line", "column"],
+         "properties": {"line": {"type": "integer", "minimum": 1},
+                        "column": {"type": "integer", "minimum": 1}},
+         "additionalProperties": false}
+    ]
+})";
+// A setting's effective value: on/off, one text, or a list of texts (the servers).
+constexpr char kSettingValueSchema[] = R"({
+    "anyOf": [{"type": "boolean"}, {"type": "string"},
+              {"type": "array", "items": {"type": "string"}}]
+})";
+// show --origin's settings: each with its value, origin, when a change takes effect and every
+// element that contributed; the server list with one origin per server.
+constexpr char kOriginSettingsSchema[] = R"({
+    "type": "object",
+    "additionalProperties": {
+        "type": "object",
+        "required": ["value", "origin", "takesEffect", "contributors"],
+        "properties": {
+            "value": {"$ref": "#/$defs/settingValue"},
+            "origin": {"$ref": "#/$defs/position"},
+            "takesEffect": {"enum": ["next-load", "next-start"]},
+            "contributors": {"type": "array", "items": {
+                "type": "object",
+                "required": ["element", "line", "column", "text", "contribution"],
+                "properties": {
+                    "element": {"type": "string"},
+                    "line": {"type": "integer", "minimum": 1},
+                    "column": {"type": "integer", "minimum": 1},
+                    "text": {"type": "string"},
+                    "contribution": {"enum": ["sets", "adds", "overridden", "unchanged",
+                                              "forces"]}
+                },
+                "additionalProperties": false}},
+            "omittedContributors": {"type": "integer", "minimum": 1},
+            "valueOrigins": {"type": "array", "items": {"$ref": "#/$defs/position"}}
+        },
+        "additionalProperties": false
+    }
 })";
 // One finding of check, as check and generate report it.
 constexpr char kFindingSchema[] = R"({
@@ -144,7 +336,11 @@ constexpr char kErrorDocumentSchema[] = R"({
         "formatVersion": {"const": 1},
         "error": {"$ref": "#/$defs/error"},
         "loaded": {"const": false},
-        "policyFile": {"type": "string"}
+        "policyFile": {"type": "string"},
+        "settings": {
+            "description": "show: what the client holds after the error, which it keeps: the defaults and the settings read before it, with --origin where each comes from",
+            "anyOf": [{"type": "object", "additionalProperties": {"$ref": "#/$defs/settingValue"}},
+                      {"$ref": "#/$defs/originSettings"}]}
     },
     "additionalProperties": false
 })";
@@ -162,12 +358,73 @@ std::string OutputSchema(const CommandInfo& command) {
     schema["description"] =
         "The one JSON object the command prints on standard output with --json: its result, "
         "or the error that ended the run.";
-    schema["oneOf"] = {nlohmann::ordered_json::parse(command.resultSchema),
-                       {{"$ref", "#/$defs/errorDocument"}}};
+    nlohmann::ordered_json result = nlohmann::ordered_json::parse(command.resultSchema);
+    // A result's own definitions join the shared ones, where its references find them.
+    nlohmann::ordered_json definitions = nlohmann::ordered_json::object();
+    if (result.contains("$defs")) {
+        definitions = result["$defs"];
+        result.erase("$defs");
+    }
+    schema["oneOf"] = {result, {{"$ref", "#/$defs/errorDocument"}}};
     schema["$defs"]["errorDocument"] = nlohmann::ordered_json::parse(kErrorDocumentSchema);
     schema["$defs"]["error"] = nlohmann::ordered_json::parse(kErrorSchema);
     schema["$defs"]["finding"] = nlohmann::ordered_json::parse(kFindingSchema);
+    schema["$defs"]["position"] = nlohmann::ordered_json::parse(kPositionSchema);
+    schema["$defs"]["settingValue"] = nlohmann::ordered_json::parse(kSettingValueSchema);
+    schema["$defs"]["originSettings"] = nlohmann::ordered_json::parse(kOriginSettingsSchema);
+    schema["$defs"]["change"] = nlohmann::ordered_json::parse(kChangeSchema);
+    schema["$defs"]["changeSide"] = nlohmann::ordered_json::parse(kChangeSideSchema);
+    for (const auto& [name, definition] : definitions.items()) {
+        schema["$defs"][name] = definition;
+    }
     return schema.dump(2) + "\n";
+}
+
+std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry) {
+    std::string synopsis = std::string("qnpolicy ") + entry.pInfo->name + " [OPTIONS]";
+    // In declaration order; an option that excludes one already listed joins its brackets.
+    std::vector<std::vector<const CLI::Option*>> groups;
+    std::string positionals;
+    for (const CLI::Option* option : entry.pApp->get_options()) {
+        if (option->get_positional()) {
+            positionals += " " + positionalUsage(option);
+            continue;
+        }
+        if (isSharedOption(line, option)) {
+            continue;
+        }
+        const auto excluded = [option](const std::vector<const CLI::Option*>& group) {
+            return std::any_of(group.begin(), group.end(), [option](const CLI::Option* other) {
+                const std::set<CLI::Option*> excludes = option->get_excludes();
+                return excludes.count(const_cast<CLI::Option*>(other)) != 0;
+            });
+        };
+        const auto group = std::find_if(groups.begin(), groups.end(), excluded);
+        if (group == groups.end()) {
+            groups.push_back({option});
+        } else {
+            group->push_back(option);
+        }
+    }
+    for (const std::vector<const CLI::Option*>& group : groups) {
+        std::vector<std::string> usages;
+        usages.reserve(group.size());
+        for (const CLI::Option* option : group) {
+            usages.push_back(optionUsage(option));
+        }
+        synopsis += " [" + Join(usages, " | ") + "]";
+        synopsis += group.front()->get_items_expected_max() > 1 ? "..." : "";
+    }
+    return synopsis + positionals;
+}
+
+std::string UsageText(const CommandLine& line) {
+    std::string text;
+    for (const CommandLine::Entry& entry : line.commands) {
+        text += wrapped(Synopsis(line, entry),
+                        std::string("qnpolicy  ").size() + std::string(entry.pInfo->name).size());
+    }
+    return text + "qnpolicy --version | --help | SUBCOMMAND --help\n";
 }
 
 std::string ExitCodeHelp() {

@@ -27,6 +27,12 @@ class CCommand {
     virtual int Run(CToolContext& context) = 0;
     // Whether this run reads or writes the install directory, which must then exist.
     virtual bool UsesInstallDir() const { return true; }
+    // The values each of its options accepts where it names them, by the option's name: for
+    // the completion and the manual page.
+    virtual std::map<std::string, std::vector<std::string>> OptionChoices() const { return {}; }
+    // What its own options imply for the shared ones (a format that is JSON), applied once the
+    // command line is parsed and before the run.
+    virtual void AdjustSharedOptions(SharedOptions& /*rOptions*/) const {}
 };
 
 // What a command shares with the others.
@@ -58,10 +64,12 @@ extern const char kGenerateResultSchema[];
 extern const char kShowResultSchema[];
 extern const char kCheckResultSchema[];
 extern const char kVocabularyResultSchema[];
+extern const char kDiffResultSchema[];
 
 std::unique_ptr<CCommand> CreateGenerateCommand();
 std::unique_ptr<CCommand> CreateShowCommand();
 std::unique_ptr<CCommand> CreateCheckCommand();
+std::unique_ptr<CCommand> CreateDiffCommand();
 std::unique_ptr<CCommand> CreateVocabularyCommand();
 std::unique_ptr<CCommand> CreateSchemaCommand();
 
@@ -82,6 +90,15 @@ void BuildCommandLine(CommandLine& line);
 
 // The exit-code table as --help prints it.
 std::string ExitCodeHelp();
+
+// One subcommand's synopsis on one line, from its options as the table declares them:
+// "qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]", where OPTIONS stands for the shared
+// options, options that exclude each other are joined by "|", and a repeatable one is followed
+// by "...".
+std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry);
+// The usage --help prints: every subcommand's synopsis, wrapped at 80 columns, then the
+// tool's own options; the manual page and the README show the same lines.
+std::string UsageText(const CommandLine& line);
 
 }  // namespace qnpolicy::tool
 

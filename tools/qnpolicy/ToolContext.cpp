@@ -3,13 +3,16 @@
 
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "XmlParser.h"
 #include "output/Output.h"
 
 namespace qnpolicy::tool {
@@ -99,6 +102,20 @@ int CToolContext::RequireInstallDir() {
     return kExitSuccess;
 }
 
+int CToolContext::ReadStandardInput(std::string& rContent) {
+    int error = 0;
+    if (!ReadAtMost(STDIN_FILENO, XmlParser::kMaxStreamBytes, rContent, error)) {
+        return Fail(kExitIoError, errorkind::kIoError,
+                    std::string("cannot read standard input: ") + std::strerror(error));
+    }
+    if (rContent.size() > XmlParser::kMaxStreamBytes) {
+        return Fail(kExitUnreadable, errorkind::kUnreadable,
+                    "standard input: more than " + std::to_string(XmlParser::kMaxStreamBytes) +
+                        " bytes of input, the most a stream may hold");
+    }
+    return kExitSuccess;
+}
+
 std::string CToolContext::InstallDir() const {
     std::string dir = m_options.installDir;
     if (dir.empty() || dir.back() != '/') {
@@ -124,6 +141,29 @@ bool CToolContext::Shows(Verbosity eVerbosity, Logging::DebugImportance eImporta
             return eImportance != Logging::DBG_Trace;
         case Verbosity::VERBOSE:
             return true;
+    }
+    return true;
+}
+
+bool ReadAtMost(int fd, size_t limit, std::string& rContent, int& rError) {
+    constexpr size_t kPiece = size_t{64} << 10;
+    rContent.reserve(rContent.size() + limit + 1);
+    char piece[kPiece];
+    const size_t start = rContent.size();
+    while (rContent.size() - start <= limit) {
+        const ssize_t got =
+            ::read(fd, piece, std::min(sizeof piece, limit + 1 - (rContent.size() - start)));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            rError = errno;
+            return false;
+        }
+        if (got == 0) {
+            break;
+        }
+        rContent.append(piece, static_cast<size_t>(got));
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #ifndef QNPOLICY_TOOLCONTEXT_H
 #define QNPOLICY_TOOLCONTEXT_H
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@ namespace qnpolicy::tool {
 // in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
 // scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff: the file differs.
+// check: findings reported; generate --diff, diff: the policies differ.
 inline constexpr int kExitFindings = 1;
 // A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
@@ -38,8 +39,10 @@ struct ExitCodeInfo {
     const char* meaning;
 };
 inline constexpr ExitCodeInfo kExitCodes[] = {
-    {kExitSuccess, "success (check: no findings; generate --diff: no difference)"},
-    {kExitFindings, "check: findings were reported; generate --diff: the file differs"},
+    {kExitSuccess, "success (check: no findings; generate --diff, diff: no difference)"},
+    {kExitFindings,
+     "check: findings were reported; generate --diff: the file differs; diff: "
+     "the client reads the two files differently"},
     {kExitUnreadable, "a file that exists cannot be read or parsed"},
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "
@@ -125,6 +128,11 @@ class CToolContext {
     // command's own read or audit then reports it); otherwise says so ("no such directory")
     // and returns the no-input status (66).
     int RequireInstallDir();
+
+    // Reads standard input whole into rContent, and refuses it once it has delivered more than
+    // XmlParser::kMaxStreamBytes (64 MiB), the most the parser takes from a stream: 0, or the
+    // exit status of the failure, reported (2 when there is more, 74 when reading fails).
+    int ReadStandardInput(std::string& rContent);
     // The install directory as the module expects it, with its trailing '/'.
     std::string InstallDir() const;
     // The policy file of the install directory.
@@ -145,6 +153,11 @@ class CToolContext {
     std::ostream& m_err;
     CAppLogSink m_previousSink;
 };
+
+// Reads fd to its end, or until more than limit bytes have come, appending to rContent; false
+// with errno in rError when a read fails. The room for limit + 1 bytes is reserved at once, so
+// that the last piece never doubles it: memory the pieces do not fill is never touched.
+bool ReadAtMost(int fd, size_t limit, std::string& rContent, int& rError);
 
 }  // namespace qnpolicy::tool
 

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// qnpolicy: the command-line tool for installers and administrators of the local policy.
+// qnpolicy: the command-line tool for installers and administrators of the local policy. Its
+// usage, as --help prints it from the command table (a test holds this copy to it):
 //
-//   qnpolicy generate [--overwrite] [--lenient] [--dry-run | --diff] ABBREV=VALUE...
-//   qnpolicy show [FILE]
-//   qnpolicy check [--ignore KIND]... [FILE|-]...
-//   qnpolicy vocabulary
-//   qnpolicy schema
+//   qnpolicy generate [OPTIONS] [--overwrite] [--lenient] [--dry-run | --diff]
+//                     [--all-defaults | --args-from FILE] [--allow-unsafe-directory]
+//                     [ABBREV=VALUE...]
+//   qnpolicy show [OPTIONS] [--origin] [--format FORMAT] [FILE] [SETTING...]
+//   qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]
+//   qnpolicy diff [OPTIONS] FILE [FILE]
+//   qnpolicy vocabulary [OPTIONS]
+//   qnpolicy schema [OPTIONS] [--json-schema COMMAND]
+//   qnpolicy --version | --help | SUBCOMMAND --help
 //
 // The commands are one table (CommandTable.h); the set-up they share (signals, the checked
 // standard output, the log sink, the install directory) is done here, once.
@@ -130,6 +135,7 @@ int run(int argc, char** argv, bool bJson) {
                 misplaced = name;
             }
         }
+        entry.pCommand->AdjustSharedOptions(line.shared);
         if ((entry.pInfo->flags & qnpolicy::tool::COMMAND_JSON) == 0) {
             line.shared.bJson = false;
         }

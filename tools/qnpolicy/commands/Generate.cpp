@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "CommandTable.h"
@@ -28,6 +29,7 @@
 #include "commands/GenerateInputs.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
+#include "output/PolicyViews.h"
 #include "output/UnifiedDiff.h"
 #include "sysutils.h"
 
@@ -44,6 +46,7 @@ const char kGenerateResultSchema[] = R"({
         "dryRun": {"type": "boolean"},
         "document": {"type": "string"},
         "diff": {"type": "string"},
+        "changes": {"type": "array", "items": {"$ref": "#/$defs/change"}},
         "skipped": {"type": "array", "items": {
             "type": "object",
             "required": ["argument", "kind", "message"],
@@ -237,7 +240,8 @@ class CGenerateCommand : public CCommand {
     GenerateResult store(Plan& rPlan, GenerateResult eDecided, int& rFailureStatus) const;
     void printProblems(const Plan& plan, CToolContext& context) const;
     void writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
-                   const Plan& plan, const std::string& diff, int failureStatus) const;
+                   const Plan& plan, const std::string& diff, const CDocumentChanges* pChanges,
+                   int failureStatus) const;
 
     std::vector<std::string> m_policyArgs;
     std::string m_argsFrom;
@@ -476,7 +480,7 @@ void CGenerateCommand::printProblems(const Plan& plan, CToolContext& context) co
 
 void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
                                  const Plan& plan, const std::string& diff,
-                                 int failureStatus) const {
+                                 const CDocumentChanges* pChanges, int failureStatus) const {
     CJsonWriter json(out);
     json.BeginObject().Key("formatVersion").Number(1).Key("path").String(path);
     json.Key("result").String(rowOf(eResult).name);
@@ -486,6 +490,10 @@ void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, Gen
     }
     if (m_bDiff) {
         json.Key("diff").String(diff);
+    }
+    if (pChanges != nullptr) {
+        json.Key("changes");
+        pChanges->WriteJson(json);
     }
     json.Key("skipped").BeginArray();
     for (const SkippedArgument& skipped : plan.skipped) {
@@ -595,6 +603,13 @@ int CGenerateCommand::Run(CToolContext& context) {
     }
     const std::string diff =
         m_bDiff && eResult != GenerateResult::REFUSED ? diffText(plan, path) : std::string();
+    // Beside the textual patch, what the client would read differently (the file on disk read
+    // as the client reads it), which decides nothing: the exit status stays the patch's.
+    std::optional<CDocumentChanges> changes;
+    if (m_bDiff && eResult != GenerateResult::REFUSED) {
+        changes.emplace(path, plan.document, path + kDiffAfterSuffix);
+        context.Note(changes->Summary());
+    }
     int failureStatus = kExitIoError;
     const bool bWrites = eResult == GenerateResult::WRITTEN || eResult == GenerateResult::REPAIRED;
     if (!m_bDryRun && !m_bDiff && bWrites) {
@@ -605,7 +620,8 @@ int CGenerateCommand::Run(CToolContext& context) {
     }
 
     if (bJson) {
-        writeJson(context.Out(), path, eResult, plan, diff, failureStatus);
+        writeJson(context.Out(), path, eResult, plan, diff, changes ? &*changes : nullptr,
+                  failureStatus);
     } else if (m_bDiff) {
         context.Out() << diff;
     } else if (m_bDryRun && eResult != GenerateResult::REFUSED) {

@@ -19,32 +19,8 @@ namespace qnpolicy::tool {
 namespace {
 
 constexpr char kStandardInput[] = "-";
-constexpr size_t kReadPiece = size_t{64} << 10;
 // The mode of every policy file the tool writes: its owner writes, all read.
 constexpr mode_t kPolicyFileMode = 0644;
-
-// Reads fd to its end, or until more than limit bytes have come; false with errno in rError
-// when a read fails. The room for limit + 1 bytes is reserved at once, so that the last piece
-// never doubles it: memory the pieces do not fill is never touched.
-bool readAtMost(int fd, size_t limit, std::string& rContent, int& rError) {
-    rContent.reserve(limit + 1);
-    char piece[kReadPiece];
-    while (rContent.size() <= limit) {
-        const ssize_t got = ::read(fd, piece, std::min(sizeof piece, limit + 1 - rContent.size()));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            rError = errno;
-            return false;
-        }
-        if (got == 0) {
-            break;
-        }
-        rContent.append(piece, static_cast<size_t>(got));
-    }
-    return true;
-}
 
 // Whether the open file has an access ACL; one that cannot be read counts as present.
 bool hasAccessAcl(int fd) {
@@ -122,7 +98,7 @@ ArgumentFileFailure ReadArgumentFile(const std::string& path,
     }
     std::string content;
     int error = 0;
-    if (!readAtMost(bStandardInput ? STDIN_FILENO : file.get(), XmlParser::kMaxStreamBytes, content,
+    if (!ReadAtMost(bStandardInput ? STDIN_FILENO : file.get(), XmlParser::kMaxStreamBytes, content,
                     error)) {
         return {kExitUnreadable, errorkind::kUnreadable,
                 "--args-from " + shown + ": " + qnsys::errnoText(error)};
@@ -159,7 +135,7 @@ ExistingFile ExamineExistingFile(const CDirectoryHandle& directory, const std::s
             return existing;
         }
         bAcl = hasAccessAcl(fd.get());
-        if (bRead && readAtMost(fd.get(), limit, existing.content, existing.readError)) {
+        if (bRead && ReadAtMost(fd.get(), limit, existing.content, existing.readError)) {
             existing.bOversized = existing.content.size() > limit;
             existing.content.resize(std::min(existing.content.size(), limit));
         }

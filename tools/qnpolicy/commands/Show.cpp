@@ -11,13 +11,16 @@
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "commands/ShowOrigin.h"
 #include "lint/PolicyTexts.h"
+#include "origin/EffectivePolicy.h"
 #include "output/Output.h"
+#include "output/PolicyViews.h"
 #include "sysutils.h"
 
 namespace qnpolicy::tool {
 
-const char kShowResultSchema[] = R"({
+const char kShowResultSchema[] = R"({"oneOf": [{
     "type": "object",
     "required": ["formatVersion", "result", "loaded", "policyFile", "exists", "version",
                  "fipsModeModifiedOnDisk", "excludeCertStoreMask", "cachingOptions", "settings",
@@ -29,7 +32,8 @@ const char kShowResultSchema[] = R"({
         "policyFile": {"type": "string"},
         "exists": {"type": "boolean"},
         "version": {"type": ["string", "null"]},
-        "fipsModeModifiedOnDisk": {"type": "boolean"},
+        "fipsModeModifiedOnDisk": {"type": "boolean", "description":
+            "Whether the file states another FIPS mode than the one a running client fixed at its first load; show reads as a first load, which takes the file's mode, so false."},
         "excludeCertStoreMask": {"type": "string", "pattern": "^0x[0-9A-F]{8}$"},
         "cachingOptions": {"type": "array", "items": {"type": "string"}},
         "settings": {"type": "object", "additionalProperties": {
@@ -38,11 +42,36 @@ const char kShowResultSchema[] = R"({
         "descriptions": {"type": "object", "additionalProperties": {"type": "string"}}
     },
     "additionalProperties": false
-})";
+}, {
+    "type": "object",
+    "description": "show --origin",
+    "required": ["formatVersion", "result", "loaded", "policyFile", "exists", "version",
+                 "versionOrigin", "settings", "ignored"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "result": {"enum": ["loaded", "defaults"]},
+        "loaded": {"const": true},
+        "policyFile": {"type": "string"},
+        "exists": {"type": "boolean"},
+        "version": {"type": ["string", "null"]},
+        "versionOrigin": {"$ref": "#/$defs/position"},
+        "settings": {"$ref": "#/$defs/originSettings"},
+        "ignored": {"type": "array", "items": {
+            "$ref": "#/$defs/finding",
+            "required": ["element"],
+            "properties": {"element": {"type": "string"}},
+            "unevaluatedProperties": false}},
+        "omitted": {"type": "object", "additionalProperties": {"type": "integer", "minimum": 1}}
+    },
+    "additionalProperties": false
+}]})";
 
 namespace {
 
 constexpr int kNameWidth = 52;
+constexpr char kFormatText[] = "text";
+constexpr char kFormatJson[] = "json";
+constexpr char kFormatFlat[] = "flat";
 constexpr char kStandardInput[] = "-";
 constexpr char kStandardInputName[] = "<stdin>";
 
@@ -62,42 +91,113 @@ class CShowCommand : public CCommand {
                         "A policy file elsewhere, read as the client would read it in the "
                         "install directory; - reads standard input")
             ->type_name("FILE")
-            ->expected(0, 1);
+            ->expected(0, 1)
+            ->allow_extra_args(false);
+        command
+            .add_option("SETTING", m_settingWords,
+                        "With --origin, only these settings, each named by its element or its "
+                        "installer abbreviation (a word that names a setting is one; write ./fm "
+                        "for a file named fm)")
+            ->type_name("SETTING");
+        command.add_flag("--origin", m_bOrigin,
+                         "Print where each value comes from: the element that set it "
+                         "(FILE:LINE:COLUMN) or default, every element that contributed, each "
+                         "server's element, what the client ignores and why, and when a change "
+                         "takes effect");
+        command
+            .add_option("--format", m_format,
+                        "text (the default), json (as --json) or flat: one \"ElementName value\" "
+                        "line per setting and per server, nothing else, for comparing hosts")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember(formats()));
     }
 
-    bool UsesInstallDir() const override { return m_files.empty(); }
+    std::map<std::string, std::vector<std::string>> OptionChoices() const override {
+        return {{"--format", formats()}};
+    }
+
+    void AdjustSharedOptions(SharedOptions& rOptions) const override {
+        rOptions.bJson = rOptions.bJson || m_format == kFormatJson;
+    }
+
+    bool UsesInstallDir() const override { return operands().files.empty(); }
 
     int Run(CToolContext& context) override {
+        if (const int status = checkFormat(context); status != kExitSuccess) {
+            return status;
+        }
+        const ShowOperands sorted = operands();
+        if (!sorted.error.empty()) {
+            return context.Fail(kExitUsage, errorkind::kUsage, sorted.error);
+        }
+        const std::vector<std::string>& files = sorted.files;
         std::string path = context.InstallPolicyPath();
-        const bool bStandardInput = !m_files.empty() && m_files.front() == kStandardInput;
+        const bool bStandardInput = !files.empty() && files.front() == kStandardInput;
         if (bStandardInput) {
             path = kStandardInputName;
-        } else if (!m_files.empty()) {
-            path = m_files.front();
+        } else if (!files.empty()) {
+            path = files.front();
             // Only "nothing there" is a missing file; what cannot be examined fails the load.
             if (!qnsys::fileExists(path)) {
                 return context.Fail(kExitNoInput, errorkind::kNoSuchFile,
                                     Quoted(path) + ": no such file");
             }
         }
+        if (m_bOrigin) {
+            std::string content;
+            if (bStandardInput) {
+                if (const int status = context.ReadStandardInput(content); status != kExitSuccess) {
+                    return status;
+                }
+            }
+            return ShowOrigins(context, path, bStandardInput ? &content : nullptr,
+                               sorted.selection);
+        }
         // Read as a fresh client's first load reads it: its FIPS mode is the file's; standard
         // input as it streams. Built in place: the record of a large list is not copied.
         const DocumentRead read = bStandardInput
                                       ? ReadPolicyStream(STDIN_FILENO, path, ReadOptions())
                                       : ReadPolicyFile(path, ReadOptions());
+        // What the client holds is printed even when the file cannot be parsed: the defaults and
+        // what was read before the error.
         if (read.status != 0) {
             reportFailure(context, path, read);
-            return kExitUnreadable;
         }
-        if (context.Options().bJson) {
-            writeJson(context.Out(), path, read);
-        } else {
+        if (m_format == kFormatFlat) {
+            PrintFlat(context.Out(), read.record);
+        } else if (!context.Options().bJson) {
             printText(context.Out(), path, read);
+        } else if (read.status == 0) {
+            writeJson(context.Out(), path, read);
+        }
+        return read.status == 0 ? kExitSuccess : kExitUnreadable;
+    }
+
+  private:
+    static const std::vector<std::string>& formats() {
+        static const std::vector<std::string> names = {kFormatText, kFormatJson, kFormatFlat};
+        return names;
+    }
+
+    ShowOperands operands() const {
+        std::vector<std::string> words = m_files;
+        words.insert(words.end(), m_settingWords.begin(), m_settingWords.end());
+        return SortShowOperands(words, m_bOrigin);
+    }
+
+    // A usage error (64) for formats that exclude each other.
+    int checkFormat(CToolContext& context) const {
+        if (context.Options().bJson && (m_format == kFormatText || m_format == kFormatFlat)) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--json and --format=" + m_format + " exclude each other");
+        }
+        if (m_bOrigin && m_format == kFormatFlat) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--origin does not apply to --format=flat");
         }
         return kExitSuccess;
     }
 
-  private:
     static void reportFailure(CToolContext& context, const std::string& path,
                               const DocumentRead& read) {
         if (context.Options().bJson) {
@@ -106,14 +206,13 @@ class CShowCommand : public CCommand {
             json.Key("policyFile").String(path).Key("error").BeginObject();
             json.Key("kind").String(errorkind::kUnreadable);
             json.Key("message").String(read.reason).Key("line").Number(read.line);
-            json.Key("column").Number(read.column).EndObject().EndObject().Finish();
+            json.Key("column").Number(read.column);
+            json.Key("consequence").String(FailedReadConsequence(read)).EndObject();
+            json.Key("settings");
+            WriteSettingValuesJson(json, read.record);
+            json.EndObject().Finish();
         }
-        context.Error("cannot load " + Quoted(path) +
-                      (read.line != 0 ? " at line " + std::to_string(read.line) + ", column " +
-                                            std::to_string(read.column)
-                                      : std::string()) +
-                      ": " + read.reason + " (`qnpolicy check` lists every flaw). " +
-                      (read.line != 0 ? kUnreadableFileConsequence : kMissingFileConsequence));
+        context.Error(CannotLoadMessage(path, read));
     }
 
     static void writeJson(std::ostream& out, const std::string& path, const DocumentRead& read) {
@@ -139,30 +238,9 @@ class CShowCommand : public CCommand {
             }
         }
         json.EndArray();
-        json.Key("settings").BeginObject();
-        for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-            const LocalPolicyKind& kind = KindOf(row.kind);
-            const std::vector<std::string> values = kind.effective(row, info);
-            switch (kind.shape) {
-                case ValueShape::BOOLEAN:
-                    json.Key(row.element).Bool(values.at(0) == "true");
-                    break;
-                case ValueShape::TEXT:
-                    json.Key(row.element).String(values.at(0));
-                    break;
-                case ValueShape::LIST:
-                    json.Key(row.element).BeginArray();
-                    for (const std::string& value : values) {
-                        json.String(value);
-                    }
-                    json.EndArray();
-                    break;
-                case ValueShape::NONE:
-                    // The server names are the list's entries, not a setting of their own.
-                    break;
-            }
-        }
-        json.EndObject().Key("descriptions").BeginObject();
+        json.Key("settings");
+        WriteSettingValuesJson(json, info);
+        json.Key("descriptions").BeginObject();
         for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
             json.Key(row.element).String(row.description);
         }
@@ -172,11 +250,18 @@ class CShowCommand : public CCommand {
     static void printText(std::ostream& out, const std::string& path, const DocumentRead& read) {
         const LocalQNPolicyInfo& info = read.record;
         out << "Policy file: " << DisplayName(path)
-            << (read.bExists ? " (present)" : " (absent: defaults apply)") << '\n';
+            << (read.status != 0 ? " (cannot be parsed: the client holds what was read before the "
+                                   "error, with FIPS mode off)"
+                : read.bExists   ? " (present)"
+                                 : " (absent: defaults apply)")
+            << '\n';
         // The version is the file's text: quoted, so that no text can forge a line.
         out << "Version:     "
             << (info.GetQNVersion().empty() ? "(none)" : Quoted(info.GetQNVersion())) << '\n';
-        out << "FipsModeModifiedOnDisk: false\n";
+        // What the manager's flag means for a running client; a first load cannot set it.
+        out << "FipsModeModifiedOnDisk: false (read as a client's first load, which takes its FIPS "
+               "mode from the file; "
+            << kNextStartExplanation << ")\n";
         out << "Effective policy:\n";
         bool bInUpdateSection = false;
         for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
@@ -204,6 +289,9 @@ class CShowCommand : public CCommand {
     }
 
     std::vector<std::string> m_files;
+    std::vector<std::string> m_settingWords;
+    bool m_bOrigin = false;
+    std::string m_format;  // empty: text, or json with --json
 };
 
 }  // namespace

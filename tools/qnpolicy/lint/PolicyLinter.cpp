@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include "LocalPolicyDocument.h"
@@ -114,9 +115,9 @@ struct OpenElement {
     bool bHasText = false;
 };
 
-class CLinter : public ReadObserver {
+class CLinter final : public ReadObserver {
   public:
-    explicit CLinter(LintResult& rResult) : m_rResult(rResult) {}
+    CLinter(LintResult& rResult, LintScope eScope) : m_rResult(rResult), m_eScope(eScope) {}
 
     void OnRead(const ReadEvent& event) override {
         switch (event.eType) {
@@ -139,15 +140,15 @@ class CLinter : public ReadObserver {
     // counted, and its message, which message() builds, is never built.
     template <typename Message>
     void report(unsigned long line, unsigned long column, const char* kind, Message message,
-                std::string_view element) {
+                std::string_view element, bool bIgnored = false) {
         size_t& kept = m_kept[kind];
         if (kept >= kMaxFindingsPerKind) {
             ++m_rResult.omitted[kind];
             return;
         }
         ++kept;
-        m_rResult.findings.push_back(
-            LintFinding{line, column, kind, SeverityOf(kind), message(), std::string(element)});
+        m_rResult.findings.push_back(LintFinding{line, column, kind, SeverityOf(kind), message(),
+                                                 std::string(element), bIgnored});
     }
 
     // After the read: every on/off setting whose value in the record is not what the file's
@@ -201,11 +202,13 @@ class CLinter : public ReadObserver {
 
   private:
     template <typename Message>
-    void report(const OpenElement& element, const char* kind, Message message) {
+    void report(const OpenElement& element, const char* kind, Message message,
+                bool bIgnored = false) {
         report(element.line, element.column, kind, message,
                element.pRow != nullptr ? std::string_view(element.pRow->element)
                : element.bUpdatePolicy ? kUpdatePolicyName
-                                       : std::string_view());
+                                       : std::string_view(),
+               bIgnored);
     }
 
     void onStart(const ReadEvent& event) {
@@ -237,7 +240,7 @@ class CLinter : public ReadObserver {
                                              "settings inside it still count).") +
                                DidYouMean(std::string(name), knownNames());
                     },
-                    name);
+                    name, true);
                 break;
             case ReadAction::IGNORED_OUTSIDE_SECTION:
             case ReadAction::IGNORED_OUTSIDE_LIST: {
@@ -246,8 +249,9 @@ class CLinter : public ReadObserver {
                 // Inside an ignored list the list's own finding already says so.
                 if (event.eAction == ReadAction::IGNORED_OUTSIDE_SECTION ||
                     m_uiOpenServerLists == 0) {
-                    report(element, kind.misplacedFinding,
-                           [&name, &kind] { return Quoted(name) + " " + kind.misplaced; });
+                    report(
+                        element, kind.misplacedFinding,
+                        [&name, &kind] { return Quoted(name) + " " + kind.misplaced; }, true);
                 }
                 break;
             }
@@ -316,14 +320,18 @@ class CLinter : public ReadObserver {
             return;
         }
         if (event.eAction == ReadAction::IGNORED && !element.bRootName && !element.bIgnored) {
-            report(element, findingkind::kIgnoredAttribute, [&event, &element] {
-                const std::string_view owner = element.pRow != nullptr
-                                                   ? std::string_view(element.pRow->element)
-                                                   : kUpdatePolicyName;
-                return "Attribute " + Quoted(event.name) + " of " + Quoted(owner) +
-                       " is ignored: the reader takes a setting's value from the element's text "
-                       "only.";
-            });
+            report(
+                element, findingkind::kIgnoredAttribute,
+                [&event, &element] {
+                    const std::string_view owner = element.pRow != nullptr
+                                                       ? std::string_view(element.pRow->element)
+                                                       : kUpdatePolicyName;
+                    return "Attribute " + Quoted(event.name) + " of " + Quoted(owner) +
+                           " is ignored: the reader takes a setting's value from the element's "
+                           "text "
+                           "only.";
+                },
+                true);
         }
     }
 
@@ -338,11 +346,14 @@ class CLinter : public ReadObserver {
         }
         m_problems.clear();
         KindTextsOf(element.pRow->kind).check(*element.pRow, event.text, m_problems);
+        // A text the reader did not apply leaves the setting as it was.
+        const bool bIgnored = event.eAction != ReadAction::READ;
         for (TextProblem& problem : m_problems) {
-            report(element, problem.kind, [&problem] { return std::move(problem.message); });
+            report(
+                element, problem.kind, [&problem] { return std::move(problem.message); }, bIgnored);
         }
         if (element.pRow->kind == LocalPolicySettingKind::SERVER_NAME &&
-            event.eAction == ReadAction::READ) {
+            event.eAction == ReadAction::READ && m_eScope == LintScope::EVERYTHING) {
             checkRepeatedServer(element, event.text);
         }
         // An on/off setting's text that counts: the last one is what the file says.
@@ -383,16 +394,20 @@ class CLinter : public ReadObserver {
         }
         const char* withoutText = KindTextsOf(element.pRow->kind).withoutText;
         if (!element.bIgnored && !element.bHasText && withoutText != nullptr) {
-            report(element, findingkind::kEmptyValue, [&element, withoutText] {
-                return Quoted(element.pRow->element) +
-                       (element.bHasChildren ? " holds elements instead of a value"
-                                             : " has no value") +
-                       ": " + withoutText;
-            });
+            report(
+                element, findingkind::kEmptyValue,
+                [&element, withoutText] {
+                    return Quoted(element.pRow->element) +
+                           (element.bHasChildren ? " holds elements instead of a value"
+                                                 : " has no value") +
+                           ": " + withoutText;
+                },
+                true);
         }
     }
 
     LintResult& m_rResult;
+    LintScope m_eScope;
     std::map<std::string_view, size_t> m_kept;  // findings kept per kind
     std::vector<OpenElement> m_openElements;
     bool m_bSeenRoot = false;
@@ -411,48 +426,91 @@ class CLinter : public ReadObserver {
     std::map<const LocalPolicySettingInfo*, StatedFlag> m_statedFlags;
 };
 
-// Reads with a linter watching, as the client reads: a document it refuses (a DTD included)
-// is unreadable, with the findings made before the refusal.
+// The linter and one more observer on the same read, in that order.
+class CBothObservers : public ReadObserver {
+  public:
+    CBothObservers(CLinter& linter, ReadObserver& other) : m_linter(linter), m_other(other) {}
+    void OnRead(const ReadEvent& event) override {
+        m_linter.OnRead(event);
+        m_other.OnRead(event);
+    }
+
+  private:
+    CLinter& m_linter;
+    ReadObserver& m_other;
+};
+
+// Reads with a linter watching (and pAlso, when given, on the same pass), as the client reads:
+// a document it refuses (a DTD included) is unreadable, with the findings made before the
+// refusal. Returns the client's read. With the linter alone no observer stands between it and
+// the reader.
 template <typename Read>
-LintResult lint(Read read) {
-    LintResult result;
+DocumentRead readLinted(Read read, ReadObserver* pAlso, LintScope eScope, LintResult& rResult) {
     ReadOptions options;
     options.bLog = false;
-    CLinter linter(result);
+    CLinter linter(rResult, eScope);
+    std::optional<CBothObservers> both;
     options.pObserver = &linter;
-    const DocumentRead document = read(options);
+    if (pAlso != nullptr) {
+        options.pObserver = &both.emplace(linter, *pAlso);
+    }
+    DocumentRead document = read(options);
     linter.reportOverrides(document.record);
     if (!document.bExists) {
-        result.bReadable = false;
-        result.failureReason = "no such file";
+        rResult.bReadable = false;
+        rResult.failureReason = "no such file";
     } else if (document.status != XMLPARSER_SUCCESS) {
-        result.bReadable = false;
-        result.failureLine = document.line;
-        result.failureColumn = document.column;
-        result.failureReason = document.reason;
+        rResult.bReadable = false;
+        rResult.failureLine = document.line;
+        rResult.failureColumn = document.column;
+        rResult.failureReason = document.reason;
     }
-    std::stable_sort(result.findings.begin(), result.findings.end(),
+    std::stable_sort(rResult.findings.begin(), rResult.findings.end(),
                      [](const LintFinding& a, const LintFinding& b) {
                          return std::make_pair(a.line, a.column) < std::make_pair(b.line, b.column);
                      });
-    return result;
+    return document;
 }
 
 }  // namespace
 
 LintResult LintPolicyFile(const std::string& path) {
-    return lint([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); });
+    LintResult result;
+    readLinted([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); },
+               nullptr, LintScope::EVERYTHING, result);
+    return result;
 }
 
 LintResult LintPolicyStream(int fd, const std::string& name) {
-    return lint(
-        [fd, &name](const ReadOptions& options) { return ReadPolicyStream(fd, name, options); });
+    LintResult result;
+    readLinted(
+        [fd, &name](const ReadOptions& options) { return ReadPolicyStream(fd, name, options); },
+        nullptr, LintScope::EVERYTHING, result);
+    return result;
 }
 
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name) {
-    return lint([bytes, &name](const ReadOptions& options) {
-        return ReadPolicyBytes(bytes, name, options);
-    });
+    LintResult result;
+    readLinted([bytes, &name](
+                   const ReadOptions& options) { return ReadPolicyBytes(bytes, name, options); },
+               nullptr, LintScope::EVERYTHING, result);
+    return result;
+}
+
+DocumentRead ReadLintedPolicyFile(const std::string& path, ReadObserver& alsoWatching,
+                                  LintScope eScope, LintResult& rLint) {
+    return readLinted([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); },
+                      &alsoWatching, eScope, rLint);
+}
+
+DocumentRead ReadLintedPolicyBytes(std::string_view bytes, const std::string& name,
+                                   ReadObserver& alsoWatching, LintScope eScope,
+                                   LintResult& rLint) {
+    return readLinted(
+        [bytes, &name](const ReadOptions& options) {
+            return ReadPolicyBytes(bytes, name, options);
+        },
+        &alsoWatching, eScope, rLint);
 }
 
 }  // namespace qnpolicy::tool

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "LocalPolicyDocument.h"
+#include "LocalPolicyKinds.h"
 #include "lint/PolicyTexts.h"
 
 namespace qnpolicy::tool {
@@ -25,6 +27,9 @@ struct LintFinding {
     Severity eSeverity = Severity::ERROR;
     std::string message;  // one readable sentence for the administrator
     std::string element;  // the element the finding is about; empty for the file as a whole
+    // The client ignores what the finding is about (the element, its text or the attribute):
+    // the setting keeps the value it had. False where the client applies it, if not as it reads.
+    bool bIgnored = false;
 };
 
 // Every kind with its severity, in the order the README lists them.
@@ -76,6 +81,23 @@ LintResult LintPolicyFile(const std::string& path);
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name);
 // Lints what fd delivers (standard input) as it arrives, under the parser's limits for a stream.
 LintResult LintPolicyStream(int fd, const std::string& name);
+
+// What a lint looks for.
+enum class LintScope {
+    EVERYTHING,  // check: every finding
+    // Every finding but the repeated server names, the one search whose cost grows with the
+    // list; the client lists a repeated server, so this scope still finds everything it
+    // ignores (show --origin).
+    ALL_BUT_REPEATED_SERVERS,
+};
+
+// The same lint with one more observer watching the same read: one pass over the document
+// serves both (the linter sees each event first). The client's read is returned; the findings
+// go to rLint. A document the client refuses is unreadable here as well.
+DocumentRead ReadLintedPolicyFile(const std::string& path, ReadObserver& alsoWatching,
+                                  LintScope eScope, LintResult& rLint);
+DocumentRead ReadLintedPolicyBytes(std::string_view bytes, const std::string& name,
+                                   ReadObserver& alsoWatching, LintScope eScope, LintResult& rLint);
 
 }  // namespace qnpolicy::tool
 

@@ -3,8 +3,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-
+#include <charconv>
 #include <cstdio>
 
 #include "MessageText.h"
@@ -15,7 +17,16 @@ namespace {
 
 constexpr char kReplacementCharacter[] = "\xEF\xBF\xBD";
 constexpr size_t kIndentWidth = 2;
-constexpr size_t kFlushSize = size_t{64} << 10;
+
+// The bytes a JSON string cannot hold as they are: controls, the quote, the backslash, and
+// every byte of a multi-byte sequence, which is checked for valid UTF-8.
+constexpr std::array<bool, 256> kNeedsCare = [] {
+    std::array<bool, 256> needsCare{};
+    for (size_t byte = 0; byte < needsCare.size(); ++byte) {
+        needsCare[byte] = byte < 0x20 || byte >= 0x80 || byte == '"' || byte == '\\';
+    }
+    return needsCare;
+}();
 
 // The length of the valid UTF-8 sequence at text[i], or 0 when the bytes there are not one
 // (overlong forms, surrogates and values above U+10FFFF included).
@@ -102,20 +113,28 @@ int CCheckedOutputBuffer::sync() {
     return drain() ? 0 : -1;
 }
 
-CJsonWriter::~CJsonWriter() {
-    flush(true);
+void COutputBuffer::Flush() {
+    m_out.write(m_data.data(), static_cast<std::streamsize>(m_used));
+    m_used = 0;
 }
 
-void CJsonWriter::flush(bool bForce) {
-    if (bForce || m_buffer.size() >= kFlushSize) {
-        m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
-        m_buffer.clear();
+void COutputBuffer::appendLarge(std::string_view text) {
+    Flush();
+    if (text.size() > m_data.size()) {
+        m_out.write(text.data(), static_cast<std::streamsize>(text.size()));
+        return;
     }
+    Append(text);
 }
 
 void CJsonWriter::newline() {
-    m_buffer.push_back('\n');
-    m_buffer.append(m_scopeHasMembers.size() * kIndentWidth, ' ');
+    static constexpr std::string_view kBlanks = "                                ";
+    m_buffer.Append('\n');
+    for (size_t indent = m_scopes.size() * kIndentWidth; indent > 0;) {
+        const size_t now = std::min(indent, kBlanks.size());
+        m_buffer.Append(kBlanks.substr(0, now));
+        indent -= now;
+    }
 }
 
 void CJsonWriter::beforeValue() {
@@ -123,43 +142,53 @@ void CJsonWriter::beforeValue() {
         m_bAfterKey = false;
         return;
     }
-    if (!m_scopeHasMembers.empty()) {
-        if (m_scopeHasMembers.back()) {
-            m_buffer.push_back(',');
-        }
-        m_scopeHasMembers.back() = true;
-        newline();
+    if (m_scopes.empty()) {
+        return;
     }
+    Scope& scope = m_scopes.back();
+    if (scope.bInline) {
+        if (scope.bHasMembers) {
+            m_buffer.Append(", ");
+        }
+        scope.bHasMembers = true;
+        return;
+    }
+    if (scope.bHasMembers) {
+        m_buffer.Append(',');
+    }
+    scope.bHasMembers = true;
+    newline();
 }
 
-CJsonWriter& CJsonWriter::open(char bracket) {
+CJsonWriter& CJsonWriter::open(char bracket, Layout eLayout) {
     beforeValue();
-    m_buffer.push_back(bracket);
-    m_scopeHasMembers.push_back(false);
+    m_buffer.Append(bracket);
+    const bool bInline =
+        eLayout == Layout::INLINE || (!m_scopes.empty() && m_scopes.back().bInline);
+    m_scopes.push_back(Scope{false, bInline});
     return *this;
 }
 
 CJsonWriter& CJsonWriter::close(char bracket) {
-    const bool bHadMembers = m_scopeHasMembers.back();
-    m_scopeHasMembers.pop_back();
-    if (bHadMembers) {
+    const Scope scope = m_scopes.back();
+    m_scopes.pop_back();
+    if (scope.bHasMembers && !scope.bInline) {
         newline();
     }
-    m_buffer.push_back(bracket);
-    flush(false);
+    m_buffer.Append(bracket);
     return *this;
 }
 
-CJsonWriter& CJsonWriter::BeginObject() {
-    return open('{');
+CJsonWriter& CJsonWriter::BeginObject(Layout eLayout) {
+    return open('{', eLayout);
 }
 
 CJsonWriter& CJsonWriter::EndObject() {
     return close('}');
 }
 
-CJsonWriter& CJsonWriter::BeginArray() {
-    return open('[');
+CJsonWriter& CJsonWriter::BeginArray(Layout eLayout) {
+    return open('[', eLayout);
 }
 
 CJsonWriter& CJsonWriter::EndArray() {
@@ -169,7 +198,7 @@ CJsonWriter& CJsonWriter::EndArray() {
 CJsonWriter& CJsonWriter::Key(std::string_view name) {
     beforeValue();
     writeString(name);
-    m_buffer.append(": ");
+    m_buffer.Append(": ");
     m_bAfterKey = true;
     return *this;
 }
@@ -177,42 +206,55 @@ CJsonWriter& CJsonWriter::Key(std::string_view name) {
 CJsonWriter& CJsonWriter::String(std::string_view text) {
     beforeValue();
     writeString(text);
-    flush(false);
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Bool(bool b) {
     beforeValue();
-    m_buffer.append(b ? "true" : "false");
+    m_buffer.Append(b ? "true" : "false");
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Number(unsigned long value) {
     beforeValue();
-    m_buffer.append(std::to_string(value));
+    char digits[24];
+    m_buffer.Append(
+        std::string_view(digits, static_cast<size_t>(WriteDecimal(digits, value) - digits)));
     return *this;
 }
 
 CJsonWriter& CJsonWriter::Null() {
     beforeValue();
-    m_buffer.append("null");
+    m_buffer.Append("null");
+    return *this;
+}
+
+CJsonWriter& CJsonWriter::Raw(std::string_view json) {
+    beforeValue();
+    m_buffer.Append(json);
     return *this;
 }
 
 void CJsonWriter::Finish() {
-    m_buffer.push_back('\n');
-    flush(true);
+    m_buffer.Append('\n');
+    m_buffer.Flush();
 }
 
 void CJsonWriter::writeString(std::string_view text) {
-    m_buffer.push_back('"');
+    m_buffer.Append('"');
+    // Most texts need no escape at all: found in one pass, copied at once.
+    if (IsPlainText(text)) {
+        m_buffer.Append(text);
+        m_buffer.Append('"');
+        return;
+    }
     size_t plainStart = 0;
     const auto flushPlain = [this, &text, &plainStart](size_t end) {
-        m_buffer.append(text.data() + plainStart, end - plainStart);
+        m_buffer.Append(text.substr(plainStart, end - plainStart));
     };
     for (size_t i = 0; i < text.size();) {
         const auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
+        if (!kNeedsCare[c]) {
             ++i;
             continue;
         }
@@ -242,12 +284,12 @@ void CJsonWriter::writeString(std::string_view text) {
             replacement = kReplacementCharacter;
         }
         flushPlain(i);
-        m_buffer.append(replacement);
+        m_buffer.Append(replacement);
         i += length;
         plainStart = i;
     }
     flushPlain(text.size());
-    m_buffer.push_back('"');
+    m_buffer.Append('"');
 }
 
 }  // namespace qnpolicy::tool
