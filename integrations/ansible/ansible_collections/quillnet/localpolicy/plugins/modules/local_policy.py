@@ -49,8 +49,8 @@ options:
       - Settings not named here are left out of the file, so the client applies its defaults to them.
       - 'An empty dictionary, C(settings: {}), writes a policy file that sets nothing
         (C(qnpolicy generate --all-defaults)): the client runs with its defaults, and the file says so.'
-      - Required when I(state=present). A null value (C(settings: ~), or an empty group variable) fails the
-        task; it is never taken as C({}).
+      - 'Required when I(state=present). A null value (C(settings: ~), or an empty group variable) fails the
+        task; it is never taken as C({}).'
       - The settings reach the tool on its standard input (C(--args-from -)), so a server list of any length
         can be deployed.
     type: dict

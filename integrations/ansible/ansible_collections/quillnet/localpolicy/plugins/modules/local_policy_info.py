@@ -24,7 +24,7 @@ options:
   install_dir:
     description:
       - The client's main installation directory, which holds the policy file. Where it does not exist, or
-        C(qnpolicy) is not installed, the client is not installed: I(result) is C(not-installed), which is
+        C(qnpolicy) is not installed, the client is not installed; I(result) is then C(not-installed), which is
         not a failure.
     type: path
     default: /opt/quillnet/
