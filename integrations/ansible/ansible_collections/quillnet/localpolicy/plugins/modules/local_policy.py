@@ -311,7 +311,6 @@ NULL_SETTINGS = ('settings is null or missing: a null value (an empty group vari
                  'taken as "no settings". Give the settings to deploy, or settings: {} to deploy on purpose the '
                  'file that sets nothing, so that the client runs with its defaults.')
 
-
 UNPRIVILEGED_CHECK = ('check mode ran as uid %d, not as root: qnpolicy judged the owner of the policy file as a run '
                       'of this user would (a file of its own counts as safe), so whether a run as root would repair '
                       'the owner is not known here')
@@ -393,9 +392,11 @@ def backup(module, path):
     if descriptor is None:
         return None
     name = backup_name(path, os.getpid(), time.localtime())
+    created = False
     try:
         with os.fdopen(descriptor, 'rb') as source:
             target = os.open(name, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_NOFOLLOW | os.O_CLOEXEC, 0o600)
+            created = True
             with os.fdopen(target, 'wb') as copy:
                 for chunk in iter(lambda: source.read(1024 * 1024), b''):
                     copy.write(chunk)
@@ -404,7 +405,7 @@ def backup(module, path):
                 os.utime(target, ns=(status.st_atime_ns, status.st_mtime_ns))
                 os.fsync(target)
     except OSError as error:
-        if os.path.lexists(name) and not os.path.samefile(name, path):
+        if created:
             os.unlink(name)
         module.fail_json(msg='cannot back up %s to %s: %s; nothing was written' % (path, name, to_native(error)),
                          changed=False, result='failed')
