@@ -24,8 +24,9 @@ PACKAGES=(
     clang-format clang-tidy valgrind hyperfine time
     # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
+    # (ansible-lint: the collection, its plays and the README's, in the production profile)
     ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
-    python3-venv pylint pycodestyle
+    python3-venv pylint pycodestyle ansible-lint
     # generated documentation: manual pages, schema validation, completion and its test
     scdoc man-db libxml2-utils bash-completion
     # other shells' completion: the shells that load the generated zsh and fish completion and

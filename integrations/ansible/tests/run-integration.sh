@@ -16,7 +16,13 @@ fi
 
 export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible"
 export ANSIBLE_LOCALHOST_WARNING=false ANSIBLE_INVENTORY_UNPARSED_WARNING=false ANSIBLE_NOCOLOR=1
-if ! ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml"; then
+# Every task result is recorded, so that what the recap counted and every key the modules
+# returned can be checked after the run.
+records=$(mktemp)
+trap 'rm -f "$records"' EXIT
+if ! ANSIBLE_CALLBACKS_ENABLED=record_results ANSIBLE_CALLBACK_PLUGINS="$here/callback_plugins" \
+    RECORD_RESULTS_FILE="$records" ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml" ||
+    ! /usr/bin/python3 "$here/result_checks.py" "$records"; then
     echo "ansible integration: FAILED ($qnpolicy)" >&2
     exit 1
 fi
