@@ -3,9 +3,10 @@
 # Tests of the Ansible collection quillnet.localpolicy, offline, with Debian's packages only:
 # unit tests (ansible-test units), the sanity tests that need no virtual environment built from
 # PyPI, pycodestyle and pylint with ansible-test's settings, ansible-doc on every module,
-# ansible-lint's production profile on the role and the plays, the integration playbook against
-# the built qnpolicy, the compliance report on a simulated fleet of 200 hosts (rendered in headless
-# Chromium), and ansible-pull on 20 simulated hosts.
+# ansible-lint's production profile on the collection (its role too), the README's plays as
+# printed and the fleet tests' plays, the integration playbook and the README's plays against
+# the built qnpolicy, the compliance report on a simulated fleet of 200 hosts (rendered in
+# headless Chromium), and ansible-pull on 20 simulated hosts.
 #   scripts/ansible-tests.sh [QNPOLICY]     (default build/tools/qnpolicy/qnpolicy)
 set -euo pipefail
 
@@ -29,19 +30,6 @@ if [ ! -x "$qnpolicy" ]; then
     exit 1
 fi
 
-step "the unit tests' JSON Schemas are the tool's"
-# The unit tests' stand-in for qnpolicy validates every answer against copies of the schemas the
-# tool publishes; a copy that differs from the built tool's would let the stand-in drift.
-fixtures=tests/unit/plugins/modules/fixtures
-for command in generate show check comply; do
-    if ! "$qnpolicy" schema --json-schema "$command" | diff -u "$fixtures/qnpolicy-$command.schema.json" -; then
-        echo "ansible-tests: $fixtures/qnpolicy-$command.schema.json differs from \`qnpolicy schema" \
-            "--json-schema $command\`; update the copy and the stand-in in conftest.py" >&2
-        exit 1
-    fi
-done
-echo "qnpolicy-{generate,show,check,comply}.schema.json: the tool's"
-
 step "unit tests (ansible-test units, Python $version)"
 ansible-test units --local --python "$version" --python-interpreter "$python"
 # A run that found no test would pass without testing anything.
@@ -61,8 +49,8 @@ ansible-test sanity --local --python "$version" --python-interpreter "$python" \
 
 step "pycodestyle and pylint, with ansible-test's settings"
 # The collection, and the integration runner and its callback beside it.
-runner=("$collections/tests/readme_plays.py" "$collections/tests/callback_plugins/record_results.py"
-    "$collections/tests/synthetic_fleet.py")
+runner=("$collections/tests/readme_plays.py" "$collections/tests/result_checks.py"
+    "$collections/tests/callback_plugins/record_results.py" "$collections/tests/synthetic_fleet.py")
 pycodestyle --max-line-length 160 --ignore "$(paste -sd, \
     /usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity/pep8/current-ignore.txt)" \
     plugins tests "${runner[@]}"
@@ -87,10 +75,18 @@ if missing or not doc["doc"].get("options"):
     echo "ansible-doc quillnet.localpolicy.$module: complete"
 done
 
-step "ansible-lint, production profile: the compliance_report role and the plays"
-# Offline: nothing is fetched; the collection is found through ANSIBLE_COLLECTIONS_PATH.
-ansible-lint --offline --nocolor --profile production roles/compliance_report examples/ansible-pull/local.yml \
-    examples/ansible-pull/group_vars/all.yml "$collections/tests/compliance-report.yml"
+step "ansible-lint, production profile: the collection, the README's plays as printed, the fleet test's play"
+# --offline: nothing is fetched from Galaxy or PyPI. The collection is linted from its own
+# directory (galaxy.yml, meta/, plugins' documentation, the compliance_report role, the
+# ansible-pull example); the README's plays are extracted as printed, the group variables
+# beside them.
+lint_home=$(mktemp -d)
+plays="$lint_home/plays"
+"$python" "$collections/tests/readme_plays.py" --extract "$plays"
+cp "$collections/tests/compliance-report.yml" "$plays/fleet-compliance-report.yml"
+HOME="$lint_home" ansible-lint --offline --profile production --nocolor
+(cd "$plays" && HOME="$lint_home" ansible-lint --offline --profile production --nocolor ./*.yml group_vars)
+rm -rf "$lint_home"
 
 step "integration (ansible-playbook, localhost)"
 bash "$repo/integrations/ansible/tests/run-integration.sh" "$qnpolicy"

@@ -25,7 +25,7 @@ for need in "$tool" "$loader"; do
     fi
 done
 
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 policy="$work/QuillnetLocalPolicy.xml"
 

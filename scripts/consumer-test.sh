@@ -7,7 +7,8 @@
 #   3. each client program of tests/consumer/cases/ builds and runs (exit status 0) with
 #      find_package and with pkg-config, linked with the shared library and with the static
 #      archive, with g++ (C++17) and with clang++ (C++20), -Wall -Wextra -Werror -pedantic.
-#      A shared build must need the library's SONAME, a static one must not.
+#      A shared build must need the library's SONAME, a static one must not;
+#   4. the README's C++ examples of consuming the library compile and link as printed.
 # A case is one .cpp file with a main that returns 0 when what it checks holds; adding the file
 # adds the case to every build. tests/consumer/include/ holds the client's own headers.
 #   consumer-test.sh [BUILD_DIR]             install the build tree into BUILD_DIR/consumer-stage
@@ -157,6 +158,32 @@ for pair in "${compilers[@]}"; do
         fi
     done
 done
+
+# --- 4. The README's C++ examples of consuming the library, compiled and linked as printed: one
+# program whose main() runs them in order (a later one uses the manager an earlier one made),
+# their #include lines first.
+readme_examples=$(awk '
+    /^## / { inside = ($0 == "## Installing and consuming the library") }
+    inside && /^```cpp$/ { code = 1; next }
+    inside && code && /^```$/ { code = 0; count++; next }
+    code { print }
+    END { if (count < 2) exit 1 }
+' "$root/README.md") || fail "fewer than 2 C++ examples in the README's section on consuming the library"
+{
+    echo '#include <iostream>'
+    grep '^#include' <<< "$readme_examples"
+    echo 'int main() {'
+    grep -v '^#include' <<< "$readme_examples"
+    echo 'return 0;'
+    echo '}'
+} > "$work/readme-examples.cpp"
+read -r -a shared_flags <<< "$(pkg_config --cflags --libs)"
+if g++ -std=c++17 -o "$work/readme-examples" "$work/readme-examples.cpp" "${shared_flags[@]}" \
+    > "$work/out" 2>&1; then
+    pass
+else
+    fail "the README's examples do not compile ($work/readme-examples.cpp): $(cat "$work/out")"
+fi
 
 echo "consumer: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -24,12 +24,13 @@ PACKAGES=(
     clang-format clang-tidy valgrind hyperfine time
     # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
+    # (ansible-lint: the collection, its role and plays and the README's, in the production profile)
     ansible-core python3-pytest python3-pytest-xdist python3-pytest-mock python3-pytest-forked
-    python3-venv pylint pycodestyle
-    # the collection's roles and plays under ansible-lint; the fleet report's page rendered by
-    # headless Chromium as a person would see it; ansible-pull's systemd units checked by
-    # systemd-analyze verify (systemd installed as a tool, never booted)
-    ansible-lint chromium systemd
+    python3-venv pylint pycodestyle ansible-lint
+    # the fleet report's page rendered by headless Chromium as a person would see it;
+    # ansible-pull's systemd units checked by systemd-analyze verify (systemd installed as a
+    # tool, never booted)
+    chromium systemd
     # generated documentation: manual pages, schema validation, completion and its test
     scdoc man-db libxml2-utils bash-completion
     # other shells' completion: the shells that load the generated zsh and fish completion and

@@ -9,7 +9,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 packages_dir=$(realpath "${1:-$root/build-package}")
 packages=(libquillnet-localpolicy1 libquillnet-localpolicy-dev qnpolicy)
 version=$(dpkg-parsechangelog -l "$root/debian/changelog" -S Version)
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 failures=0
 
 fail() {

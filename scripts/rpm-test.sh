@@ -33,7 +33,7 @@ release=$(rpmspec -q --srpm --qf '%{RELEASE}' "$recipe")
 pairs=("quillnet-localpolicy libquillnet-localpolicy1"
     "quillnet-localpolicy-devel libquillnet-localpolicy-dev" "qnpolicy qnpolicy")
 failures=0
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
 fail() {

@@ -91,6 +91,8 @@ int __real_fstat(int fd, struct stat* info);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* buffer, size_t size);
 int __real_fsync(int fd);
+int __real_fchown(int fd, uid_t owner, gid_t group);
+int __real_fremovexattr(int fd, const char* name);
 int __real_fchmod(int fd, mode_t mode);
 int __real_linkat(int fromDir, const char* from, int toDir, const char* to, int flags);
 int __real_renameat(int fromDir, const char* from, int toDir, const char* to);
@@ -133,6 +135,12 @@ ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
 int __wrap_fsync(int fd) {
     return intercept("fsync") ? -1 : __real_fsync(fd);
 }
+int __wrap_fchown(int fd, uid_t owner, gid_t group) {
+    return intercept("fchown") ? -1 : __real_fchown(fd, owner, group);
+}
+int __wrap_fremovexattr(int fd, const char* name) {
+    return intercept("fremovexattr") ? -1 : __real_fremovexattr(fd, name);
+}
 int __wrap_fchmod(int fd, mode_t mode) {
     return intercept("fchmod") ? -1 : __real_fchmod(fd, mode);
 }
@@ -164,9 +172,10 @@ const std::string kOld = "old policy\n";
 // The errno a failing call gives in the field.
 int realisticErrno(const std::string& call) {
     static const std::map<std::string, int> errors = {
-        {"open", EACCES},  {"openat", EACCES}, {"fstat", EIO},    {"read", EIO},
-        {"write", ENOSPC}, {"fsync", EIO},     {"fchmod", EPERM}, {"linkat", ENOSPC},
-        {"renameat", EIO}, {"renameat2", EIO}, {"close", EIO}};
+        {"open", EACCES},  {"openat", EACCES},    {"fstat", EIO},    {"read", EIO},
+        {"write", ENOSPC}, {"fsync", EIO},        {"fchmod", EPERM}, {"linkat", ENOSPC},
+        {"fchown", EPERM}, {"fremovexattr", EIO}, {"renameat", EIO}, {"renameat2", EIO},
+        {"close", EIO}};
     return errors.at(call);
 }
 
@@ -187,6 +196,8 @@ constexpr STATUSCODE kNotSynced = QNCSAXWRITER_ERROR_NOT_SYNCED;
 // the file system refuses O_TMPFILE (the plan fails that call with EOPNOTSUPP).
 const std::vector<Step> kReplacing = {{"openat", "open of the directory", kFailed, false},
                                       {"openat", "open of the temporary file", kFailed, false},
+                                      {"fchown", "fchown", kFailed, false},
+                                      {"fremovexattr", "fremovexattr", kFailed, false},
                                       {"fchmod", "fchmod", kFailed, false},
                                       {"write", "write", kFailed, false},
                                       {"fsync", "fsync", kFailed, false},
@@ -197,15 +208,15 @@ const std::vector<Step> kReplacing = {{"openat", "open of the directory", kFaile
                                       {"close", "", kWritten, false}};
 std::vector<Step> keeping() {
     std::vector<Step> steps = kReplacing;
-    steps[7].call = "renameat2";
+    steps[9].call = "renameat2";
     return steps;
 }
 std::vector<Step> withoutTmpfile() {
     std::vector<Step> steps = kReplacing;
     steps[1] = {"openat", "", kWritten, false};  // EOPNOTSUPP: the fallback takes over
     steps.insert(steps.begin() + 2, {"openat", "open of the temporary file", kFailed, false});
-    steps.erase(steps.begin() + 6);  // no link: the file is named at creation
-    for (size_t i = 3; i < 7; ++i) {
+    steps.erase(steps.begin() + 8);  // no link: the file is named at creation
+    for (size_t i = 3; i < 9; ++i) {
         steps[i].bNamed = true;
     }
     return steps;
@@ -408,12 +419,12 @@ TEST_F(FaultInjection, SwappingTheDirectoryLinkMidWriteCannotRedirectAnyStep) {
 TEST_F(FaultInjection, GenerationKeepsAFileThatAppearsWhileItWrites) {
     const std::string other = "<QuillnetLocalPolicy/>";
     Plan plan;
-    plan.hooks[7] = [&] { m_dir.write(kName, other); };  // before renameat2
+    plan.hooks[9] = [&] { m_dir.write(kName, other); };  // before renameat2
     {
         Armed armed(plan);
         EXPECT_TRUE(qntest::generate(*m_mgr, {"fm=true"}, false));
     }
-    EXPECT_EQ(g_plan.calls[7], "renameat2");
+    EXPECT_EQ(g_plan.calls[9], "renameat2");
     EXPECT_EQ(qntest::readFile(path()), other);
     EXPECT_EQ(strays(), std::vector<std::string>());
     EXPECT_EQ(logged(), std::vector<std::string>{qntest::managerRecord(
@@ -427,7 +438,7 @@ TEST_F(FaultInjection, GenerationKeepsAFileThatAppearsWhileItWrites) {
 TEST_F(FaultInjection, GenerationReportsAReplacementItCouldNotSync) {
     m_dir.write(kName, "<QuillnetLocalPolicy/>");  // an old policy without FIPS mode
     Plan plan;
-    plan.failures[8] = EIO;  // the directory's fsync
+    plan.failures[10] = EIO;  // the directory's fsync
     {
         Armed armed(plan);
         EXPECT_FALSE(qntest::generate(*m_mgr, {"fm=true"}, true));

@@ -10,7 +10,7 @@ set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/completion_expect.sh"
 completion=$(realpath "$1")
 
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 mkdir -p "$work/cwd/sub"
 touch "$work/cwd/a.xml"
@@ -31,7 +31,7 @@ expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --vers
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log=s' '--log=stderr --log=syslog'
 expect 'qnpolicy --log syslog ch' 'check'
-expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
+expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --args-from --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy check --ig' '--ignore'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
 expect 'qnpolicy generate fm=' 'fm=false fm=true'

@@ -18,7 +18,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <fstream>
+#include <thread>
 
 #include "PolicyDocumentFixture.h"
 #include "XmlParser.h"
@@ -165,6 +167,58 @@ TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
                                                " .*\"" + path + "\".*" + where));
         }
     }
+}
+
+// Counts the elements it is given.
+class CountingMgr : public XmlMgr {
+  public:
+    void addElement(const std::string& /*name*/) override { ++elements; }
+    void endElement(const std::string& /*name*/) override {}
+    void setElementValue(const std::string& /*value*/) override {}
+    void addAttribute(const std::string& /*name*/, const std::string& /*value*/) override {}
+    size_t elements = 0;
+};
+
+// A stream (a pipe) is parsed as it arrives, under a file's limits, and refused once it has
+// delivered more than kMaxStreamBytes, however long it would go on: endless small elements
+// stop at the last element the 64 MiB hold (the root and 16,777,215 of "<a/>"), an endless
+// text at the text limit; a finite stream is read to its end.
+TEST(XmlParser, ParsesAStreamAsItArrivesAndRefusesItBeyondItsLimit) {
+    const auto previousHandler = std::signal(SIGPIPE, SIG_IGN);
+    const std::vector<std::tuple<std::string, std::string, STATUSCODE, size_t, const char*>> cases =
+        {
+            {"<r><a>t</a></r>", "", kOk, 2, ""},
+            {"<r>", "<a/>", XMLPARSER_ERROR_LIMIT_EXCEEDED, 16777216,
+             "Refused \"<stdin>\" at line 1, column 67108864: more than 67108864 bytes of input"},
+            {"<r><a>", "t", XMLPARSER_ERROR_LIMIT_EXCEEDED, 2,
+             "text over the limit of 10000000 bytes in element \"a\""},
+        };
+    for (const auto& [head, endless, status, elements, record] : cases) {
+        SCOPED_TRACE(head + endless);
+        int fds[2];
+        ASSERT_EQ(::pipe(fds), 0);
+        std::thread writer([&head = head, &endless = endless, fd = fds[1]] {
+            const std::string block = head + filled(endless, endless.empty() ? 0 : 1 << 16);
+            bool bOpen = ::write(fd, block.data(), block.size()) > 0;
+            const std::string more = filled(endless, endless.size() << 14);
+            while (bOpen && !endless.empty()) {
+                bOpen = ::write(fd, more.data(), more.size()) > 0;
+            }
+            ::close(fd);
+        });
+        CountingMgr mgr;
+        qntest::LogCapture log;
+        EXPECT_EQ(XmlParser(&mgr).parseStream(fds[0], true, "<stdin>"), status);
+        ::close(fds[0]);
+        writer.join();
+        EXPECT_EQ(mgr.elements, elements);
+        const std::vector<CAppLogRecord> records = log.records();
+        ASSERT_EQ(records.size(), status == kOk ? 0U : 1U);
+        if (status != kOk) {
+            EXPECT_NE(records[0].message.find(record), std::string::npos) << records[0].message;
+        }
+    }
+    std::signal(SIGPIPE, previousHandler);
 }
 
 // Writes head, then piece repeated up to size bytes, then tail, to path; with apparentSize

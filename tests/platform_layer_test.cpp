@@ -20,6 +20,7 @@
 #include "StringUtils.h"
 #include "TokenParser.h"
 #include "VersionCompare.h"
+#include "sysutils.h"
 
 namespace {
 
@@ -148,6 +149,42 @@ TEST(PolicyLocation, IsTheMainPathAsGivenPlusTheFileNameElseTheWorkingDirectory)
     EXPECT_TRUE(mgr.LocalPolicyFileExists());
     EXPECT_EQ(CStoragePath::GetAcquisitionCount(), 1U) << "the manager kept an acquisition";
     EXPECT_TRUE(log.records().empty());
+}
+
+// Only the system's own "nothing there" is absence; whatever cannot be examined counts as
+// present, so that a reader fails on it instead of taking the defaults. Asked as nobody, for
+// whom "closed" (root's, 0700) cannot be searched.
+TEST(FileExists, IsFalseOnlyWhenTheSystemSaysNothingIsThere) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to drop to an unprivileged user";
+    }
+    const qntest::TempDir tmp;
+    ASSERT_EQ(::chmod(tmp.path().c_str(), 0755), 0);
+    tmp.write("file", "x");
+    ASSERT_EQ(::mkdir((tmp.path() + "closed").c_str(), 0700), 0);
+    tmp.write("closed/inner", "x");
+    ASSERT_EQ(::symlink("loop", (tmp.path() + "loop").c_str()), 0);
+    ASSERT_EQ(::symlink("none", (tmp.path() + "dangling").c_str()), 0);
+    const std::vector<std::pair<std::string, char>> cases = {
+        {"none", '0'},          // ENOENT
+        {"file/below", '0'},    // ENOTDIR
+        {"file", '1'},          // a regular file
+        {"dangling", '1'},      // a link to nothing is still an entry
+        {"loop/below", '1'},    // ELOOP
+        {"closed/inner", '1'},  // EACCES
+    };
+    const std::string answers = qntest::asNobody([&tmp, &cases] {
+        std::string text;
+        for (const auto& [name, expected] : cases) {
+            text += qnsys::fileExists(tmp.path() + name) ? '1' : '0';
+        }
+        return text;
+    });
+    std::string expected;
+    for (const auto& [name, answer] : cases) {
+        expected += answer;
+    }
+    EXPECT_EQ(answers, expected);
 }
 
 // The default sink writes each record as one readable line to standard error.

@@ -197,9 +197,9 @@ TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheVocabularyAccepts
         EXPECT_EQ(std::vector<std::string>(entry.listAllowedValues.begin(),
                                            entry.listAllowedValues.end()),
                   row.allowedValues);
-        const auto check = [&vocabulary](const std::string& argument) {
+        const auto check = [](const std::string& argument) {
             const char* argv[] = {argument.c_str()};
-            return qnpolicy::CheckInstallerArguments(argv, 1, vocabulary);
+            return qnpolicy::CheckInstallerArguments(argv, 1);
         };
         const std::vector<std::string> applied = qnpolicy::AppliedTexts(row);
         for (const std::string& value : row.allowedValues) {
@@ -239,19 +239,58 @@ TEST(PolicyDocuments, FreeInstallerValuesAreWrittenAndReadAsDocumented) {
         {"upal=,,gw1;;gw2,", "gw1|gw2"},
         {"upal=gw1.example.com;gw2.example.com", "gw1.example.com|gw2.example.com"},
     };
-    qntest::ManagerScope manager;
-    const qnpolicy::PolicyVocabulary vocabulary = manager->GetPolicyTransTable();
     qnpolicy::ReadOptions quiet;
     quiet.bLog = false;
     for (const auto& [argument, expected] : cases) {
         const char* argv[] = {argument.c_str()};
-        const qnpolicy::ArgumentCheck checked =
-            qnpolicy::CheckInstallerArguments(argv, 1, vocabulary);
+        const qnpolicy::ArgumentCheck checked = qnpolicy::CheckInstallerArguments(argv, 1);
         ASSERT_EQ(checked.accepted.size(), 1U) << argument;
         std::string document;
         ASSERT_EQ(qnpolicy::RenderPolicyDocument(checked.settings, "/", document), 0);
         const Info info = qnpolicy::ReadPolicyBytes(document, "p", quiet).record;
         EXPECT_EQ(valueOf(checked.accepted[0].pSetting->element, info), expected) << argument;
+    }
+}
+
+// What a stricter caller asks of the check: each option refuses or respells exactly its own
+// cases ("S" bStrict, "A" bAppliedSpelling, "P" bPlainServerNames, "M" a matcher that allows
+// nothing), giving "accepted:VALUE" or the refusal and the name that broke the rule.
+TEST(PolicyDocuments, TheArgumentCheckOptionsRefuseOrRespellOnlyTheirOwnCases) {
+    using Refusal = qnpolicy::ArgumentRefusal;
+    const std::map<Refusal, std::string> names = {{Refusal::EMPTY_VALUE, "empty"},
+                                                  {Refusal::VALUE_NOT_ALLOWED, "not-allowed"},
+                                                  {Refusal::SERVER_NAME, "server-name"}};
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+        {"rtp=TLS", "", "accepted:TLS"},
+        {"rtp=TLS", "A", "accepted:tls"},
+        {"rtp=ipsec", "SP", "accepted:IPSec"},
+        {"upal=;,", "AP", "accepted:;,"},
+        {"upal=;,", "S", "empty"},
+        {"upal=gw1 gw2", "SA", "accepted:gw1 gw2"},
+        {"upal=gw1 gw2", "P", "server-name gw1 gw2"},
+        {"upal=gw1;gw2\ngw3", "P", "server-name gw2\ngw3"},
+        {"upal=gw1,gw\x7F", "P", "server-name gw\x7F"},
+        {"upal=gw\xC2\x85", "P", "server-name gw\xC2\x85"},
+        {"upal=caf\xC3\xA9.example;gw2", "P", "accepted:caf\xC3\xA9.example;gw2"},
+        {"fm=TRUE", "M", "not-allowed"},
+    };
+    for (const auto& [argument, flags, expected] : cases) {
+        qnpolicy::ArgumentCheckOptions options;
+        options.bStrict = flags.find('S') != std::string::npos;
+        options.bAppliedSpelling = flags.find('A') != std::string::npos;
+        options.bPlainServerNames = flags.find('P') != std::string::npos;
+        if (flags.find('M') != std::string::npos) {
+            options.matchValue = [](const LocalPolicySettingInfo&, std::string&) { return false; };
+        }
+        const char* argv[] = {argument.c_str()};
+        const qnpolicy::ArgumentCheck checked = qnpolicy::CheckInstallerArguments(argv, 1, options);
+        const std::string outcome =
+            checked.refused.empty()
+                ? "accepted:" + checked.accepted.at(0).value
+                : names.at(checked.refused[0].eReason) +
+                      (checked.refused[0].serverName.empty() ? ""
+                                                             : " " + checked.refused[0].serverName);
+        EXPECT_EQ(outcome, expected) << argument << " " << flags;
     }
 }
 

@@ -4,6 +4,7 @@
 // while it is read.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -135,6 +136,30 @@ TEST_F(PolicyLoading, FixedFipsModeIsAppliedOnlyByALoadThatParsesTheFile) {
                   expected);
     }
     EXPECT_EQ(XmlLocalQNPolMgrTestPeer::retainedFipsMode(*m_mgr), Mgr::ENABLED);
+}
+
+// What cannot be examined is not "no policy": a load by a user who may not search the policy's
+// directory (0700, root's) opens the file, fails, and returns the parser's status with its
+// record naming the path and errno, then the loader's, instead of the defaults and success.
+TEST_F(PolicyLoading, APolicyInAnUnsearchableDirectoryFailsTheLoad) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to drop to an unprivileged user";
+    }
+    load("<FipsMode>true</FipsMode>");
+    const std::string outcome = qntest::asNobody([this] {
+        m_log.clear();
+        std::string text = std::to_string(m_mgr->LoadLocalQuillnetPolicy());
+        for (const std::string& record : logged()) {
+            text += "\n" + record;
+        }
+        return text;
+    });
+    EXPECT_EQ(outcome,
+              std::to_string(XMLPARSER_ERROR_FILE_OPEN) +
+                  "\nparseFile 69 vpn/Common/Xml/XmlParser \"Cannot open \"" + policyPath() +
+                  "\": open failed: Permission denied\"  0\n" +
+                  qntest::managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Error, "",
+                                        "XmlParser::parseFile", XMLPARSER_ERROR_FILE_OPEN));
 }
 
 // A load that stopped inside the update section and the server list must not make the next

@@ -123,6 +123,13 @@ TEST(PolicySchema, RejectsWhatTheClientIgnoresRefusesOrReadsOtherwise) {
         {"<UpdatePolicy><AuthorizedServerList><ServerName> gw</ServerName>"
          "</AuthorizedServerList></UpdatePolicy>",
          kInvalid},
+        {"<UpdatePolicy><AuthorizedServerList><ServerName>gw1 gw2</ServerName>"
+         "<ServerName>gw1&#10;gw2</ServerName><ServerName>gw&#x85;</ServerName>"
+         "</AuthorizedServerList></UpdatePolicy>",
+         kInvalid},
+        {"<UpdatePolicy><AuthorizedServerList><ServerName>caf\xC3\xA9.example</ServerName>"
+         "</AuthorizedServerList></UpdatePolicy>",
+         kValid},
         {"<UpdatePolicy><AuthorizedServerList><ServerName/></AuthorizedServerList>"
          "</UpdatePolicy>",
          kInvalid},

@@ -10,17 +10,21 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "MessageText.h"
+#include "PolicyModel.h"
 #include "TestSupport.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
 #include "output/UnifiedDiff.h"
+#include "safety/PathAudit.h"
 
 namespace {
 
@@ -42,7 +46,7 @@ std::string kindsAndLines(const LintResult& result) {
 // lacks.
 TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy [ <!ENTITY t \"true\"> ]>\n"
+        {"<?xml version=\"1.0\"?>\n<!-- no DTD: the client refuses a file with one -->\n"
          "<QuillnetLocalPolicy qnversion=\"5.1.8.106\">\n<BypassDownloader/>\n"
          "<RestrictWebLaunch value=\"true\"/>\n<EnableCRLCheck>True</EnableCRLCheck>\n"
          "<ServerName>gw3</ServerName>\n"
@@ -56,7 +60,7 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
          // The nested section's end ended the outer one too, as for the reader.
          "<AllowScriptUpdatesFromAnyServer>true</AllowScriptUpdatesFromAnyServer>\n"
          "</UpdatePolicy></QuillnetLocalPolicy>\n",
-         "doctype:2 newer-version:3 empty-value:4 ignored-attribute:5 "
+         "newer-version:3 empty-value:4 ignored-attribute:5 "
          "empty-value:5 non-boolean-value:6 server-name-outside-list:7 "
          "caching-restrictions-cleared:8 ignored-caching-token:8 duplicate-setting:9 empty-value:9 "
          "tunnel-value-not-applied:10 non-boolean-value:11 padded-server-name:13 "
@@ -92,11 +96,12 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
         {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>"
          "<StrictCertificateTrust>true</StrictCertificateTrust></QuillnetLocalPolicy>",
          ""},
-        // A refused document gives the client nothing, so nothing is overridden.
-        {"<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy>"
-         "<StrictCertificateTrust>false</StrictCertificateTrust>"
-         "<RestrictServerCertStore>true</RestrictServerCertStore></QuillnetLocalPolicy>",
-         "doctype:1"},
+        // A root inside the root is read like the root, its version included; a server name
+        // with a blank inside is kept as one name.
+        {"<QuillnetLocalPolicy>\n<QuillnetLocalPolicy qnversion=\"9\">\n<UpdatePolicy>"
+         "<AuthorizedServerList><ServerName>gw1 gw2</ServerName><ServerName>gw&#x85;</ServerName>"
+         "</AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy></QuillnetLocalPolicy>",
+         "nested-root-element:2 newer-version:2 blank-in-server-name:3 blank-in-server-name:3"},
         // Clean documents give nothing.
         {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
          "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
@@ -111,15 +116,28 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
 }
 
 // A document that cannot be read is unreadable with the parser's reason and position; the
-// findings before the failure stay.
+// findings before the failure stay. A DTD makes the client refuse the whole file, so it is
+// unreadable before anything is read.
 TEST(PolicyLinter, ReportsWhereAnUnreadableDocumentStops) {
-    const LintResult result =
-        LintPolicyBytes("<QuillnetLocalPolicy>\n<FipsMode>yes</FipsMode>\n<a>", "p.xml");
-    EXPECT_FALSE(result.bReadable);
-    EXPECT_EQ(result.failureReason, "no element found");
-    EXPECT_EQ(result.failureLine, 3U);
-    EXPECT_EQ(result.failureColumn, 4U);
-    EXPECT_EQ(kindsAndLines(result), "non-boolean-value:2 unknown-element:3");
+    const std::vector<
+        std::tuple<std::string, std::string, unsigned long, unsigned long, std::string>>
+        cases = {
+            {"<QuillnetLocalPolicy>\n<FipsMode>yes</FipsMode>\n<a>", "no element found", 3, 4,
+             "non-boolean-value:2 unknown-element:3"},
+            {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy>"
+             "<StrictCertificateTrust>false</StrictCertificateTrust>"
+             "<RestrictServerCertStore>true</RestrictServerCertStore></QuillnetLocalPolicy>",
+             "document type declaration \"QuillnetLocalPolicy\" (a secure parse accepts no DTD)", 2,
+             30, ""},
+        };
+    for (const auto& [content, reason, line, column, findings] : cases) {
+        const LintResult result = LintPolicyBytes(content, "p.xml");
+        EXPECT_FALSE(result.bReadable);
+        EXPECT_EQ(result.failureReason, reason);
+        EXPECT_EQ(result.failureLine, line);
+        EXPECT_EQ(result.failureColumn, column);
+        EXPECT_EQ(kindsAndLines(result), findings);
+    }
 }
 
 // The override finding names both settings and is a warning: the client is stricter than the
@@ -160,28 +178,123 @@ TEST(PolicyLinter, KeepsAHundredFindingsOfAKindAndCountsTheRest) {
     EXPECT_EQ(result.Count(), 251U);
 }
 
-// The file and each directory above it: owned by root, not writable by group or others; a
-// sticky directory may be writable by others.
-TEST(PolicyLinter, AuditsWhoCanChangeTheFileUpToTheRoot) {
+// The scratch tree of one path-audit case, under T (root's, 0755): steps separated by ",",
+// "d NAME MODE [UID]" a directory, "f NAME MODE [UID]" a file, "l NAME TARGET [UID]" a link,
+// "h NAME TARGET" a hard link.
+void makeTree(const std::string& root, const std::string& steps) {
+    for (const std::string& step : qntest::pieces(steps, ",")) {
+        std::istringstream words(step);
+        std::string kind, name, second;
+        long owner = -1;
+        words >> kind >> name >> second >> owner;
+        const std::string path = root + name;
+        if (kind == "d") {
+            ASSERT_EQ(::mkdir(path.c_str(), 0), 0) << path;
+        } else if (kind == "f") {
+            std::ofstream(path) << "<QuillnetLocalPolicy/>";
+        } else if (kind == "l") {
+            ASSERT_EQ(::symlink(second.c_str(), path.c_str()), 0) << path;
+        } else {
+            ASSERT_EQ(::link((root + second).c_str(), path.c_str()), 0) << path;
+        }
+        if (kind == "d" || kind == "f") {
+            ASSERT_EQ(::chmod(path.c_str(), std::stoul(second, nullptr, 8)), 0);
+        }
+        if (owner >= 0) {
+            ASSERT_EQ(::lchown(path.c_str(), static_cast<uid_t>(owner), static_cast<gid_t>(-1)), 0);
+        }
+    }
+}
+
+// What an audit found: each problem's kind and the component it names (the first quoted
+// text of its message, with T for the scratch root), for check the file's own problems after
+// them when it is a regular file, then "=" and the error, and "!" when something is there.
+std::string audited(const std::string& root, const std::string& path,
+                    qnpolicy::tool::Trust eTrust) {
+    const qnpolicy::tool::PathAudit audit = qnpolicy::tool::AuditPolicyPath(path, eTrust);
+    std::vector<qnpolicy::tool::PathProblem> problems = audit.problems;
+    if (eTrust == qnpolicy::tool::Trust::CLIENT && audit.bExamined &&
+        S_ISREG(audit.entry.st_mode)) {
+        const auto file = qnpolicy::tool::FileProblems(audit.entry, audit.Path());
+        problems.insert(problems.end(), file.begin(), file.end());
+    }
+    std::string text;
+    for (const qnpolicy::tool::PathProblem& problem : problems) {
+        const size_t open = problem.message.find('"');
+        std::string component =
+            problem.message.substr(open + 1, problem.message.find('"', open + 1) - open - 1);
+        if (component.rfind(root, 0) == 0) {
+            component = "T/" + component.substr(root.size());
+        }
+        text += std::string(problem.kind) + ":" + component + " ";
+    }
+    return text + "=" + std::to_string(audit.error) + (audit.bExists ? "!" : "");
+}
+
+// Each way someone other than root could change the policy, and each thing that is not one,
+// audited as check (root trusted) or as a writer run by nobody (nobody trusted too), by root or
+// by nobody: directories, links (their owner and directory, never their own mode), the sticky
+// bit above the policy's directory but not on it, hard links, what cannot be examined.
+TEST(PathAudit, FindsEveryComponentThroughWhichOthersCouldChangeThePolicy) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root to give files away";
+        GTEST_SKIP() << "needs root to give files away and drop to nobody";
     }
-    qntest::TempDir dir;
-    const std::string sticky = dir.path() + "sticky/";
-    ASSERT_EQ(::mkdir(sticky.c_str(), 01777), 0);
-    ASSERT_EQ(::chmod(sticky.c_str(), 01777), 0);
-    const std::string path = sticky + "p.xml";
-    std::ofstream(path) << "<QuillnetLocalPolicy/>";
-    ASSERT_EQ(::chmod(path.c_str(), 0664), 0);
-    ASSERT_EQ(::chown(path.c_str(), 65534, static_cast<gid_t>(-1)), 0);
-    std::string found;
-    for (const LintFinding& finding : qnpolicy::tool::CheckFileAttributes(path)) {
-        found += finding.kind + ":" + finding.message.substr(0, finding.message.find(' ', 4)) + " ";
+    using qnpolicy::tool::Trust;
+    struct Case {
+        const char* tree;
+        const char* path;  // below T; relative to T when it starts with '.'
+        Trust eTrust;
+        bool bAsNobody;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {"d d 755, f d/p 644", "d/p", Trust::CLIENT, false, "=0!"},
+        {"d d 755", "d/p", Trust::CLIENT, false, "=0"},
+        {"d d 755, f d/p 666 65534", "d/p", Trust::CLIENT, false,
+         "file-owner:T/d/p file-permissions:T/d/p =0!"},
+        {"d d 755, f d/p 644, h d/q d/p", "d/p", Trust::CLIENT, false, "unsafe-path:T/d/p =0!"},
+        {"d d 777, f d/p 644", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0!"},
+        {"d d 755 65534, f d/p 644", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0!"},
+        {"d d 1777", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0"},
+        {"d s 1777, d s/d 755, f s/d/p 644", "s/d/p", Trust::CLIENT, false, "=0!"},
+        {"d s 1777 65534, d s/d 755, f s/d/p 644", "s/d/p", Trust::CLIENT, false,
+         "unsafe-path:T/s =0!"},
+        // A link in a world-writable directory, and one that nobody owns, to a safe file.
+        {"d safe 755, f safe/p 644, d u 777, l u/p ../safe/p", "u/p", Trust::CLIENT, false,
+         "unsafe-path:T/u =0!"},
+        {"d safe 755, f safe/p 644, d u 755, l u/p ../safe/p 65534", "u/p", Trust::CLIENT, false,
+         "unsafe-path:T/u/p =0!"},
+        {"d safe 777, f safe/p 644, d u 755, l u/p ../safe/p", "u/p", Trust::CLIENT, false,
+         "unsafe-path:T/safe =0!"},
+        {"d safe 755, f safe/p 644, l dir safe 65534", "dir/p", Trust::CLIENT, false,
+         "unsafe-path:T/dir =0!"},
+        {"l loop loop", "loop/p", Trust::CLIENT, false, "unsafe-path:T/loop =40"},
+        {"d d 755, l d/p ../none/p", "d/p", Trust::CLIENT, false, "=2"},
+        {"d d 755, f d/p 644", "./d/p", Trust::CLIENT, false, "=0!"},
+        // The writer trusts the user running it, the client only root.
+        {"d d 755 65534, f d/p 644 65534", "d/p", Trust::WRITER, true, "=0!"},
+        {"d d 755 65534, f d/p 644 65534", "d/p", Trust::CLIENT, true,
+         "unsafe-path:T/d file-owner:T/d/p =0!"},
+        {"d d 700, f d/p 644", "d/p", Trust::WRITER, true, "unsafe-path:T/d/p =13!"},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(std::string(row.tree) + " | " + row.path);
+        const qntest::TempDir dir;
+        ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
+        makeTree(dir.path(), row.tree);
+        const std::string root = dir.path().substr(0, dir.path().size() - 1);
+        const auto audit = [&row, &dir, &root] {
+            if (row.path[0] != '.') {
+                return audited(root + "/", dir.path() + row.path, row.eTrust);
+            }
+            const std::filesystem::path previous = std::filesystem::current_path();
+            std::filesystem::current_path(dir.path());
+            std::string text = audited(root + "/", row.path, row.eTrust);
+            std::filesystem::current_path(previous);
+            return text;
+        };
+        EXPECT_EQ(row.bAsNobody ? qntest::asNobody(audit) : audit(), row.expected);
     }
-    // The temporary directory above is sticky too (or root's own): nothing else to report.
-    EXPECT_EQ(found, "file-owner:The file file-permissions:The file's ");
-    ASSERT_EQ(::chmod(sticky.c_str(), 0777), 0);
-    EXPECT_EQ(qnpolicy::tool::CheckFileAttributes(path).size(), 3U);
 }
 
 // The diff turns before into after exactly as diff -u prints it, hunks and "no newline"

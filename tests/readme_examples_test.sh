@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# The README's worked examples, run as printed: each fenced block of the section "Worked
-# examples" (shell blocks with bash, the Ansible task with ansible-playbook on localhost), with
-# the built qnpolicy first on PATH, in a private mount namespace where /opt and /srv are
-# scratch directories, so that /opt/quillnet and /srv/policies are what the examples name.
+# The README's transcripts and worked examples, run as printed: every plain fenced block whose
+# first line is a "$ " command is a transcript, run command by command with bash in one working
+# directory, and what each command prints (standard output and error together) must be the
+# lines shown below it; "$ cat FILE" shows a file, which is made from those lines when it is not
+# there yet. The Ansible task of the worked examples runs with ansible-playbook on localhost.
+# All of it runs with the built qnpolicy first on PATH, in a private mount namespace where /opt
+# and /srv are scratch directories, so that /opt/quillnet and /srv/policies are what the
+# examples name.
 #   readme_examples_test.sh QNPOLICY README
 set -uo pipefail
 if [ "${1:-}" = --inside ]; then
@@ -12,63 +16,94 @@ if [ "${1:-}" = --inside ]; then
     # Unmounted explicitly as well: in a chroot the namespace may share its mounts (below).
     trap 'umount /srv /opt 2>/dev/null' EXIT
     mount -t tmpfs tmpfs /opt && mount -t tmpfs tmpfs /srv || exit 1
-    mkdir -p /opt/quillnet /srv/policies
-    chmod 0755 /opt /srv /opt/quillnet /srv/policies
-    mkdir "$work/bin" && ln -s "$tool" "$work/bin/qnpolicy"
-    export PATH="$work/bin:$PATH"
-    failures=0
-    fail() {
-        echo "FAIL: $*"
-        failures=$((failures + 1))
-    }
-    # The blocks: "lang<TAB>file" per block, each block's text in its own file.
-    awk -v dir="$work" '
-        /^### Worked examples/ { inside = 1; next }
-        /^### / && inside { exit }
-        inside && /^```(sh|yaml)$/ { n++; lang = substr($0, 4); file = dir "/block" n; print lang "\t" file; next }
-        inside && /^```$/ { file = ""; next }
-        file != "" { print > file }
-    ' "$readme" >"$work/blocks"
-    # What each block must print (a fixed text in its output), in the README's order.
-    expected=("Wrote the policy file /opt/quillnet/QuillnetLocalPolicy.xml." "changed=1"
-        "written" "tls" "true"
-        "/opt/quillnet/QuillnetLocalPolicy.xml:3:5 (a change takes effect at the client's next start)"
-        $'the policy in force\nFipsMode true\nRestrictTunnelProtocols tls')
-    index=0
-    while IFS=$'\t' read -r lang file; do
-        if [ "$lang" = yaml ]; then
-            # The repository's policy: what the installer example wrote, with another owner.
-            cp /opt/quillnet/QuillnetLocalPolicy.xml "$work/QuillnetLocalPolicy.xml"
-            rm /opt/quillnet/QuillnetLocalPolicy.xml
-            chown 65534 "$work/QuillnetLocalPolicy.xml"
-            {
-                printf -- '- hosts: localhost\n  connection: local\n  gather_facts: false\n  tasks:\n'
-                sed 's/^/    /' "$file"
-            } >"$work/play.yml"
-            output=$(cd "$work" && ANSIBLE_NOCOLOR=1 ansible-playbook -i localhost, play.yml 2>&1)
-        else
-            output=$(cd "$work" && bash "$file" 2>&1)
-        fi
-        status=$?
-        if [ $status -ne 0 ]; then
-            fail "block $((index + 1)) ($lang) exited with $status: $output"
-        elif [[ $output != *"${expected[$index]:-(no expectation)}"* ]]; then
-            fail "block $((index + 1)) ($lang) did not print '${expected[$index]:-}': $output"
-        fi
-        index=$((index + 1))
-    done <"$work/blocks"
-    [ $index -eq ${#expected[@]} ] || fail "$index blocks in the README, ${#expected[@]} expected"
-    if ((failures > 0)); then
-        echo "README examples: $failures failed"
-        exit 1
-    fi
-    echo "README examples: all $index blocks ran as printed"
-    exit 0
+    mkdir -p /opt/quillnet /srv/policies "$work/bin" "$work/cwd"
+    chmod 0755 /opt /srv /opt/quillnet /srv/policies "$work" "$work/cwd"
+    ln -s "$tool" "$work/bin/qnpolicy"
+    export PATH="$work/bin:$PATH" ANSIBLE_NOCOLOR=1
+    exec /usr/bin/python3 - "$readme" "$work" <<'PYTHON'
+import os
+import re
+import shutil
+import subprocess
+import sys
+
+readme, work = sys.argv[1], sys.argv[2]
+cwd = os.path.join(work, 'cwd')
+text = open(readme, encoding='utf-8').read()
+worked = text.index('### Worked examples')
+worked_end = text.index('\n### ', worked + 1)
+failures, commands = 0, 0
+
+
+def run(command):
+    done = subprocess.run(['bash', '-c', command], cwd=cwd, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, check=False)
+    return done.stdout.decode('utf-8', 'replace')
+
+
+def transcript(body):
+    """Runs each command of a transcript; returns the number that printed something else."""
+    global commands
+    lines, wrong, i = body.split('\n')[:-1], 0, 0
+    while i < len(lines):
+        command = lines[i][2:]
+        while command.endswith('\\'):
+            i += 1
+            command += '\n' + lines[i]
+        i += 1
+        expected = []
+        while i < len(lines) and not lines[i].startswith('$ '):
+            expected.append(lines[i])
+            i += 1
+        shown = ''.join(line + '\n' for line in expected)
+        cat = re.fullmatch(r'cat (\S+)', command)
+        if cat and not os.path.exists(os.path.join(cwd, cat.group(1))):
+            with open(os.path.join(cwd, cat.group(1)), 'w', encoding='utf-8') as made:
+                made.write(shown)
+        commands += 1
+        printed = run(command)
+        if printed != shown:
+            print('FAIL: $ %s\n--- shown\n%s--- printed\n%s' % (command, shown, printed))
+            wrong += 1
+    return wrong
+
+
+def ansible_task(body):
+    """Runs the copy task with the installer's policy as the repository's file (another owner)."""
+    repository = os.path.join(cwd, 'QuillnetLocalPolicy.xml')
+    shutil.move('/opt/quillnet/QuillnetLocalPolicy.xml', repository)
+    os.chown(repository, 65534, -1)
+    play = '- hosts: localhost\n  connection: local\n  gather_facts: false\n  tasks:\n'
+    play += ''.join('    ' + line + '\n' for line in body.split('\n')[:-1])
+    with open(os.path.join(cwd, 'play.yml'), 'w', encoding='utf-8') as out:
+        out.write(play)
+    printed = run('ansible-playbook -i localhost, play.yml')
+    if 'changed=1' not in printed:
+        print('FAIL: the Ansible task did not install the file once: %s' % printed)
+        return 1
+    return 0
+
+
+blocks = 0
+for match in re.finditer(r'^```(\w*)\n(.*?)^```$', text, re.M | re.S):
+    language, body = match.group(1), match.group(2)
+    if language == '' and body.startswith('$ '):
+        failures += transcript(body)
+        blocks += 1
+    elif language == 'yaml' and worked < match.start() < worked_end:
+        failures += ansible_task(body)
+        blocks += 1
+if blocks < 8:
+    print('FAIL: only %d transcripts and tasks found in the README' % blocks)
+    failures += 1
+print('README examples: %d blocks, %d commands, %d failed' % (blocks, commands, failures))
+sys.exit(1 if failures else 0)
+PYTHON
 fi
 
 tool=$(realpath "$1")
 readme=$(realpath "$2")
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 # Inside a chroot whose root is no mount point (a fresh build root), the propagation of "/"
 # cannot be changed; the namespace then keeps it, and the inside unmounts its two scratch

@@ -12,7 +12,7 @@ source /usr/share/bash-completion/bash_completion
 # shellcheck source=/dev/null
 source "$1"
 
-work=$(mktemp -d)
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 mkdir sub
@@ -45,7 +45,7 @@ expect 'qnpolicy ' 'check comply diff generate schema show vocabulary'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'
-expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
+expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --args-from --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
 expect 'qnpolicy generate fm=true ecc=' 'false true'
 expect 'qnpolicy generate rtp=' 'false ipsec tls'

@@ -9,7 +9,7 @@
 zmodload zsh/zpty zsh/zselect || exit 1
 
 completion=${1:A}
-work=$(mktemp -d) || exit 1
+work=$(mktemp -d /tmp/qnpolicy-test-XXXXXX) || exit 1
 trap 'zpty -d qn 2>/dev/null; rm -rf $work' EXIT
 mkdir -p $work/functions $work/cwd/sub || exit 1
 touch $work/cwd/a.xml
@@ -118,7 +118,7 @@ expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log=s' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'
 expect 'qnpolicy --install-dir sub sh' 'show'
-expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
+expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --args-from --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy check --ig' '--ignore'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
 expect 'qnpolicy generate fm=' 'false true'

@@ -4,7 +4,10 @@
 
 // Helpers shared by the test suites.
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -24,11 +27,16 @@
 
 namespace qntest {
 
-// A fresh directory in the temporary directory ($TMPDIR, else /tmp), removed with its
-// content on destruction. path() ends with '/'.
+// Where every scratch directory of the suites is made, whatever TMPDIR says: /tmp is owned by
+// root and sticky on every Linux system, so the path audit of qnpolicy accepts it above a policy
+// file, and a test's verdict does not depend on who owns the caller's own temporary directory.
+inline constexpr char kScratchBase[] = "/tmp";
+
+// A fresh directory under kScratchBase, owned by the user running the test with mode 0700,
+// removed with its content on destruction. path() ends with '/'.
 class TempDir {
   public:
-    TempDir() : m_path(std::filesystem::temp_directory_path() / "qnpolicy-test-XXXXXX") {
+    TempDir() : m_path(std::string(kScratchBase) + "/qnpolicy-test-XXXXXX") {
         if (::mkdtemp(m_path.data()) == nullptr) {
             ADD_FAILURE() << "mkdtemp failed for " << m_path;
         }
@@ -164,6 +172,40 @@ inline void onThreads(int threads, const std::function<void()>& work) {
     for (std::thread& thread : running) {
         thread.join();
     }
+}
+
+// The unprivileged user and group tests drop to: nobody and nogroup on Debian.
+inline constexpr uid_t kNobody = 65534;
+
+// Runs work in a forked child that has dropped to kNobody (groups, group, then user) and
+// returns the text work returned there, or "(cannot drop to nobody)". Only root can drop, so
+// the caller skips the test for anyone else. The text is all that comes back from the child.
+inline std::string asNobody(const std::function<std::string()>& work) {
+    int fds[2];
+    if (::pipe(fds) != 0) {
+        return "(no pipe)";
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(fds[0]);
+        const gid_t group = kNobody;
+        const bool bDropped =
+            ::setgroups(1, &group) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0;
+        const std::string text = bDropped ? work() : "(cannot drop to nobody)";
+        const bool bWritten =
+            ::write(fds[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        ::_exit(bWritten ? 0 : 1);
+    }
+    ::close(fds[1]);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(fds[0], buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<size_t>(got));
+    }
+    ::close(fds[0]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return text;
 }
 
 // Generates the policy from these installer arguments, passed as an installer passes them:

@@ -21,8 +21,9 @@ constexpr char kIndent[] = "    ";
 constexpr char kVersionType[] = "Version";
 // A dotted version of decimal components, as the writer puts the client's own.
 constexpr char kVersionPattern[] = "[0-9]+(\\.[0-9]+)*";
-// A server name the reader keeps as written: not empty, no blanks around it.
-constexpr char kServerNamePattern[] = "\\S([\\s\\S]*\\S)?";
+// A server name the reader keeps as written: not empty, no white space or control character
+// anywhere (the reader would keep it as part of one name).
+constexpr char kServerNamePattern[] = "[^\\s\\p{Cc}]+";
 
 // Element content and attribute values, escaped by the rules the policy document's writer
 // follows.
@@ -122,7 +123,8 @@ void writeSimpleTypes(std::ostream& out) {
     out << indent(1) << "<xs:simpleType name=\"" << typeOf(LocalPolicySettingKind::SERVER_NAME)
         << "\">\n";
     writeDocumentation(out, 2,
-                       "A server name: the client keeps blanks around a name as part of it.");
+                       "A server name: the client keeps white space and control characters "
+                       "in a name as part of it.");
     out << indent(2) << "<xs:restriction base=\"xs:string\">\n"
         << indent(3) << "<xs:pattern value=\"" << escapedAttribute(kServerNamePattern) << "\"/>\n"
         << indent(2) << "</xs:restriction>\n"

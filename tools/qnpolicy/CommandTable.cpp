@@ -270,7 +270,8 @@ constexpr char kErrorSchema[] = R"({
     "required": ["kind", "message"],
     "properties": {
         "kind": {"enum": ["usage", "no-such-file", "no-such-directory", "unreadable", "refused",
-                          "unsafe-directory", "cannot-create", "io-error", "internal"]},
+                          "unsafe-directory", "unsafe-file", "not-regular-file",
+                          "cannot-create", "io-error", "internal"]},
         "message": {"type": "string"},
         "line": {"type": "integer", "minimum": 0},
         "column": {"type": "integer", "minimum": 0},

@@ -3,13 +3,16 @@
 
 #include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "MessageText.h"
 #include "XmlLocalQNPolMgrConstants.h"
+#include "XmlParser.h"
 #include "output/Output.h"
 
 namespace qnpolicy::tool {
@@ -50,12 +53,18 @@ void CToolContext::Error(const std::string& message) {
     m_err << m_prefix << message << '\n' << std::flush;
 }
 
-int CToolContext::Fail(int exitCode, const char* kind, const std::string& message) {
+int CToolContext::Fail(int exitCode, const char* kind, const std::string& message,
+                       const std::vector<std::string>& details) {
+    std::string whole;
+    for (const std::string& detail : details) {
+        Error("error: " + detail);
+        whole += detail + "\n";  // each detail ends with a command to run: a line of its own
+    }
     Error(message);
     if (m_options.bJson) {
         CJsonWriter json(m_out);
         json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
-        json.Key("kind").String(kind).Key("message").String(message);
+        json.Key("kind").String(kind).Key("message").String(whole + message);
         json.EndObject().EndObject().Finish();
     }
     return exitCode;
@@ -78,14 +87,31 @@ int CToolContext::RequireInstallDir() {
     const std::string& dir = m_options.installDir;
     if (::stat(dir.c_str(), &status) != 0) {
         const int error = errno;
-        return Fail(
-            kExitNoInput, errorkind::kNoSuchDirectory,
-            "install directory " + Quoted(dir) + ": " +
-                (error == ENOENT ? std::string("no such directory") : std::strerror(error)));
+        if (error != ENOENT && error != ENOTDIR) {
+            // Cannot tell (EACCES, ELOOP, ...): the directory may be there, so it is not
+            // reported absent; the command's own read or path audit says what it cannot examine.
+            return kExitSuccess;
+        }
+        return Fail(kExitNoInput, errorkind::kNoSuchDirectory,
+                    "install directory " + Quoted(dir) + ": no such directory");
     }
     if (!S_ISDIR(status.st_mode)) {
         return Fail(kExitNoInput, errorkind::kNoSuchDirectory,
                     "install directory " + Quoted(dir) + ": no such directory (not a directory)");
+    }
+    return kExitSuccess;
+}
+
+int CToolContext::ReadStandardInput(std::string& rContent) {
+    int error = 0;
+    if (!ReadAtMost(STDIN_FILENO, XmlParser::kMaxStreamBytes, rContent, error)) {
+        return Fail(kExitIoError, errorkind::kIoError,
+                    std::string("cannot read standard input: ") + std::strerror(error));
+    }
+    if (rContent.size() > XmlParser::kMaxStreamBytes) {
+        return Fail(kExitUnreadable, errorkind::kUnreadable,
+                    "standard input: more than " + std::to_string(XmlParser::kMaxStreamBytes) +
+                        " bytes of input, the most a stream may hold");
     }
     return kExitSuccess;
 }
@@ -115,6 +141,29 @@ bool CToolContext::Shows(Verbosity eVerbosity, Logging::DebugImportance eImporta
             return eImportance != Logging::DBG_Trace;
         case Verbosity::VERBOSE:
             return true;
+    }
+    return true;
+}
+
+bool ReadAtMost(int fd, size_t limit, std::string& rContent, int& rError) {
+    constexpr size_t kPiece = size_t{64} << 10;
+    rContent.reserve(rContent.size() + limit + 1);
+    char piece[kPiece];
+    const size_t start = rContent.size();
+    while (rContent.size() - start <= limit) {
+        const ssize_t got =
+            ::read(fd, piece, std::min(sizeof piece, limit + 1 - (rContent.size() - start)));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            rError = errno;
+            return false;
+        }
+        if (got == 0) {
+            break;
+        }
+        rContent.append(piece, static_cast<size_t>(got));
     }
     return true;
 }

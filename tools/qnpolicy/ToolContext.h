@@ -2,8 +2,10 @@
 #ifndef QNPOLICY_TOOLCONTEXT_H
 #define QNPOLICY_TOOLCONTEXT_H
 
+#include <cstddef>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "AppLog.h"
 
@@ -27,7 +29,7 @@ inline constexpr int kExitDataError = 65;
 inline constexpr int kExitNoInput = 66;
 // EX_SOFTWARE: an unexpected exception, such as running out of memory.
 inline constexpr int kExitInternal = 70;
-// EX_CANTCREAT: the policy file cannot be created (or kept) safely in the install directory.
+// EX_CANTCREAT: the policy file cannot be created, kept or repaired safely.
 inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
@@ -51,8 +53,8 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,
-     "generate: the policy file cannot be created, or its directory is unsafe, in the install "
-     "directory"},
+     "generate: the policy file cannot be created, kept or repaired safely: its path or the "
+     "file on disk is unsafe, or something other than a regular file is there"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
 };
 
@@ -65,6 +67,8 @@ inline constexpr char kNoSuchDirectory[] = "no-such-directory";
 inline constexpr char kUnreadable[] = "unreadable";
 inline constexpr char kRefused[] = "refused";
 inline constexpr char kUnsafeDirectory[] = "unsafe-directory";
+inline constexpr char kUnsafeFile[] = "unsafe-file";
+inline constexpr char kNotRegularFile[] = "not-regular-file";
 inline constexpr char kCannotCreate[] = "cannot-create";
 inline constexpr char kIoError[] = "io-error";
 inline constexpr char kInternal[] = "internal";
@@ -112,17 +116,25 @@ class CToolContext {
 
     // A failure of the run; always printed.
     void Error(const std::string& message);
-    // A failure that ends the run before it has a result: printed as Error, and with --json
-    // as the one object on standard output, {"formatVersion": 1, "error": {"kind", "message"}}.
-    // Returns exitCode.
-    int Fail(int exitCode, const char* kind, const std::string& message);
+    // A failure that ends the run before it has a result: each detail (as "error: DETAIL"),
+    // then the message, printed once as Error, and with --json the one object on standard output,
+    // {"formatVersion": 1, "error": {"kind", "message"}}, whose message holds the details
+    // (a line each) and the message. Returns exitCode.
+    int Fail(int exitCode, const char* kind, const std::string& message,
+             const std::vector<std::string>& details = {});
     // A warning or a note about the result; --quiet drops them.
     void Warning(const std::string& message);
     void Note(const std::string& message);
 
-    // 0 when the install directory exists and is a directory; otherwise says so ("no such
-    // directory") and returns the no-input status (66).
+    // 0 when the install directory exists and is a directory, or cannot be examined (the
+    // command's own read or audit then reports it); otherwise says so ("no such directory")
+    // and returns the no-input status (66).
     int RequireInstallDir();
+
+    // Reads standard input whole into rContent, and refuses it once it has delivered more than
+    // XmlParser::kMaxStreamBytes (64 MiB), the most the parser takes from a stream: 0, or the
+    // exit status of the failure, reported (2 when there is more, 74 when reading fails).
+    int ReadStandardInput(std::string& rContent);
     // The install directory as the module expects it, with its trailing '/'.
     std::string InstallDir() const;
     // The policy file of the install directory.
@@ -143,6 +155,11 @@ class CToolContext {
     std::ostream& m_err;
     CAppLogSink m_previousSink;
 };
+
+// Reads fd to its end, or until more than limit bytes have come, appending to rContent; false
+// with errno in rError when a read fails. The room for limit + 1 bytes is reserved at once, so
+// that the last piece never doubles it: memory the pieces do not fill is never touched.
+bool ReadAtMost(int fd, size_t limit, std::string& rContent, int& rError);
 
 }  // namespace qnpolicy::tool
 

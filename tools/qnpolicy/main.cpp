@@ -3,7 +3,8 @@
 // usage, as --help prints it from the command table (a test holds this copy to it):
 //
 //   qnpolicy generate [OPTIONS] [--overwrite] [--lenient] [--dry-run | --diff]
-//                     [--all-defaults] [--allow-unsafe-directory] [ABBREV=VALUE...]
+//                     [--all-defaults | --args-from FILE] [--allow-unsafe-directory]
+//                     [ABBREV=VALUE...]
 //   qnpolicy show [OPTIONS] [--origin] [--format FORMAT] [FILE] [SETTING...]
 //   qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]
 //   qnpolicy diff [OPTIONS] FILE [FILE]
@@ -30,12 +31,51 @@
 namespace {
 
 using qnpolicy::tool::CCheckedOutputBuffer;
+using qnpolicy::tool::CJsonWriter;
+using qnpolicy::tool::CommandInfo;
 using qnpolicy::tool::CommandLine;
 using qnpolicy::tool::CToolContext;
 
+// Whether the command line asks for JSON: --json among the words before "--", and no
+// subcommand named that does not take it. Read from the words themselves, so that a command
+// line the parser refuses, or a run that ends in an internal error, still prints its object.
+bool asksForJson(int argc, char** argv) {
+    bool bJson = false;
+    for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
+        bJson = bJson || std::string(argv[i]) == "--json";
+        for (const CommandInfo& info : qnpolicy::tool::Commands()) {
+            if (argv[i] == std::string(info.name) &&
+                (info.flags & qnpolicy::tool::COMMAND_JSON) == 0) {
+                return false;
+            }
+        }
+    }
+    return bJson;
+}
+
+// The one JSON object of a run that ends before any subcommand ran.
+void printJsonError(const char* kind, const std::string& message) {
+    CCheckedOutputBuffer outBuffer(STDOUT_FILENO);
+    std::ostream out(&outBuffer);
+    CJsonWriter json(out);
+    json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
+    json.Key("kind").String(kind).Key("message").String(message);
+    json.EndObject().EndObject().Finish();
+}
+
+// A usage error found before any subcommand ran: its message on standard error, and with
+// --json its object on standard output.
+int usageError(const std::string& message, bool bJson) {
+    std::cerr << "qnpolicy: " << message << '\n';
+    if (bJson) {
+        printJsonError(qnpolicy::tool::errorkind::kUsage, message);
+    }
+    return qnpolicy::tool::kExitUsage;
+}
+
 // The usage error for what is left when no subcommand was recognised: an unknown name or
 // option, with the nearest known one.
-int reportUnknown(const CommandLine& line) {
+int reportUnknown(const CommandLine& line, bool bJson) {
     const std::vector<std::string>& remaining = line.app.remaining();
     std::vector<std::string> names;
     for (const CommandLine::Entry& entry : line.commands) {
@@ -43,8 +83,7 @@ int reportUnknown(const CommandLine& line) {
     }
     const std::string list = qnpolicy::Join(names, ", ");
     if (remaining.empty()) {
-        std::cerr << "qnpolicy: a subcommand is required: " << list << " (qnpolicy --help)\n";
-        return qnpolicy::tool::kExitUsage;
+        return usageError("a subcommand is required: " + list + " (qnpolicy --help)", bJson);
     }
     const std::string& word = remaining.front();
     const bool bOption = word.rfind('-', 0) == 0;
@@ -55,19 +94,17 @@ int reportUnknown(const CommandLine& line) {
         }
     }
     const std::string suggestion = qnpolicy::SuggestName(word, bOption ? options : names);
-    std::cerr << "qnpolicy: " << (bOption ? "unknown option '" : "unknown subcommand '") << word
-              << "'";
+    std::string message = (bOption ? "unknown option '" : "unknown subcommand '") + word + "'";
     if (!suggestion.empty()) {
-        std::cerr << "; did you mean '" << suggestion << "'?";
+        message += "; did you mean '" + suggestion + "'?";
     } else if (!bOption) {
-        std::cerr << "; the subcommands are " << list;
+        message += "; the subcommands are " + list;
     }
-    std::cerr << " (qnpolicy --help lists the subcommands and options)\n";
-    return qnpolicy::tool::kExitUsage;
+    return usageError(message + " (qnpolicy --help lists the subcommands and options)", bJson);
 }
 
 // Parses the command line and runs the chosen subcommand with the shared set-up.
-int run(int argc, char** argv) {
+int run(int argc, char** argv, bool bJson) {
     CommandLine line;
     qnpolicy::tool::BuildCommandLine(line);
     try {
@@ -75,15 +112,17 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         // --help and --version end here with status 0; every real parse error is a usage
         // error, whatever CLI11's own code for it.
-        const int status = line.app.exit(error);
-        return status == qnpolicy::tool::kExitSuccess ? status : qnpolicy::tool::kExitUsage;
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            return line.app.exit(error);
+        }
+        return usageError(error.what(), bJson);
     }
     for (CommandLine::Entry& entry : line.commands) {
         if (!entry.pApp->parsed()) {
             continue;
         }
         if (!line.app.remaining().empty()) {
-            return reportUnknown(line);
+            return reportUnknown(line, bJson);
         }
         // A shared option given before the name of a subcommand that does not take it is
         // refused, as it is after the name.
@@ -126,7 +165,7 @@ int run(int argc, char** argv) {
         }
         return qnpolicy::tool::kExitIoError;
     }
-    return reportUnknown(line);
+    return reportUnknown(line, bJson);
 }
 
 }  // namespace
@@ -138,12 +177,17 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     // The module throws nothing of its own; what can still arrive here (allocation
     // failures, the standard library's exceptions) ends the run with a message, not abort().
+    const bool bJson = asksForJson(argc, argv);
+    std::string message = "unknown exception";
     try {
-        return run(argc, argv);
+        return run(argc, argv, bJson);
     } catch (const std::exception& error) {
-        std::cerr << "qnpolicy: internal error: " << error.what() << '\n';
+        message = error.what();
     } catch (...) {
-        std::cerr << "qnpolicy: internal error: unknown exception\n";
+    }
+    std::cerr << "qnpolicy: internal error: " << message << '\n';
+    if (bJson) {
+        printJsonError(qnpolicy::tool::errorkind::kInternal, "internal error: " + message);
     }
     return qnpolicy::tool::kExitInternal;
 }

@@ -11,9 +11,10 @@
 // as absent that way.
 namespace qnsys {
 
-// True when any file-system entry exists at the path, a dangling symbolic link included
-// (lstat succeeds). A path that exists but cannot be read is reported as existing, so that
-// the caller fails loudly on it instead of silently treating it as absent.
+// False only when the system answers that nothing is at the path (ENOENT, ENOTDIR); true for any
+// file-system entry, a dangling symbolic link included, and for a path that cannot be examined
+// (EACCES, ELOOP, EIO, ...), so that a caller fails loudly on what it cannot tell instead of
+// silently treating it as absent.
 bool fileExists(const std::string& path);
 
 }  // namespace qnsys

@@ -68,7 +68,7 @@ fleet_policy=(fm=true sct=true rtp=tls upsu=false "upal=gw1.example.com;gw2.exam
 # The planted set, by host number: drift, and the hosts that cannot be judged with the reason.
 declare -A drift=([7]="fm=false" [42]="upal=gw1.example.com;rogue.example.net" [99]="sct=false"
     [123]="upsu=true" [188]="")
-declare -A unjudged=([60]=no-client [61]=unsafe [62]=unreachable [63]=no-such-directory
+declare -A unjudged=([60]=no-qnpolicy [61]=unsafe [62]=unreachable [63]=no-such-directory
     [64]=unreadable)
 lab=150 # drift a waiver covers: compliant
 
@@ -97,7 +97,7 @@ if [ "$hosts" -gt 0 ]; then
             fi
             line="$name compliance_report_install_dir=$dir/"
             case "${unjudged[$i]:-}" in
-                no-client) line+=" compliance_report_qnpolicy=$work/not-installed/qnpolicy" ;;
+                no-qnpolicy) line+=" compliance_report_qnpolicy=$work/not-installed/qnpolicy" ;;
                 unsafe) chmod 0777 "$dir" ;;
                 unreachable) line+=" ansible_connection=ssh ansible_host=127.0.0.1 ansible_port=9"
                     line+=" ansible_ssh_common_args='-o ConnectTimeout=5 -o BatchMode=yes'" ;;

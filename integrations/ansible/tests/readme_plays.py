@@ -5,6 +5,7 @@
 """Runs the plays printed in the collection's README, as printed, against a small fleet.
 
     integrations/ansible/tests/readme_plays.py QNPOLICY
+    integrations/ansible/tests/readme_plays.py --extract DIRECTORY   (the blocks as printed, for linting)
 
 Every ```yaml block of the README starts with a comment naming its file (# rollout.yml); each
 is written to that file with only the install directory /opt/quillnet/ replaced by the
@@ -17,11 +18,16 @@ each a local connection with an install directory of its own:
     fresh       no file
     broken      a file the client cannot load
     loose       the fleet's policy in a file others can write, 0666 and owned by nobody
+    unsafe      an install directory others can write (0777), which no play may judge
+    noclient    no install directory: the client is not installed
 
 The plays run in the order an administrator would run them: the audit, the compliance play
-and the compliance report before the rollout, the rollout with --check --diff, the rollout, the rollout again, the
-audit and the compliance play after it, and a team's own template (one with a flaw, then a
-good one). What each run did is read from a callback that records every task result
+and the compliance report before the rollout, the rollout with --check --diff, the rollout, the
+rollout again, the audit, the compliance play and the compliance report after it, a team's own
+template (one with a flaw, then a good one), and the rollout with other values the README
+documents. The rollout runs on the first five hosts; the audit, the compliance play and the
+report on all seven, and must name the last two with the reason they could not be judged.
+What each run did is read from a callback that records every task result
 (callback_plugins/record_results.py) and from the files on disk. Prints one line per check
 and closes with 'N passed, N failed'.
 
@@ -48,6 +54,9 @@ INSTALL_DIR = '/opt/quillnet/'
 BLOCKS = ('group_vars/vpn_clients.yml', 'rollout.yml', 'audit.yml', 'compliance.yml', 'own-template.yml',
           'baseline.yml', 'compliance-report.yml')
 HOSTS = ('compliant', 'drifted', 'fresh', 'broken', 'loose')
+UNJUDGED = ('noclient', 'unsafe')
+# How the compliance report lists the hosts no play can judge: (status, reason).
+UNJUDGED_REPORT = dict(noclient=('unreadable', 'no-such-directory'), unsafe=('unreadable', 'unsafe'))
 POLICY_FILE = 'QuillnetLocalPolicy.xml'
 
 
@@ -121,9 +130,12 @@ class Fleet(object):
             with open(os.path.join(work, directory, name), 'w') as handle:
                 handle.write(text)
         lines = ['[vpn_clients]']
-        for host in HOSTS:
-            os.makedirs(self.install_dir(host))
+        for host in HOSTS + UNJUDGED:
+            if host != 'noclient':
+                os.makedirs(self.install_dir(host))
             lines.append('%s install_dir=%s/' % (host, self.install_dir(host)))
+        os.makedirs(os.path.join(work, 'hosts'), exist_ok=True)
+        os.chmod(self.install_dir('unsafe'), 0o777)
         lines += ['[vpn_clients:vars]', 'ansible_connection=local',
                   # The modules run under Debian's interpreter, the one ansible-core is installed for.
                   'ansible_python_interpreter=/usr/bin/python3']
@@ -145,6 +157,10 @@ class Fleet(object):
                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, universal_newlines=True, check=False)
         return run.returncode, json.loads(run.stdout)
 
+    def rollout(self, *options):
+        """Runs the rollout play on the hosts it can deploy to."""
+        return self.play('rollout.yml', '--limit', ','.join(HOSTS), *options)
+
     def report(self):
         """{host: (status, reason)} of the compliance report the role wrote beside the plays."""
         with open(os.path.join(self.work, 'plays', 'compliance-report', 'compliance-report.json')) as handle:
@@ -161,7 +177,7 @@ class Fleet(object):
                            PATH=os.path.join(self.work, 'bin') + os.pathsep + os.environ['PATH'])
         command = ['ansible-playbook', '-i', os.path.join(self.work, 'inventory', 'hosts.ini'),
                    os.path.join(self.work, 'plays', name)] + list(options)
-        output = os.path.join(self.work, '%s%s.out' % (name, ''.join(options).replace('-', '_')))
+        output = os.path.join(self.work, '%s%s.out' % (name, re.sub(r'[^\w,.]', '_', ''.join(options))))
         with open(output, 'a') as handle:
             rc = subprocess.run(command, stdout=handle, stderr=subprocess.STDOUT, env=environment,
                                 check=False).returncode
@@ -185,9 +201,22 @@ def statuses(results, task):
     return dict((host, record['status']) for host, record in by_host(results, task).items())
 
 
+def extract(directory):
+    """Writes the README's blocks as printed into directory, each under the file it names."""
+    for name, text in readme_blocks(README).items():
+        path = os.path.join(directory, name)
+        if not os.path.isdir(os.path.dirname(path)):
+            os.makedirs(os.path.dirname(path))
+        with open(path, 'w') as handle:
+            handle.write(text)
+
+
 def main():
+    if len(sys.argv) == 3 and sys.argv[1] == '--extract':
+        extract(sys.argv[2])
+        return 0
     if len(sys.argv) != 2:
-        sys.exit('usage: readme_plays.py QNPOLICY')
+        sys.exit('usage: readme_plays.py QNPOLICY | --extract DIRECTORY')
     qnpolicy = os.path.realpath(sys.argv[1])
     if os.geteuid() != 0:
         print('readme_plays: SKIPPED, not root: the README\'s plays become root and give files to root')
@@ -225,8 +254,8 @@ def run_fleet(fleet, checks, nobody):
     # Audit and compliance before the rollout.
     rc, results = fleet.play('audit.yml')
     checks.equal('audit before the rollout: no host fails', rc, 0)
-    report = by_host(results, "The fleet's report")
-    report = list(report.values())[0]['result']['msg'] if report else {}
+    report = audit_report(results)
+    check_not_judged(checks, 'audit', report.get('not_judged', {}))
     checks.equal('audit: drifted hosts', sorted(report.get('drifted', [])), ['broken', 'drifted', 'fresh', 'loose'])
     checks.equal('audit: FIPS mode off', sorted(report.get('fips_off', [])), ['broken', 'drifted', 'fresh'])
     checks.equal('audit: files with errors', sorted(report.get('files_with_errors', [])), ['broken', 'loose'])
@@ -241,18 +270,20 @@ def run_fleet(fleet, checks, nobody):
 
     rc, results = fleet.play('compliance.yml')
     checks.check('compliance before the rollout: the play fails', rc != 0)
-    checks.equal('compliance: the hosts that fail the assertion',
-                 statuses(results, 'No drift, FIPS mode on, no file with an error'),
-                 dict(compliant='ok', drifted='failed', fresh='failed', broken='failed', loose='failed'))
+    assertion = 'No drift, FIPS mode on, no file with an error'
+    checks.equal('compliance: the hosts that fail the assertion', statuses(results, assertion),
+                 dict(compliant='ok', drifted='failed', fresh='failed', broken='failed', loose='failed',
+                      unsafe='failed', noclient='failed'))
+    check_compliance_reasons(checks, by_host(results, assertion))
 
     rc, results = fleet.play('compliance-report.yml')
     checks.equal('compliance report before the rollout: the play passes', rc, 0)
     checks.equal('compliance report: each host as the report has it', fleet.report(),
                  dict(compliant=('compliant', None), drifted=('not-compliant', None), fresh=('not-compliant', None),
-                      broken=('unreadable', 'unreadable'), loose=('unreadable', 'unsafe')))
+                      broken=('unreadable', 'unreadable'), loose=('unreadable', 'unsafe'), **UNJUDGED_REPORT))
 
     # The rollout: --check --diff first.
-    rc, results = fleet.play('rollout.yml', '--check', '--diff')
+    rc, results = fleet.rollout('--check', '--diff')
     checks.equal('rollout --check --diff: no host fails', rc, 0)
     planned = by_host(results, "The fleet's local policy")
     checks.equal('rollout --check --diff: what each host would do',
@@ -271,7 +302,7 @@ def run_fleet(fleet, checks, nobody):
     checks.equal('rollout --check --diff: no file changed', fleet.states(), before)
 
     # The rollout, and again.
-    rc, results = fleet.play('rollout.yml')
+    rc, results = fleet.rollout()
     checks.equal('rollout: no host fails', rc, 0)
     done = by_host(results, "The fleet's local policy")
     checks.equal('rollout: what each host did',
@@ -289,28 +320,30 @@ def run_fleet(fleet, checks, nobody):
                  dict((host, fleet.tool(host, 'show')[1]['settings']['RestrictTunnelProtocols']) for host in HOSTS),
                  dict((host, 'tls') for host in HOSTS))
 
-    rc, results = fleet.play('rollout.yml')
+    rc, results = fleet.rollout()
     checks.equal('rollout again: no host fails and none changed',
                  (rc, statuses(results, "The fleet's local policy")), (0, dict((host, 'ok') for host in HOSTS)))
 
     # Audit and compliance after the rollout.
     rc, results = fleet.play('audit.yml')
-    report = by_host(results, "The fleet's report")
-    report = list(report.values())[0]['result']['msg'] if report else {}
+    report = audit_report(results)
+    check_not_judged(checks, 'audit after the rollout', report.pop('not_judged', {}))
     checks.equal('audit after the rollout: the report', (rc, report),
                  (0, dict(drifted=[], fips_off=[], files_with_errors=[])))
     rc, results = fleet.play('compliance.yml')
-    checks.equal('compliance after the rollout: every host passes', rc, 0)
+    checks.equal('compliance after the rollout: only the hosts it cannot judge fail',
+                 statuses(results, assertion), dict(dict((host, 'ok') for host in HOSTS), unsafe='failed',
+                                                    noclient='failed'))
     rc, results = fleet.play('compliance-report.yml')
-    checks.equal('compliance report after the rollout: every host is compliant', (rc, fleet.report()),
-                 (0, dict((host, ('compliant', None)) for host in HOSTS)))
+    checks.equal('compliance report after the rollout: every host it can judge is compliant', (rc, fleet.report()),
+                 (0, dict(dict((host, ('compliant', None)) for host in HOSTS), **UNJUDGED_REPORT)))
 
     # A team's own template: one the client would not read as written, then a good one.
     fleet_state = fleet.states()
     template = os.path.join(fleet.work, 'plays', 'templates', POLICY_FILE + '.j2')
     with open(template, 'w') as handle:
         handle.write(fleet_document.replace('<FipsMode>true</FipsMode>', '<FipsMode>{{ "TRUE" }}</FipsMode>'))
-    rc, results = fleet.play('own-template.yml')
+    rc, results = fleet.play('own-template.yml', '--limit', ','.join(HOSTS))
     checks.equal('own template with a flaw: qnpolicy check refuses it on every host',
                  (rc != 0, statuses(results, 'The policy file from our template')),
                  (True, dict((host, 'failed') for host in HOSTS)))
@@ -322,12 +355,51 @@ def run_fleet(fleet, checks, nobody):
     own_document = fleet_document.replace('<FipsMode>true</FipsMode>', '<FipsMode>false</FipsMode>')
     with open(template, 'w') as handle:
         handle.write(own_document.replace('<FipsMode>false</FipsMode>', '<FipsMode>{{ "false" }}</FipsMode>'))
-    rc, results = fleet.play('own-template.yml')
+    rc, results = fleet.play('own-template.yml', '--limit', ','.join(HOSTS))
     checks.equal('own template: every host changed', (rc, statuses(results, 'The policy file from our template')),
                  (0, dict((host, 'changed') for host in HOSTS)))
     checks.equal('own template: every host holds the rendered template',
                  dict((host, read(fleet.policy_file(host))) for host in HOSTS),
                  dict((host, own_document) for host in HOSTS))
+
+    # The rollout with other values the README documents: its assertion accepts each.
+    for name, policy, tunnel in (('rtp false', dict(fm=True, rtp=False), 'false'),
+                                 ('rtp TLS', dict(fm=True, rtp='TLS'), 'tls'),
+                                 ('fm false, rtp IPSec', dict(fm=False, rtp='IPSec'), 'ipsec')):
+        rc, results = fleet.play('rollout.yml', '--limit', 'compliant', '-e', json.dumps(dict(fleet_policy=policy)))
+        checks.equal('rollout with %s: the assertion passes' % name,
+                     (rc, statuses(results, 'The client reads it as written (in check mode, as it would read it)')),
+                     (0, dict(compliant='ok')))
+        checks.equal('rollout with %s: the client applies the tunnel restriction' % name,
+                     fleet.tool('compliant', 'show')[1]['settings']['RestrictTunnelProtocols'], tunnel)
+
+
+def audit_report(results):
+    """The message of the audit play's report task."""
+    report = by_host(results, "The fleet's report")
+    return list(report.values())[0]['result']['msg'] if report else {}
+
+
+def check_not_judged(checks, what, not_judged):
+    """The audit names the two hosts it cannot judge, each with its reason."""
+    checks.equal('%s: the hosts not judged' % what, sorted(not_judged), sorted(UNJUDGED))
+    checks.check('%s: noclient is not installed' % what,
+                 not_judged.get('noclient', '').startswith('not installed: ')
+                 and 'no such directory' in not_judged.get('noclient', ''), not_judged.get('noclient'))
+    checks.check('%s: unsafe cannot be checked, and the reason says how to make it safe' % what,
+                 not_judged.get('unsafe', '').startswith('the drift check failed: ')
+                 and 'chmod' in not_judged.get('unsafe', ''), not_judged.get('unsafe'))
+
+
+def check_compliance_reasons(checks, records):
+    """Each host the compliance play fails says why."""
+    messages = dict((host, record['result'].get('msg', '')) for host, record in records.items())
+    expected = dict(drifted='drifted: the rollout would report written', fresh='drifted: the rollout would report written',
+                    broken='the client cannot load the file', loose='drifted: the rollout would report repaired',
+                    unsafe='not judged, the drift check failed: ', noclient='not judged, not installed: ')
+    checks.equal('compliance: each failed host says why',
+                 dict((host, expected[host] in messages.get(host, '')) for host in expected),
+                 dict((host, True) for host in expected))
 
 
 if __name__ == '__main__':

@@ -14,9 +14,22 @@ if [ ! -x "$qnpolicy" ]; then
     exit 1
 fi
 
+# The tasks that run as nobody need a tool nobody can reach, wherever the build tree is (a
+# checkout under /root is not): they all run a copy in a directory every user can search.
+tooldir=$(mktemp -d /tmp/qnpolicy-tool.XXXXXX)
+records=$(mktemp)
+trap 'rm -rf "$tooldir" "$records"' EXIT
+chmod 0755 "$tooldir"
+install -m 0755 "$qnpolicy" "$tooldir/qnpolicy"
+qnpolicy=$tooldir/qnpolicy
+
 export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible"
 export ANSIBLE_LOCALHOST_WARNING=false ANSIBLE_INVENTORY_UNPARSED_WARNING=false ANSIBLE_NOCOLOR=1
-if ! ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml"; then
+# Every task result is recorded, so that what the recap counted and every key the modules
+# returned can be checked after the run.
+if ! ANSIBLE_CALLBACKS_ENABLED=record_results ANSIBLE_CALLBACK_PLUGINS="$here/callback_plugins" \
+    RECORD_RESULTS_FILE="$records" ansible-playbook -i localhost, -e "qnpolicy=$qnpolicy" "$here/integration.yml" ||
+    ! /usr/bin/python3 "$here/result_checks.py" "$records"; then
     echo "ansible integration: FAILED ($qnpolicy)" >&2
     exit 1
 fi

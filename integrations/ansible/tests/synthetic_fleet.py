@@ -44,8 +44,8 @@ def result(index):
     if index % 100 == 0:
         return dict(unreachable=True, msg='Failed to connect to the host via ssh: Connection refused')
     if index % 200 == 1:
-        return dict(failed=True, msg="the client's qnpolicy tool is not installed",
-                    error=dict(kind='no-client', message="the client's qnpolicy tool is not installed"))
+        return dict(changed=False, result='not-installed', exists=False, loaded=False, findings=[],
+                    error=dict(kind='no-qnpolicy', message='no qnpolicy on PATH (package qnpolicy)'))
     states = dict((rule, 'pass') for rule in RULES)
     if index % 20 == 3:
         states[RULES[(index // 20) % 4]] = 'fail'

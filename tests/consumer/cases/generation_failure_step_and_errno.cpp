@@ -10,8 +10,7 @@
 
 int main() {
     const char* args[] = {"fm=true"};
-    const qnpolicy::ArgumentCheck check =
-        qnpolicy::CheckInstallerArguments(args, 1, qnpolicy::LocalPolicyVocabulary());
+    const qnpolicy::ArgumentCheck check = qnpolicy::CheckInstallerArguments(args, 1);
     const std::string directory = "/nonexistent-quillnet/missing/";
     std::string bytes;
     if (qnpolicy::RenderPolicyDocument(check.settings, directory, bytes) != 0) {

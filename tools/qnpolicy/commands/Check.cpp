@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // qnpolicy check: the linter for administrators, over one or several files.
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <iostream>
-#include <iterator>
 #include <set>
 
 #include "CommandTable.h"
@@ -15,6 +11,8 @@
 #include "MessageText.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
+#include "safety/PathAudit.h"
+#include "sysutils.h"
 
 namespace qnpolicy::tool {
 
@@ -29,6 +27,7 @@ const char kCheckResultSchema[] = R"({
             "required": ["file", "readable", "findings"],
             "properties": {
                 "file": {"type": "string"},
+                "exists": {"type": "boolean"},
                 "readable": {"type": "boolean"},
                 "error": {"$ref": "#/$defs/error"},
                 "findings": {"type": "array", "items": {
@@ -46,11 +45,14 @@ namespace {
 constexpr char kStandardInput[] = "-";
 constexpr char kStandardInputName[] = "<stdin>";
 
-// One checked file: the name it is reported under, its result, and whether it was missing.
+// One checked input: the name it is reported under, its result, and whether it was missing
+// (a FILE argument: no such file) or is the install directory's absent policy file (the
+// client's normal "no policy").
 struct CheckedFile {
     std::string name;
     LintResult result;
     bool bMissing = false;
+    bool bAbsent = false;
 };
 
 // What a client that loads such a file holds: a failure without a position read nothing (no
@@ -59,36 +61,27 @@ const char* consequenceOf(const LintResult& result) {
     return result.failureLine != 0 ? kUnreadableFileConsequence : kMissingFileConsequence;
 }
 
-LintResult unreadable(const std::string& reason) {
-    LintResult result;
-    result.bReadable = false;
-    result.failureReason = reason;
-    return result;
-}
-
-// Lints one file, or standard input for "-"; the ownership audit applies to files only.
-CheckedFile checkOne(const std::string& file) {
+// Lints one file, or standard input for "-", as it streams; only "nothing there" is absent,
+// and the path of a file is audited, present or not.
+CheckedFile checkOne(const std::string& file, bool bInstallFile) {
     if (file == kStandardInput) {
-        const std::string content((std::istreambuf_iterator<char>(std::cin)),
-                                  std::istreambuf_iterator<char>());
-        if (std::cin.bad()) {
-            return {kStandardInputName, unreadable("cannot read standard input")};
+        return {kStandardInputName, LintPolicyStream(STDIN_FILENO, kStandardInputName)};
+    }
+    CheckedFile checked{file, LintResult()};
+    if (!qnsys::fileExists(file)) {
+        checked.bMissing = !bInstallFile;
+        checked.bAbsent = bInstallFile;
+        if (checked.bMissing) {
+            checked.result.bReadable = false;
+            checked.result.failureReason = "no such file";
+            return checked;
         }
-        return {kStandardInputName, LintPolicyBytes(content, kStandardInputName)};
+    } else {
+        checked.result = LintPolicyFile(file);
     }
-    struct stat status {};
-    if (::stat(file.c_str(), &status) != 0) {
-        const int error = errno;
-        return {file,
-                unreadable(error == ENOENT ? std::string("no such file") : std::strerror(error)),
-                error == ENOENT};
-    }
-    CheckedFile checked{file, LintPolicyFile(file)};
-    if (checked.result.bReadable) {
-        std::vector<LintFinding> attributes = CheckFileAttributes(file);
-        checked.result.findings.insert(checked.result.findings.begin(), attributes.begin(),
-                                       attributes.end());
-    }
+    // Who can change the file leads its findings.
+    const std::vector<LintFinding> path = PolicyPathFindings(file);
+    checked.result.findings.insert(checked.result.findings.begin(), path.begin(), path.end());
     return checked;
 }
 
@@ -96,7 +89,7 @@ CheckedFile checkOne(const std::string& file) {
 // the whole file has no line and column.
 void printFinding(std::ostream& out, const std::string& file, unsigned long line,
                   unsigned long column, const std::string& kind, const std::string& message) {
-    out << file << ':';
+    out << DisplayName(file) << ':';
     if (line != 0) {
         out << line << ':' << column << ':';
     }
@@ -106,6 +99,9 @@ void printFinding(std::ostream& out, const std::string& file, unsigned long line
 // The findings, the count of those left out, then (unless bQuiet) a summary line.
 void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
     const LintResult& result = checked.result;
+    if (checked.bAbsent && !bQuiet) {
+        out << DisplayName(checked.name) << ": absent. " << kMissingFileConsequence << '\n';
+    }
     for (const LintFinding& finding : result.findings) {
         printFinding(out, checked.name, finding.line, finding.column, finding.kind,
                      finding.message);
@@ -125,16 +121,17 @@ void printText(std::ostream& out, const CheckedFile& checked, bool bQuiet) {
         return;
     }
     const unsigned long count = result.Count();
-    if (count == 0) {
-        out << checked.name << ": no findings\n";
-    } else {
-        out << checked.name << ": " << count << (count == 1 ? " finding\n" : " findings\n");
-    }
+    out << DisplayName(checked.name) << ": "
+        << (count == 0 ? std::string("no findings")
+                       : std::to_string(count) + (count == 1 ? " finding" : " findings"))
+        << '\n';
 }
 
 void writeJson(CJsonWriter& json, const CheckedFile& checked) {
     const LintResult& result = checked.result;
-    json.BeginObject().Key("file").String(checked.name).Key("readable").Bool(result.bReadable);
+    json.BeginObject().Key("file").String(checked.name);
+    json.Key("exists").Bool(!checked.bMissing && !checked.bAbsent);
+    json.Key("readable").Bool(result.bReadable);
     if (!result.bReadable) {
         json.Key("error").BeginObject();
         json.Key("kind").String(checked.bMissing ? errorkind::kNoSuchFile : errorkind::kUnreadable);
@@ -193,7 +190,8 @@ class CCheckCommand : public CCommand {
 
     int Run(CToolContext& context) override {
         std::vector<std::string> files = m_files;
-        if (files.empty()) {
+        const bool bInstallFile = files.empty();
+        if (bInstallFile) {
             files.push_back(context.InstallPolicyPath());
         }
         const std::set<std::string> ignored(m_ignoredKinds.begin(), m_ignoredKinds.end());
@@ -203,7 +201,7 @@ class CCheckCommand : public CCommand {
         bool bUnreadable = false;
         bool bFindings = false;
         for (const std::string& file : files) {
-            CheckedFile checked = checkOne(file);
+            CheckedFile checked = checkOne(file, bInstallFile);
             LintResult& result = checked.result;
             result.findings.erase(std::remove_if(result.findings.begin(), result.findings.end(),
                                                  [&ignored](const LintFinding& finding) {

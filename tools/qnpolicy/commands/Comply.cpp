@@ -2,7 +2,6 @@
 // qnpolicy comply: each policy file's verdicts against a baseline, from the reader's own reading
 // of the file with the origin of each value.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +18,8 @@
 #include "commands/ShowOrigin.h"
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
+#include "safety/PathAudit.h"
+#include "sysutils.h"
 
 namespace qnpolicy::tool {
 
@@ -89,33 +90,23 @@ namespace {
 
 constexpr char kStandardInput[] = "-";
 
-// The one call to the path audit: the findings check reports about who can change the file.
-std::vector<LintFinding> auditPolicyPath(const std::string& path) {
-    return CheckFileAttributes(path);
-}
-
 // One judged file: its verdicts, or why it could not be judged.
-// A FILE argument that is not there is missing; the install directory's file is read as the
-// client reads it, a missing one as the defaults. The policy is built in place (its record, a
+// A FILE argument that is not there is missing (only the system's "nothing there": a path that
+// cannot be examined counts as present); the install directory's file is read as the client
+// reads it, a missing one as the defaults. The policy is built in place (its record, a
 // hundred thousand servers perhaps, has no move), so a judged file never moves either.
 struct JudgedFile {
     JudgedFile(const std::string& path, bool bArgument, const Baseline& baseline,
                const std::string& host)
         : file(path),
-          bMissing(bArgument && isMissing(path)),
+          bMissing(bArgument && !qnsys::fileExists(path)),
           policy(bMissing ? EffectivePolicy{} : ReadEffectivePolicyFile(path, path, false)) {
         if (!bMissing && policy.Complete()) {
-            verdicts = JudgePolicy(baseline, policy, auditPolicyPath(path), host, Today());
+            verdicts = JudgePolicy(baseline, policy, PolicyPathFindings(path), host, Today());
         }
     }
     JudgedFile(const JudgedFile&) = delete;
     JudgedFile& operator=(const JudgedFile&) = delete;
-
-    // Nothing there: "cannot tell" is no answer that counts as missing.
-    static bool isMissing(const std::string& path) {
-        struct stat status {};
-        return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-    }
 
     std::string file;
     bool bMissing;

@@ -2,19 +2,13 @@
 // qnpolicy diff: whether two policy files are the same policy as the client reads them, and
 // where they differ.
 
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-#include <iostream>
-#include <iterator>
-
 #include "CommandTable.h"
 #include "MessageText.h"
 #include "commands/ShowOrigin.h"
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
 #include "output/PolicyViews.h"
+#include "sysutils.h"
 
 namespace qnpolicy::tool {
 
@@ -141,22 +135,14 @@ class CDiffCommand : public CCommand {
     static int prepare(CToolContext& context, Source& rSource, std::string& rInput) {
         if (rSource.bStandardInput) {
             rSource.name = kStandardInputName;
-            rInput.assign(std::istreambuf_iterator<char>(std::cin),
-                          std::istreambuf_iterator<char>());
-            return std::cin.bad() ? context.Fail(kExitIoError, errorkind::kIoError,
-                                                 "cannot read standard input")
-                                  : kExitSuccess;
+            return context.ReadStandardInput(rInput);
         }
-        struct stat status {};
-        if (rSource.bInstallFile || ::stat(rSource.name.c_str(), &status) == 0) {
+        // Only "nothing there" is a missing file; what cannot be examined fails its read.
+        if (rSource.bInstallFile || qnsys::fileExists(rSource.name)) {
             return kExitSuccess;
         }
-        const int error = errno;
-        return context.Fail(
-            error == ENOENT ? kExitNoInput : kExitUnreadable,
-            error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
-            Quoted(rSource.name) + ": " +
-                (error == ENOENT ? std::string("no such file") : std::strerror(error)));
+        return context.Fail(kExitNoInput, errorkind::kNoSuchFile,
+                            Quoted(rSource.name) + ": no such file");
     }
 
     static EffectivePolicy read(const Source& source, const std::string& input) {

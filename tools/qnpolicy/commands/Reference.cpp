@@ -47,8 +47,9 @@ constexpr int kSectionWidth = 14;
 constexpr int kDefaultWidth = 9;
 constexpr char kDescriptionIndent[] = "       ";
 
-const char* sectionOf(const LocalPolicySetting& setting) {
-    return setting.bIsUpdatePolicy ? kUpdatePolicyElement : kRootSection;
+const char* sectionOf(const LocalPolicySettingInfo& setting) {
+    return setting.section == LocalPolicySection::UPDATE_POLICY ? kUpdatePolicyElement
+                                                                : kRootSection;
 }
 
 // The installer abbreviations that generate accepts, in ascending abbreviation order, with
@@ -64,12 +65,12 @@ class CVocabularyCommand : public CCommand {
             CJsonWriter json(out);
             json.BeginObject().Key("formatVersion").Number(1).Key("result").String("listed");
             json.Key("vocabulary").BeginArray();
-            for (const auto& [abbreviation, setting] : LocalPolicyVocabulary()) {
-                const LocalPolicySettingInfo& row = *FindLocalPolicySetting(setting.tstrFullName);
-                json.BeginObject().Key("abbreviation").String(abbreviation);
-                json.Key("element").String(setting.tstrFullName);
-                json.Key("section").String(sectionOf(setting)).Key("allowedValues").BeginArray();
-                for (const std::string& value : setting.listAllowedValues) {
+            for (const LocalPolicySettingInfo* setting : InstallerSettings()) {
+                const LocalPolicySettingInfo& row = *setting;
+                json.BeginObject().Key("abbreviation").String(row.abbreviation);
+                json.Key("element").String(row.element);
+                json.Key("section").String(sectionOf(row)).Key("allowedValues").BeginArray();
+                for (const std::string& value : row.allowedValues) {
                     json.String(value);
                 }
                 json.EndArray().Key("writtenValues").BeginArray();
@@ -86,14 +87,14 @@ class CVocabularyCommand : public CCommand {
             << "element" << std::setw(kSectionWidth) << "section" << std::setw(kDefaultWidth)
             << "default"
             << "allowed values (matched ignoring case; generate writes the client's spelling)\n";
-        for (const auto& [abbreviation, setting] : LocalPolicyVocabulary()) {
-            const LocalPolicySettingInfo& row = *FindLocalPolicySetting(setting.tstrFullName);
-            out << std::left << std::setw(kAbbreviationWidth) << abbreviation
-                << std::setw(kElementWidth) << setting.tstrFullName << std::setw(kSectionWidth)
-                << sectionOf(setting) << std::setw(kDefaultWidth)
-                << (LocalPolicyDefaultText(row).empty() ? "(none)" : LocalPolicyDefaultText(row))
-                << (setting.listAllowedValues.empty() ? "(any text)"
-                                                      : Join(WrittenValues(row), ", "))
+        for (const LocalPolicySettingInfo* setting : InstallerSettings()) {
+            const LocalPolicySettingInfo& row = *setting;
+            const std::string defaultText = LocalPolicyDefaultText(row);
+            out << std::left << std::setw(kAbbreviationWidth) << row.abbreviation
+                << std::setw(kElementWidth) << row.element << std::setw(kSectionWidth)
+                << sectionOf(row) << std::setw(kDefaultWidth)
+                << (defaultText.empty() ? "(none)" : defaultText)
+                << (row.allowedValues.empty() ? "(any text)" : Join(WrittenValues(row), ", "))
                 << '\n'
                 << kDescriptionIndent << row.description << '\n';
         }

@@ -2,13 +2,9 @@
 // qnpolicy show: the effective policy as the client sees it after loading the file, every
 // setting named by its element in catalogue order.
 
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <iomanip>
-#include <iostream>
-#include <iterator>
 
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
@@ -20,6 +16,7 @@
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
 #include "output/PolicyViews.h"
+#include "sysutils.h"
 
 namespace qnpolicy::tool {
 
@@ -136,35 +133,31 @@ class CShowCommand : public CCommand {
         const std::vector<std::string>& files = sorted.files;
         std::string path = context.InstallPolicyPath();
         const bool bStandardInput = !files.empty() && files.front() == kStandardInput;
-        std::string content;
         if (bStandardInput) {
             path = kStandardInputName;
-            content.assign(std::istreambuf_iterator<char>(std::cin),
-                           std::istreambuf_iterator<char>());
-            if (std::cin.bad()) {
-                return context.Fail(kExitIoError, errorkind::kIoError,
-                                    "cannot read standard input");
-            }
         } else if (!files.empty()) {
             path = files.front();
-            struct stat status {};
-            if (::stat(path.c_str(), &status) != 0) {
-                const int error = errno;
-                return context.Fail(
-                    error == ENOENT ? kExitNoInput : kExitUnreadable,
-                    error == ENOENT ? errorkind::kNoSuchFile : errorkind::kUnreadable,
-                    Quoted(path) + ": " +
-                        (error == ENOENT ? std::string("no such file") : std::strerror(error)));
+            // Only "nothing there" is a missing file; what cannot be examined fails the load.
+            if (!qnsys::fileExists(path)) {
+                return context.Fail(kExitNoInput, errorkind::kNoSuchFile,
+                                    Quoted(path) + ": no such file");
             }
         }
         if (m_bOrigin) {
+            std::string content;
+            if (bStandardInput) {
+                if (const int status = context.ReadStandardInput(content); status != kExitSuccess) {
+                    return status;
+                }
+            }
             return ShowOrigins(context, path, bStandardInput ? &content : nullptr,
                                sorted.selection);
         }
-        // Read as a fresh client's first load reads it: its FIPS mode is the file's. Built in
-        // place: the record of a large list is not copied.
-        const DocumentRead read = bStandardInput ? ReadPolicyBytes(content, path, ReadOptions())
-                                                 : ReadPolicyFile(path, ReadOptions());
+        // Read as a fresh client's first load reads it: its FIPS mode is the file's; standard
+        // input as it streams. Built in place: the record of a large list is not copied.
+        const DocumentRead read = bStandardInput
+                                      ? ReadPolicyStream(STDIN_FILENO, path, ReadOptions())
+                                      : ReadPolicyFile(path, ReadOptions());
         // What the client holds is printed even when the file cannot be parsed: the defaults and
         // what was read before the error.
         if (read.status != 0) {
@@ -214,7 +207,7 @@ class CShowCommand : public CCommand {
             json.Key("kind").String(errorkind::kUnreadable);
             json.Key("message").String(read.reason).Key("line").Number(read.line);
             json.Key("column").Number(read.column);
-            json.Key("consequence").String(kUnreadableFileConsequence).EndObject();
+            json.Key("consequence").String(FailedReadConsequence(read)).EndObject();
             json.Key("settings");
             WriteSettingValuesJson(json, read.record);
             json.EndObject().Finish();
@@ -256,14 +249,15 @@ class CShowCommand : public CCommand {
 
     static void printText(std::ostream& out, const std::string& path, const DocumentRead& read) {
         const LocalQNPolicyInfo& info = read.record;
-        out << "Policy file: " << path
+        out << "Policy file: " << DisplayName(path)
             << (read.status != 0 ? " (cannot be parsed: the client holds what was read before the "
                                    "error, with FIPS mode off)"
                 : read.bExists   ? " (present)"
                                  : " (absent: defaults apply)")
             << '\n';
-        out << "Version:     " << (info.GetQNVersion().empty() ? "(none)" : info.GetQNVersion())
-            << '\n';
+        // The version is the file's text: quoted, so that no text can forge a line.
+        out << "Version:     "
+            << (info.GetQNVersion().empty() ? "(none)" : Quoted(info.GetQNVersion())) << '\n';
         // What the manager's flag means for a running client; a first load cannot set it.
         out << "FipsModeModifiedOnDisk: false (read as a client's first load, which takes its FIPS "
                "mode from the file; "

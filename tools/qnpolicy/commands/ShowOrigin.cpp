@@ -45,12 +45,17 @@ ShowOperands SortShowOperands(const std::vector<std::string>& words, bool bOrigi
     return operands;
 }
 
+const char* FailedReadConsequence(const DocumentRead& read) {
+    return read.line != 0 ? kUnreadableFileConsequence : kMissingFileConsequence;
+}
+
 std::string CannotLoadMessage(const std::string& path, const DocumentRead& read) {
-    return "cannot load " + path +
-           (read.line != 0 ? ":" + std::to_string(read.line) + ":" + std::to_string(read.column)
+    return "cannot load " + Quoted(path) +
+           (read.line != 0 ? " at line " + std::to_string(read.line) + ", column " +
+                                 std::to_string(read.column)
                            : std::string()) +
            ": " + read.reason + " (`qnpolicy check` lists every flaw). " +
-           kUnreadableFileConsequence;
+           FailedReadConsequence(read);
 }
 
 int ShowOrigins(CToolContext& context, const std::string& path, const std::string* pContent,
@@ -74,7 +79,7 @@ int ShowOrigins(CToolContext& context, const std::string& path, const std::strin
         json.Key("policyFile").String(path).Key("error").BeginObject();
         json.Key("kind").String(errorkind::kUnreadable).Key("message").String(read.reason);
         json.Key("line").Number(read.line).Key("column").Number(read.column);
-        json.Key("consequence").String(kUnreadableFileConsequence).EndObject();
+        json.Key("consequence").String(FailedReadConsequence(read)).EndObject();
         json.Key("settings");
         WriteOriginSettingsJson(json, policy, selection);
         json.EndObject().Finish();

@@ -31,8 +31,12 @@ ShowOperands SortShowOperands(const std::vector<std::string>& words, bool bOrigi
 int ShowOrigins(CToolContext& context, const std::string& path, const std::string* pContent,
                 const SettingSelection& selection);
 
-// "cannot load PATH:LINE:COLUMN: REASON ..." with what the client then holds: show's message
-// for a file it cannot parse.
+// What the client holds after a read that failed: the defaults alone when nothing was parsed
+// (the file could not be opened), else the defaults plus what was read before the error.
+const char* FailedReadConsequence(const DocumentRead& read);
+
+// "cannot load "PATH" at line LINE, column COLUMN: REASON ..." with what the client then
+// holds: show's message for a file it cannot parse.
 std::string CannotLoadMessage(const std::string& path, const DocumentRead& read);
 
 }  // namespace qnpolicy::tool

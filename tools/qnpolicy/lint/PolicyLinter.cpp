@@ -17,8 +17,8 @@
 namespace qnpolicy::tool {
 
 const std::vector<FindingKindInfo> kFindingKinds = {
-    {findingkind::kDoctype, Severity::ERROR},
     {findingkind::kUnknownElement, Severity::ERROR},
+    {findingkind::kNestedRootElement, Severity::WARNING},
     {findingkind::kIgnoredAttribute, Severity::ERROR},
     {findingkind::kNewerVersion, Severity::WARNING},
     {findingkind::kNonBooleanValue, Severity::ERROR},
@@ -30,6 +30,7 @@ const std::vector<FindingKindInfo> kFindingKinds = {
     {findingkind::kServerNameOutsideList, Severity::ERROR},
     {findingkind::kServerListText, Severity::ERROR},
     {findingkind::kPaddedServerName, Severity::WARNING},
+    {findingkind::kBlankInServerName, Severity::WARNING},
     {findingkind::kDuplicateServerName, Severity::WARNING},
     {findingkind::kUnknownCachingToken, Severity::ERROR},
     {findingkind::kIgnoredCachingToken, Severity::ERROR},
@@ -38,6 +39,7 @@ const std::vector<FindingKindInfo> kFindingKinds = {
     {findingkind::kOverriddenSetting, Severity::WARNING},
     {findingkind::kFileOwner, Severity::ERROR},
     {findingkind::kFilePermissions, Severity::ERROR},
+    {findingkind::kUnsafePath, Severity::ERROR},
 };
 
 Severity SeverityOf(std::string_view kind) {
@@ -254,6 +256,14 @@ class CLinter final : public ReadObserver {
                 break;
             }
             case ReadAction::READ:
+                if (element.bRootName && !bFirst) {
+                    report(element, findingkind::kNestedRootElement, [] {
+                        return std::string(
+                            "\"QuillnetLocalPolicy\" inside the document: the reader takes it "
+                            "like the root, so a qnversion attribute on it replaces the file's "
+                            "version, and the settings inside it count.");
+                    });
+                }
                 if (element.bUpdatePolicy && m_uiOpenUpdatePolicies > 0) {
                     report(element, findingkind::kNestedUpdatePolicy, [] {
                         return std::string(
@@ -430,58 +440,30 @@ class CBothObservers : public ReadObserver {
     ReadObserver& m_other;
 };
 
-// Reads with a linter watching (and pAlso, when given, on the same pass): the client's secure
-// read first; a DTD it refuses becomes a finding, and the rest is linted by a read that
-// tolerates the DTD (still never reading anything outside the document) and that only the
-// linter sees. Returns the client's read. With the linter alone no observer stands between it
-// and the reader.
+// Reads with a linter watching (and pAlso, when given, on the same pass), as the client reads:
+// a document it refuses (a DTD included) is unreadable, with the findings made before the
+// refusal. Returns the client's read. With the linter alone no observer stands between it and
+// the reader.
 template <typename Read>
 DocumentRead readLinted(Read read, ReadObserver* pAlso, LintScope eScope, LintResult& rResult) {
     ReadOptions options;
     options.bLog = false;
-    CLinter secure(rResult, eScope);
+    CLinter linter(rResult, eScope);
     std::optional<CBothObservers> both;
-    options.pObserver = &secure;
+    options.pObserver = &linter;
     if (pAlso != nullptr) {
-        options.pObserver = &both.emplace(secure, *pAlso);
+        options.pObserver = &both.emplace(linter, *pAlso);
     }
     DocumentRead document = read(options);
-    STATUSCODE status = document.status;
-    unsigned long line = document.line;
-    unsigned long column = document.column;
-    std::string reason = document.reason;
-    if (status != XMLPARSER_ERROR_DOCTYPE_REFUSED) {
-        secure.reportOverrides(document.record);
-    } else {
-        // A refused document gives the client nothing to override: only the secure read's
-        // record is the client's.
-        rResult = LintResult();
-        CLinter tolerant(rResult, eScope);
-        options.bSecure = false;
-        options.pObserver = &tolerant;
-        const DocumentRead linted = read(options);
-        tolerant.report(
-            line, column, findingkind::kDoctype,
-            [] {
-                return std::string(
-                    "The file declares a DTD. The client refuses every policy file with a DOCTYPE "
-                    "declaration: loading fails and none of its settings take effect. Remove the "
-                    "declaration.");
-            },
-            std::string_view());
-        status = linted.status;
-        line = linted.line;
-        column = linted.column;
-        reason = linted.reason;
-    }
+    linter.reportOverrides(document.record);
     if (!document.bExists) {
         rResult.bReadable = false;
         rResult.failureReason = "no such file";
-    } else if (status != XMLPARSER_SUCCESS) {
+    } else if (document.status != XMLPARSER_SUCCESS) {
         rResult.bReadable = false;
-        rResult.failureLine = line;
-        rResult.failureColumn = column;
-        rResult.failureReason = reason;
+        rResult.failureLine = document.line;
+        rResult.failureColumn = document.column;
+        rResult.failureReason = document.reason;
     }
     std::stable_sort(rResult.findings.begin(), rResult.findings.end(),
                      [](const LintFinding& a, const LintFinding& b) {
@@ -496,6 +478,14 @@ LintResult LintPolicyFile(const std::string& path) {
     LintResult result;
     readLinted([&path](const ReadOptions& options) { return ReadPolicyFile(path, options); },
                nullptr, LintScope::EVERYTHING, result);
+    return result;
+}
+
+LintResult LintPolicyStream(int fd, const std::string& name) {
+    LintResult result;
+    readLinted(
+        [fd, &name](const ReadOptions& options) { return ReadPolicyStream(fd, name, options); },
+        nullptr, LintScope::EVERYTHING, result);
     return result;
 }
 

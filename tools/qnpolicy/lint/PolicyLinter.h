@@ -2,8 +2,6 @@
 #ifndef QNPOLICY_POLICYLINTER_H
 #define QNPOLICY_POLICYLINTER_H
 
-#include <sys/types.h>
-
 #include <map>
 #include <string>
 #include <string_view>
@@ -69,17 +67,20 @@ inline constexpr size_t kMaxFindingsPerKind = 100;
 // Lints a policy document as the client reads it: the reader's own pass over the document,
 // observed (LocalPolicyDocument.h), reports every place where the client will not do what the
 // author probably meant: unknown elements, settings in the wrong section, texts the reader takes
-// differently from how they read, settings given twice, a newer version, a DTD. Work per element
-// is constant and memory grows only with the server names kept to find repeated ones.
+// differently from how they read, settings given twice, a newer version. A document the client
+// refuses (not well-formed, over a limit, with a DTD) is unreadable. Work per element is
+// constant and memory grows only with the server names kept to find repeated ones.
 //
 //   LintResult result = LintPolicyFile("/opt/quillnet/QuillnetLocalPolicy.xml");
 //
 // What a text of each kind means comes from the kinds tables (LocalPolicyKinds.h, and
-// PolicyTexts.h for what the findings say). The file's
-// owner and mode are not looked at here (CheckFileAttributes).
+// PolicyTexts.h for what the findings say). Who can change the file is not looked at here
+// (safety/PathAudit.h).
 LintResult LintPolicyFile(const std::string& path);
 // Lints an in-memory document; name stands for it.
 LintResult LintPolicyBytes(std::string_view bytes, const std::string& name);
+// Lints what fd delivers (standard input) as it arrives, under the parser's limits for a stream.
+LintResult LintPolicyStream(int fd, const std::string& name);
 
 // What a lint looks for.
 enum class LintScope {
@@ -92,29 +93,11 @@ enum class LintScope {
 
 // The same lint with one more observer watching the same read: one pass over the document
 // serves both (the linter sees each event first). The client's read is returned; the findings
-// go to rLint. A DTD the client refuses is linted by a second, tolerant read that only the
-// linter sees, since the client reads nothing of such a file.
+// go to rLint. A document the client refuses is unreadable here as well.
 DocumentRead ReadLintedPolicyFile(const std::string& path, ReadObserver& alsoWatching,
                                   LintScope eScope, LintResult& rLint);
 DocumentRead ReadLintedPolicyBytes(std::string_view bytes, const std::string& name,
                                    ReadObserver& alsoWatching, LintScope eScope, LintResult& rLint);
-
-// Findings about who can change the policy file at path, as a careful loader of a root-owned
-// configuration checks it: the file and every directory above it up to "/" must be owned by
-// root and not writable by group or others, since whoever can write the file, or rename
-// entries in one of its directories, can loosen the policy. A directory with the sticky bit
-// (such as /tmp) may be writable by others: they cannot rename or remove what they do not own.
-// The file's real location is examined (symbolic links followed, as the client opens it). A
-// path that cannot be examined gives no finding (the read reports it).
-std::vector<LintFinding> CheckFileAttributes(const std::string& path);
-
-// The same audit of a directory a policy file is to be written into, and of every directory
-// above it, for the user who runs the tool: owned by root or by that user, and writable by
-// nobody else. Each finding is worded as check words it.
-std::vector<LintFinding> CheckDirectoryAttributes(const std::string& directory);
-
-// A mode's permission bits as four octal digits: "0644".
-std::string OctalMode(mode_t mode);
 
 }  // namespace qnpolicy::tool
 

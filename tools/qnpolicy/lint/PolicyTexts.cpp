@@ -8,6 +8,7 @@
 #include <array>
 #include <cctype>
 
+#include "LocalPolicyKinds.h"
 #include "LocalQNPolicyOptionTexts.h"
 #include "MessageText.h"
 
@@ -138,12 +139,22 @@ void checkServerListText(const LocalPolicySettingInfo& row, std::string_view tex
 
 void checkServerName(const LocalPolicySettingInfo& /*row*/, std::string_view text,
                      std::vector<TextProblem>& problems) {
-    if (!text.empty() && trimmed(text).size() != text.size()) {
+    if (!HasBlankOrControl(text)) {
+        return;
+    }
+    if (!HasBlankOrControl(trimmed(text))) {
         problems.push_back({findingkind::kPaddedServerName,
                             "Server name " + Quoted(text) +
                                 " has blanks around it; the reader keeps them, so the name is "
                                 "authorized with them."});
+        return;
     }
+    problems.push_back({findingkind::kBlankInServerName,
+                        "Server name " + Quoted(text) +
+                            " holds white space or a control character: the reader keeps it "
+                            "whole, as one name with the blank inside, so no server it may "
+                            "have meant to list is authorized. Give each server its own "
+                            "ServerName element."});
 }
 
 constexpr char kBooleanReading[] =

@@ -20,8 +20,8 @@ namespace qnpolicy::tool {
 
 // The stable names of what a check finds, for scripts; the tool gives each its severity.
 namespace findingkind {
-inline constexpr char kDoctype[] = "doctype";
 inline constexpr char kUnknownElement[] = "unknown-element";
+inline constexpr char kNestedRootElement[] = "nested-root-element";
 inline constexpr char kIgnoredAttribute[] = "ignored-attribute";
 inline constexpr char kNewerVersion[] = "newer-version";
 inline constexpr char kNonBooleanValue[] = "non-boolean-value";
@@ -33,6 +33,7 @@ inline constexpr char kServerListOutsideSection[] = "server-list-outside-section
 inline constexpr char kServerNameOutsideList[] = "server-name-outside-list";
 inline constexpr char kServerListText[] = "server-list-text";
 inline constexpr char kPaddedServerName[] = "padded-server-name";
+inline constexpr char kBlankInServerName[] = "blank-in-server-name";
 inline constexpr char kDuplicateServerName[] = "duplicate-server-name";
 inline constexpr char kUnknownCachingToken[] = "unknown-caching-token";
 inline constexpr char kIgnoredCachingToken[] = "ignored-caching-token";
@@ -41,6 +42,7 @@ inline constexpr char kTunnelValueNotApplied[] = "tunnel-value-not-applied";
 inline constexpr char kOverriddenSetting[] = "overridden-setting";
 inline constexpr char kFileOwner[] = "file-owner";
 inline constexpr char kFilePermissions[] = "file-permissions";
+inline constexpr char kUnsafePath[] = "unsafe-path";
 }  // namespace findingkind
 
 // One place where a text will not do what it seems to say.

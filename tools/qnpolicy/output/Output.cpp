@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "MessageText.h"
+
 namespace qnpolicy::tool {
 
 namespace {
@@ -59,6 +61,15 @@ size_t utf8SequenceLength(std::string_view text, size_t i) {
 }
 
 }  // namespace
+
+std::string DisplayName(std::string_view name) {
+    bool bPlain = !name.empty() && name.front() != ' ' && name.back() != ' ';
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        bPlain = bPlain && byte >= 0x20 && byte != 0x7F && c != '"' && c != '\\';
+    }
+    return bPlain ? std::string(name) : Quoted(name);
+}
 
 CCheckedOutputBuffer::CCheckedOutputBuffer(int fd) : m_fd(fd) {
     setp(m_buffer.data(), m_buffer.data() + m_buffer.size());

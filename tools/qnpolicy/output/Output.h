@@ -18,6 +18,11 @@
 
 namespace qnpolicy::tool {
 
+// A file name as the tool's results show it: as it is when it is plain (printable, no blank at
+// either end, no quote or backslash), which keeps FILE:LINE:COLUMN readable by editors; quoted
+// with its control characters escaped otherwise, so that a name cannot forge a line.
+std::string DisplayName(std::string_view name);
+
 // CCheckedOutputBuffer is a stream buffer over a file descriptor (standard output) that
 // remembers why a write failed: a full disk, a closed pipe. Nothing written after the first
 // failure is attempted, and Error() gives its errno, so that the tool can end with the I/O

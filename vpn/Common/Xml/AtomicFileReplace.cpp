@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -218,6 +219,32 @@ bool linkUnnamed(int fd, int dirFd, const std::string& baseName, TemporaryName& 
     return false;
 }
 
+// Gives the new file, before it has a name, the owner, group and permissions it is to keep:
+// root's own (root:root) when root writes, the writer's otherwise (who cannot give a file
+// away); no access ACL, which a directory's default ACL would otherwise hand it; mode, whatever
+// the umask. A setgid or default-ACL directory then cannot pass its group or entries on to the
+// file. False with the failed call as step, errno set.
+bool setSafeAttributes(int fd, mode_t mode, const char*& rStep) {
+    const bool bRoot = ::geteuid() == 0;
+    const auto keep = static_cast<uid_t>(-1);
+    if (::fchown(fd, bRoot ? 0 : keep, bRoot ? 0 : static_cast<gid_t>(-1)) != 0) {
+        rStep = "fchown";
+        return false;
+    }
+    // ENODATA: it has none; EOPNOTSUPP: the file system keeps no ACLs.
+    if (::fremovexattr(fd, "system.posix_acl_access") != 0 && errno != ENODATA &&
+        errno != EOPNOTSUPP) {
+        rStep = "fremovexattr";
+        return false;
+    }
+    // Set last and before the fsync, which makes it durable with the content.
+    if (::fchmod(fd, mode) != 0) {
+        rStep = "fchmod";
+        return false;
+    }
+    return true;
+}
+
 // Renames the temporary name to baseName unless baseName exists; false with errno set
 // (EEXIST: it exists). Where the file system has no RENAME_NOREPLACE, a hard link, which
 // fails on an existing name too, does the same.
@@ -249,25 +276,29 @@ ReplaceResult replaceFileAtomically(const std::string& path, const std::string& 
     if (!dirFd.valid()) {
         return failure("open of the directory");
     }
-    removeStrayTemporaries(dirFd.get(), baseName, path);
+    return replaceFileAtomicallyAt(dirFd.get(), baseName, path, content, mode, existing);
+}
 
-    TemporaryName temporaryName(dirFd.get());
-    qnsys::UniqueFd fd(::openat(dirFd.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+ReplaceResult replaceFileAtomicallyAt(int dirFd, const std::string& baseName,
+                                      const std::string& path, const std::string& content,
+                                      mode_t mode, ExistingFile existing) {
+    removeStrayTemporaries(dirFd, baseName, path);
+
+    TemporaryName temporaryName(dirFd);
+    qnsys::UniqueFd fd(::openat(dirFd, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
     const bool bUnnamed = fd.valid();
     if (!bUnnamed) {
         if (!tmpfileUnsupported(errno)) {
             return failure("open of the temporary file");
         }
-        fd = createNamed(dirFd.get(), baseName, temporaryName);
+        fd = createNamed(dirFd, baseName, temporaryName);
         if (!fd.valid()) {
             return failure("open of the temporary file");
         }
     }
-    // The file is created 0600; the mode is set explicitly so that the umask does not decide
-    // who may read the policy. It is set before the fsync, which makes it durable with the
-    // content.
-    if (::fchmod(fd.get(), mode) != 0) {
-        return failure("fchmod");
+    const char* step = "";
+    if (!setSafeAttributes(fd.get(), mode, step)) {
+        return failure(step);
     }
     if (!writeAll(fd.get(), content)) {
         return failure("write");
@@ -275,7 +306,7 @@ ReplaceResult replaceFileAtomically(const std::string& path, const std::string& 
     if (::fsync(fd.get()) != 0) {
         return failure("fsync");
     }
-    if (bUnnamed && !linkUnnamed(fd.get(), dirFd.get(), baseName, temporaryName)) {
+    if (bUnnamed && !linkUnnamed(fd.get(), dirFd, baseName, temporaryName)) {
         return failure("link of the temporary file");
     }
     // Closed before the file takes the target's name, so that a delayed write error (some
@@ -284,7 +315,7 @@ ReplaceResult replaceFileAtomically(const std::string& path, const std::string& 
         return failure("close");
     }
     if (existing == EXISTING_KEEP) {
-        if (!renameNoReplace(dirFd.get(), temporaryName, baseName)) {
+        if (!renameNoReplace(dirFd, temporaryName, baseName)) {
             if (errno == EEXIST) {
                 ReplaceResult kept;
                 kept.outcome = OUTCOME_KEPT;
@@ -293,12 +324,12 @@ ReplaceResult replaceFileAtomically(const std::string& path, const std::string& 
             return failure("rename");
         }
     } else {
-        if (::renameat(dirFd.get(), temporaryName.c_str(), dirFd.get(), baseName.c_str()) != 0) {
+        if (::renameat(dirFd, temporaryName.c_str(), dirFd, baseName.c_str()) != 0) {
             return failure("rename");
         }
         temporaryName.forget();
     }
-    if (::fsync(dirFd.get()) != 0) {
+    if (::fsync(dirFd) != 0) {
         return outcome(OUTCOME_NOT_SYNCED, "fsync of the directory");
     }
     return ReplaceResult();

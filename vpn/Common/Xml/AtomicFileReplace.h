@@ -41,11 +41,15 @@ struct ReplaceResult {
 //
 // Every step works relative to one descriptor of path's directory, opened once, so a
 // directory (or a link to it) swapped meanwhile cannot redirect a later step. The content
-// goes into an unnamed file in that directory (O_TMPFILE), which is given mode, written and
-// fsynced, then linked under a temporary name (".<name>.<pid>.<random>"), closed, and renamed
-// over path (EXISTING_KEEP: renamed only if path does not exist, atomically, so that a file
-// created meanwhile by another writer is never replaced); last the directory is fsynced.
-// Where the file system refuses O_TMPFILE, the temporary name is created at once instead.
+// goes into an unnamed file in that directory (O_TMPFILE), which is given its owner and group
+// (root:root when root writes; the writer's own otherwise), no access ACL and mode before
+// anything is written, then written and fsynced, linked under a temporary name
+// (".<name>.<pid>.<random>"), closed, and renamed over path (EXISTING_KEEP: renamed only if
+// path does not exist, atomically, so that a file created meanwhile by another writer is
+// never replaced); last the directory is fsynced. So the file that takes the name never
+// inherits a setgid directory's group or a default ACL, and always is a new inode: no
+// descriptor opened on the previous file can change it. Where the file system refuses
+// O_TMPFILE, the temporary name is created at once instead.
 //
 // A failure before the final rename removes the temporary name and leaves path untouched. A
 // process killed in the instant between naming and renaming leaves the temporary name
@@ -55,6 +59,14 @@ struct ReplaceResult {
 // its rename fail, which it reports, with the target untouched.
 ReplaceResult replaceFileAtomically(const std::string& path, const std::string& content,
                                     mode_t mode, ExistingFile existing);
+
+// The same, through dirFd, a descriptor of the directory that the caller opened (and audited)
+// itself, which must be readable (O_RDONLY | O_DIRECTORY: the directory is listed for strays
+// and fsynced through it): baseName is the file's name in it, path names the file in records.
+// Nothing is looked up by the directory's path, so what the caller examined is what is written.
+ReplaceResult replaceFileAtomicallyAt(int dirFd, const std::string& baseName,
+                                      const std::string& path, const std::string& content,
+                                      mode_t mode, ExistingFile existing);
 
 }  // namespace qnfile
 

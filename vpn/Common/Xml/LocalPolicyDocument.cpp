@@ -5,7 +5,12 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyReader.h"
 
+#include <fcntl.h>
 #include <strings.h>  // strncasecmp
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
 
 #include "QNCSaxWriter.h"
 #include "TokenParser.h"
@@ -23,7 +28,7 @@ constexpr char kServerListDelimiters[] = ",;";
 
 // Reads a document as a fresh manager's first load reads it: a reader over read's record and
 // reader state of its own, a retention that starts at NONE.
-void readDocument(DocumentRead& read, const std::string& name, const std::string_view* pBytes,
+void readDocument(DocumentRead& read, const std::string& name, const DocumentSource& source,
                   const ReadOptions& options) {
     std::string_view currentElement;
     const LocalPolicySettingInfo* pCurrentSetting = nullptr;
@@ -32,7 +37,7 @@ void readDocument(DocumentRead& read, const std::string& name, const std::string
     PolicyReader reader(read.record, read.bFileUseFIPSMode, currentElement, pCurrentSetting,
                         bAuthorizedServerList, bUpdatePolicySection);
     XmlLocalQNPolMgr::RETAINED_FIPS_MODE retained = XmlLocalQNPolMgr::NONE;
-    const PolicyLoad load = LoadPolicyDocument(name, pBytes, reader, reader, options, retained);
+    const PolicyLoad load = LoadPolicyDocument(name, source, reader, reader, options, retained);
     read.status = load.status;
     read.line = load.failure.line;
     read.column = load.failure.column;
@@ -62,13 +67,62 @@ const PolicyVocabulary& LocalPolicyVocabulary() {
     return vocabulary;
 }
 
+const std::vector<const LocalPolicySettingInfo*>& InstallerSettings() {
+    static const std::vector<const LocalPolicySettingInfo*> settings = [] {
+        std::vector<const LocalPolicySettingInfo*> rows;
+        for (const LocalPolicySettingInfo& info : LocalPolicySettings()) {
+            if (!info.abbreviation.empty()) {
+                rows.push_back(&info);
+            }
+        }
+        std::sort(rows.begin(), rows.end(),
+                  [](const LocalPolicySettingInfo* a, const LocalPolicySettingInfo* b) {
+                      return a->abbreviation < b->abbreviation;
+                  });
+        return rows;
+    }();
+    return settings;
+}
+
+const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation) {
+    const std::vector<const LocalPolicySettingInfo*>& settings = InstallerSettings();
+    const auto found =
+        std::lower_bound(settings.begin(), settings.end(), abbreviation,
+                         [](const LocalPolicySettingInfo* row, std::string_view text) {
+                             return row->abbreviation < text;
+                         });
+    return found != settings.end() && (*found)->abbreviation == abbreviation ? *found : nullptr;
+}
+
 bool SameTextIgnoringCase(std::string_view a, std::string_view b) {
     // Whole texts: a value with an embedded NUL must not match its prefix.
     return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
+namespace {
+
+// Why an accepted server list must still be refused under the options: no name in it, or a
+// name that breaks the server-name rule (that name in rServerName). NONE when it may be used.
+enum class ServerListFault { NONE, NO_SERVER, SERVER_NAME };
+ServerListFault serverListFault(const std::string& value, const ArgumentCheckOptions& options,
+                                std::string& rServerName) {
+    const std::vector<std::string> servers = SplitServerList(value);
+    if (options.bStrict && servers.empty()) {
+        return ServerListFault::NO_SERVER;
+    }
+    for (const std::string& server : servers) {
+        if (options.bPlainServerNames && HasBlankOrControl(server)) {
+            rServerName = server;
+            return ServerListFault::SERVER_NAME;
+        }
+    }
+    return ServerListFault::NONE;
+}
+
+}  // namespace
+
 ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numPolicyArgs,
-                                      const PolicyVocabulary& vocabulary) {
+                                      const ArgumentCheckOptions& options) {
     ArgumentCheck check;
     // The index of the argument that set each element.
     std::map<std::string, size_t> setBy;
@@ -79,8 +133,11 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
         InstallerArgument argument;
         argument.index = i;
         argument.text = policyArgs[i];
-        const auto refuse = [&check, &argument](ArgumentRefusal eReason, size_t usedIndex = 0) {
-            check.refused.push_back(RefusedArgument{std::move(argument), eReason, usedIndex});
+        RefusedArgument refusal;
+        const auto refuse = [&check, &argument, &refusal](ArgumentRefusal eReason) {
+            refusal.argument = std::move(argument);
+            refusal.eReason = eReason;
+            check.refused.push_back(std::move(refusal));
         };
         const std::string::size_type posOfEqual = argument.text.find('=');
         if (posOfEqual == std::string::npos) {
@@ -93,26 +150,38 @@ ArgumentCheck CheckInstallerArguments(const char* const* policyArgs, size_t numP
             refuse(ArgumentRefusal::EMPTY_VALUE);  // an abbreviation without a value asks nothing
             continue;
         }
-        const auto row = vocabulary.find(argument.abbreviation);
-        if (row == vocabulary.end()) {
+        argument.pSetting = options.findSetting ? options.findSetting(argument.abbreviation)
+                                                : FindInstallerSetting(argument.abbreviation);
+        if (argument.pSetting == nullptr) {
             refuse(ArgumentRefusal::UNKNOWN_ABBREVIATION);
             continue;
         }
-        argument.pRow = &row->second;
-        argument.pSetting = FindLocalPolicySetting(row->second.tstrFullName);
+        const LocalPolicySettingInfo& setting = *argument.pSetting;
         // A refused value is left as given, so that a message can quote the installer's text.
-        if (!MatchAllowedValue(row->second.listAllowedValues, argument.value)) {
+        std::string value = argument.value;
+        if (!(options.matchValue ? options.matchValue(setting, value)
+                                 : MatchAllowedValue(setting.allowedValues, value))) {
             refuse(ArgumentRefusal::VALUE_NOT_ALLOWED);
             continue;
         }
-        const auto used = setBy.emplace(row->second.tstrFullName, i);
+        if (setting.kind == LocalPolicySettingKind::SERVER_LIST) {
+            const ServerListFault eFault = serverListFault(value, options, refusal.serverName);
+            if (eFault != ServerListFault::NONE) {
+                refuse(eFault == ServerListFault::NO_SERVER ? ArgumentRefusal::EMPTY_VALUE
+                                                            : ArgumentRefusal::SERVER_NAME);
+                continue;
+            }
+        }
+        const auto used = setBy.emplace(setting.element, i);
         if (!used.second) {
-            refuse(ArgumentRefusal::DUPLICATE, used.first->second);
+            refusal.usedIndex = used.first->second;
+            refuse(ArgumentRefusal::DUPLICATE);
             continue;
         }
-        (row->second.bIsUpdatePolicy ? check.settings.updatePolicies
-                                     : check.settings.policies)[row->second.tstrFullName] =
-            argument.value;
+        argument.value = options.bAppliedSpelling ? AppliedSpelling(setting, value) : value;
+        (setting.section == LocalPolicySection::UPDATE_POLICY
+             ? check.settings.updatePolicies
+             : check.settings.policies)[setting.element] = argument.value;
         check.accepted.push_back(std::move(argument));
     }
     return check;
@@ -171,15 +240,16 @@ STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::strin
     return xmlWriter.takeDocument(rDocument);
 }
 
-StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
-                                bool bOverwrite) {
+namespace {
+
+// Stores through directoryFd, or by the directory's name when it is -1; logs a failure as
+// generation does.
+StoreResult store(int directoryFd, const std::string& directory, const std::string& fileName,
+                  const std::string& bytes, bool bOverwrite) {
     StoreResult result;
-    if (!bOverwrite && !directory.empty() && qnsys::fileExists(directory + kPolicyFileName)) {
-        result.eOutcome = StoreResult::KEPT;
-        return result;
-    }
-    QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
+    QNCSaxWriter xmlWriter(directory, fileName, kRootElement);
     xmlWriter.keepExistingFile(!bOverwrite);
+    xmlWriter.storeThroughDirectory(directoryFd);
     result.status = xmlWriter.storeDocument(bytes);
     result.step = xmlWriter.failedStep();
     result.error = xmlWriter.failedError();
@@ -203,9 +273,35 @@ StoreResult StorePolicyDocument(const std::string& directory, const std::string&
     return result;
 }
 
+}  // namespace
+
+StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
+                                bool bOverwrite) {
+    if (!bOverwrite && !directory.empty() && qnsys::fileExists(directory + kPolicyFileName)) {
+        StoreResult kept;
+        kept.eOutcome = StoreResult::KEPT;
+        return kept;
+    }
+    return store(-1, directory, kPolicyFileName, bytes, bOverwrite);
+}
+
+StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
+                                  const std::string& fileName, const std::string& bytes,
+                                  bool bOverwrite) {
+    struct stat entry {};
+    if (!bOverwrite &&
+        (::fstatat(directoryFd, fileName.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 ||
+         (errno != ENOENT && errno != ENOTDIR))) {
+        StoreResult kept;
+        kept.eOutcome = StoreResult::KEPT;
+        return kept;
+    }
+    return store(directoryFd, directory, fileName, bytes, bOverwrite);
+}
+
 // ---- Reading ----
 
-PolicyLoad LoadPolicyDocument(const std::string& path, const std::string_view* pBytes,
+PolicyLoad LoadPolicyDocument(const std::string& path, const DocumentSource& source,
                               XmlMgr& handler, PolicyReader& reader, const ReadOptions& options,
                               XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained) {
     PolicyLoad load;
@@ -216,14 +312,21 @@ PolicyLoad LoadPolicyDocument(const std::string& path, const std::string_view* p
         PolicyReader& rReader;
         ~ParseEnd() { rReader.End(); }
     } parseEnd{reader};
-    load.status = pBytes != nullptr
-                      ? parser.parseBuffer(pBytes->data(), pBytes->size(), options.bSecure, path)
-                      : parser.parseFile(path, options.bSecure);
+    const char* callee = "XmlParser::parseFile";
+    if (source.pBytes != nullptr) {
+        callee = "XmlParser::parseBuffer";
+        load.status =
+            parser.parseBuffer(source.pBytes->data(), source.pBytes->size(), options.bSecure, path);
+    } else if (source.streamFd >= 0) {
+        callee = "XmlParser::parseStream";
+        load.status = parser.parseStream(source.streamFd, options.bSecure, path);
+    } else {
+        load.status = parser.parseFile(path, options.bSecure);
+    }
     if (load.status != XMLPARSER_SUCCESS) {
         load.failure = parser.LastFailure();
         if (options.bLog) {
-            records::LoadFailed(
-                pBytes != nullptr ? "XmlParser::parseBuffer" : "XmlParser::parseFile", load.status);
+            records::LoadFailed(callee, load.status);
         }
         return load;
     }
@@ -236,7 +339,7 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
     DocumentRead read;
     read.bExists = qnsys::fileExists(path);
     if (read.bExists) {
-        readDocument(read, path, nullptr, options);
+        readDocument(read, path, DocumentSource(), options);
     }
     return read;
 }
@@ -244,7 +347,17 @@ DocumentRead ReadPolicyFile(const std::string& path, const ReadOptions& options)
 DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                              const ReadOptions& options) {
     DocumentRead read;
-    readDocument(read, name, &bytes, options);
+    DocumentSource source;
+    source.pBytes = &bytes;
+    readDocument(read, name, source, options);
+    return read;
+}
+
+DocumentRead ReadPolicyStream(int fd, const std::string& name, const ReadOptions& options) {
+    DocumentRead read;
+    DocumentSource source;
+    source.streamFd = fd;
+    readDocument(read, name, source, options);
     return read;
 }
 

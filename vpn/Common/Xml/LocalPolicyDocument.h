@@ -12,7 +12,7 @@
 //   std::string directory;
 //   std::string name;
 //   pManager->GetLocalPolicyLocation(directory, name);
-//   const ArgumentCheck check = CheckInstallerArguments(args, count, LocalPolicyVocabulary());
+//   const ArgumentCheck check = CheckInstallerArguments(args, count);
 //   std::string bytes;
 //   if (RenderPolicyDocument(check.settings, directory, bytes) == 0) {
 //       const StoreResult stored = StorePolicyDocument(directory, bytes, true);
@@ -38,6 +38,7 @@
 // earlier one's).
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -57,10 +58,16 @@ inline constexpr char kPolicyFileName[] = "QuillnetLocalPolicy.xml";
 
 // ---- Installer arguments ------------------------------------------------------------------
 
-// The vocabulary: abbreviation to row, the catalogue's settings that have an abbreviation.
-// Built once; the manager's table is a copy of it.
+// The vocabulary as the manager's table holds it: abbreviation to row, the catalogue's
+// settings that have an abbreviation. Built once; the manager's table is a copy of it.
 using PolicyVocabulary = std::map<std::string, LocalPolicySetting>;
 QUILLNET_API const PolicyVocabulary& LocalPolicyVocabulary();
+
+// The catalogue's settings that have an installer abbreviation, in ascending abbreviation order
+// (the order of the manager's table), and the one of an abbreviation, compared exactly (null
+// for none): the vocabulary looked up in the catalogue itself, without the table's copies.
+QUILLNET_API const std::vector<const LocalPolicySettingInfo*>& InstallerSettings();
+QUILLNET_API const LocalPolicySettingInfo* FindInstallerSetting(std::string_view abbreviation);
 
 // The one value-matching rule of generation: value is accepted when allowedValues is empty
 // (any text, left as given) or equals one of them ignoring ASCII letter case, whole strings
@@ -84,26 +91,27 @@ bool MatchAllowedValue(const AllowedValues& allowedValues, std::string& value) {
 // Why generation does not use an argument, in the order the reasons are tested.
 enum class ArgumentRefusal {
     MISSING_EQUALS,        // no "=" in it
-    EMPTY_VALUE,           // nothing after the first "="
+    EMPTY_VALUE,           // nothing after the first "="; with bStrict, a server list of no name
     UNKNOWN_ABBREVIATION,  // the text before it is no abbreviation (they are case-sensitive)
     VALUE_NOT_ALLOWED,     // the value matches none of the row's allowed values
+    SERVER_NAME,           // bPlainServerNames: a server name holds white space or a control
     DUPLICATE,             // an earlier argument already set the same element
 };
 
 // One installer argument, split at its first "=".
 struct InstallerArgument {
-    size_t index = 0;                          // its position among the arguments given
-    std::string text;                          // as given
-    std::string abbreviation;                  // before the first "="
-    std::string value;                         // after it; accepted: in the vocabulary's spelling
-    const LocalPolicySetting* pRow = nullptr;  // its vocabulary row, when the abbreviation is one
-    const LocalPolicySettingInfo* pSetting = nullptr;  // and that row's catalogue row
+    size_t index = 0;          // its position among the arguments given
+    std::string text;          // as given
+    std::string abbreviation;  // before the first "="
+    std::string value;         // after it; accepted: in the spelling the options ask for
+    const LocalPolicySettingInfo* pSetting = nullptr;  // its setting, when the abbreviation is one
 };
 
 struct RefusedArgument {
     InstallerArgument argument;  // its value as given
     ArgumentRefusal eReason;
-    size_t usedIndex = 0;  // DUPLICATE: the index of the argument whose value is used
+    size_t usedIndex = 0;    // DUPLICATE: the index of the argument whose value is used
+    std::string serverName;  // SERVER_NAME: the first name that breaks the rule
 };
 
 // The settings a document is rendered from: element name to text, in the two sections.
@@ -118,12 +126,31 @@ struct ArgumentCheck {
     PolicySettings settings;                  // the accepted values by element
 };
 
-// Checks installer arguments as generation does, against a vocabulary: null entries are
-// skipped; the others are refused for the first reason that applies, or accepted with the
-// vocabulary's spelling of their value. Logs nothing.
+// How CheckInstallerArguments decides. The defaults are generation's own rules, the manager's
+// GenerateLocalPolicy hands its own table lookup and valueIsAllowed; a caller that is stricter
+// than an installer (the command-line tool) asks for more.
+struct ArgumentCheckOptions {
+    // The setting an abbreviation stands for, null when none (default: FindInstallerSetting).
+    std::function<const LocalPolicySettingInfo*(const std::string& abbreviation)> findSetting;
+    // Whether value is allowed for setting, turning it into the allowed spelling (default:
+    // MatchAllowedValue over setting.allowedValues).
+    std::function<bool(const LocalPolicySettingInfo& setting, std::string& value)> matchValue;
+    // A server list that names no server (only separators) is refused as an empty value.
+    bool bStrict = false;
+    // Accepted values take the spelling the reader applies ("TLS" becomes "tls", see
+    // AppliedSpelling), not the vocabulary's, so that every setting written takes effect.
+    bool bAppliedSpelling = false;
+    // The server-name rule: a server list holding a name with white space or a control
+    // character anywhere (HasBlankOrControl) is refused: the reader would keep it as one name.
+    bool bPlainServerNames = false;
+};
+
+// Checks installer arguments as generation does: null entries are skipped; the others are
+// refused for the first reason that applies, or accepted with their value in the spelling the
+// options ask for. Logs nothing.
 QUILLNET_API ArgumentCheck CheckInstallerArguments(const char* const* policyArgs,
                                                    size_t numPolicyArgs,
-                                                   const PolicyVocabulary& vocabulary);
+                                                   const ArgumentCheckOptions& options = {});
 
 // ---- Rendering and storing ------------------------------------------------------------------
 
@@ -155,11 +182,20 @@ struct StoreResult {
 };
 
 // Stores bytes as "QuillnetLocalPolicy.xml" in directory (with its trailing separator), crash-
-// safely (see QNCSaxWriter.h), mode 0644. Without bOverwrite an existing file is kept, whenever
-// it appeared. Logs a failure as generation does: the writer's record, then the manager's
-// "writeLocalPolicy" record with the status.
+// safely (see QNCSaxWriter.h): a new inode, mode 0644, no access ACL, root:root when root
+// stores it. Without bOverwrite an existing file is kept, whenever it appeared. Logs a failure
+// as generation does: the writer's record, then the manager's "writeLocalPolicy" record with
+// the status.
 QUILLNET_API StoreResult StorePolicyDocument(const std::string& directory, const std::string& bytes,
                                              bool bOverwrite);
+// The same through directoryFd, a readable descriptor (O_RDONLY | O_DIRECTORY) of the directory
+// the caller opened and examined itself: the bytes become fileName in exactly that directory,
+// whatever happens to its path meanwhile; directory (with its trailing separator) names it in
+// records. Without bOverwrite anything at fileName is kept, a dangling link or an entry that
+// cannot be examined included.
+QUILLNET_API StoreResult StorePolicyDocumentAt(int directoryFd, const std::string& directory,
+                                               const std::string& fileName,
+                                               const std::string& bytes, bool bOverwrite);
 
 // ---- Reading --------------------------------------------------------------------------------
 
@@ -228,6 +264,10 @@ QUILLNET_API DocumentRead ReadPolicyFile(const std::string& path, const ReadOpti
 // Reads an in-memory document; name stands for it in records.
 QUILLNET_API DocumentRead ReadPolicyBytes(std::string_view bytes, const std::string& name,
                                           const ReadOptions& options);
+// Reads what fd delivers (standard input, a pipe) as it arrives, under the parser's limits
+// and at most 64 MiB; name stands for it in records. fd stays open.
+QUILLNET_API DocumentRead ReadPolicyStream(int fd, const std::string& name,
+                                           const ReadOptions& options);
 
 }  // namespace qnpolicy
 

@@ -224,6 +224,20 @@ std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string
     return value;
 }
 
+bool HasBlankOrControl(std::string_view name) {
+    for (size_t i = 0; i < name.size(); ++i) {
+        const auto c = static_cast<unsigned char>(name[i]);
+        // C1 controls are U+0080 to U+009F, in UTF-8 0xC2 followed by 0x80 to 0x9F.
+        const bool bC1 = c == 0xC2 && i + 1 < name.size() &&
+                         static_cast<unsigned char>(name[i + 1]) <= 0x9F &&
+                         static_cast<unsigned char>(name[i + 1]) >= 0x80;
+        if (c <= 0x20 || c == 0x7F || bC1) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::vector<std::string> WrittenValues(const LocalPolicySettingInfo& row) {
     std::vector<std::string> written;
     for (const std::string& value : row.allowedValues) {

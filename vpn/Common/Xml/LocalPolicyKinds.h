@@ -13,6 +13,7 @@
 // Internal to the library and the tool: not installed.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "LocalPolicySettings.h"
@@ -53,6 +54,11 @@ std::vector<std::string> AppliedTexts(const LocalPolicySettingInfo& row);
 // it ignoring case ("TLS" gives "tls", "IPSec" "ipsec"); any other value as it is. The library's
 // own generation keeps the vocabulary's spelling.
 std::string AppliedSpelling(const LocalPolicySettingInfo& row, const std::string& value);
+
+// Whether a server name holds XML white space (space, tab, line feed, carriage return) or a
+// control character (U+0000 to U+001F, U+007F to U+009F) anywhere. The reader keeps such a
+// name whole, as one server, blanks included: "gw1 gw2" authorizes no server called gw1.
+bool HasBlankOrControl(std::string_view name);
 
 // The row's allowed installer values in their applied spelling (AppliedSpelling); empty for a
 // free value, whose spelling is kept.

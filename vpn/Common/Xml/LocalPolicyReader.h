@@ -208,15 +208,22 @@ struct PolicyLoad {
     bool bFileDisagrees = false;  // after success: the file's FIPS value is not the one in force
 };
 
+// Where a load's document comes from: the file at the load's path, or the bytes pBytes points
+// to, or what streamFd delivers to its end (standard input, a pipe); the path then stands for
+// them in records.
+struct DocumentSource {
+    const std::string_view* pBytes = nullptr;
+    int streamFd = -1;
+};
+
 // The one load path, shared by the manager's load and the document layer's read: the reader
 // begins (see PolicyReader::Begin), a parser with handler (the reader itself, or the manager
-// that hands it each event) reads the document at path, or pBytes when given (path then stands
-// for them), and then
+// that hands it each event) reads the document from source, and then
 //   - after a failure: logs the load's failure record (as "LoadLocalQuillnetPolicy", with the
 //     parser's operation as callee and its status) when options.bLog, and the parser's own
 //     record went before it; the retention is not applied;
 //   - after success: applies the FIPS retention with rRetained (ApplyFipsRetention).
-PolicyLoad LoadPolicyDocument(const std::string& path, const std::string_view* pBytes,
+PolicyLoad LoadPolicyDocument(const std::string& path, const DocumentSource& source,
                               XmlMgr& handler, PolicyReader& reader, const ReadOptions& options,
                               XmlLocalQNPolMgr::RETAINED_FIPS_MODE& rRetained);
 

@@ -25,6 +25,7 @@ constexpr mode_t kFileMode = 0644;
 QNCSaxWriter::QNCSaxWriter(const std::string& tstrDirectory, const std::string& tstrFileName,
                            const std::string& tstrRootElement)
     : m_tstrDirectory(tstrDirectory),
+      m_tstrFileName(tstrFileName),
       m_tstrPath(tstrDirectory + tstrFileName),
       m_tstrRootElement(tstrRootElement),
       m_eState(DOCUMENT_NOT_STARTED),
@@ -157,9 +158,13 @@ STATUSCODE QNCSaxWriter::storeDocument(const std::string& tstrDocument) {
         return fail("writeDocument", __LINE__, QNCSAXWRITER_ERROR_BAD_PARAMETER,
                     "no directory was given");
     }
-    const qnfile::ReplaceResult result = qnfile::replaceFileAtomically(
-        m_tstrPath, tstrDocument, kFileMode,
-        m_bKeepExisting ? qnfile::EXISTING_KEEP : qnfile::EXISTING_REPLACE);
+    const qnfile::ExistingFile existing =
+        m_bKeepExisting ? qnfile::EXISTING_KEEP : qnfile::EXISTING_REPLACE;
+    const qnfile::ReplaceResult result =
+        m_directoryFd >= 0
+            ? qnfile::replaceFileAtomicallyAt(m_directoryFd, m_tstrFileName, m_tstrPath,
+                                              tstrDocument, kFileMode, existing)
+            : qnfile::replaceFileAtomically(m_tstrPath, tstrDocument, kFileMode, existing);
     m_pFailedStep = result.step;
     m_failedError = result.error;
     // None is recorded: a later writeDocument may succeed once the cause is fixed.

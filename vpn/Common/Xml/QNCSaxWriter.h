@@ -65,11 +65,13 @@ enum QNCSAXWRITER_ERRORS : STATUSCODE {
 // writeDocument replaces the file crash-safely (unnamed temporary file in the same directory,
 // fsync, rename, directory fsync; see AtomicFileReplace.h): the file is either the complete
 // old one or the complete new one, never a mixture, no temporary file is left after a
-// failure, and a killed writer's stray is removed by the next write. The file gets mode 0644
-// regardless of the umask. A path without a directory part is refused rather than written
-// relative to the working directory. Outcomes: 0 written; QNCSAXWRITER_ERROR_FILE_EXISTS
-// kept (keepExistingFile only); QNCSAXWRITER_ERROR_NOT_SYNCED replaced but durability not
-// confirmed; QNCSAXWRITER_ERROR_FILE_WRITE not written; a refused document's own status.
+// failure, and a killed writer's stray is removed by the next write. The file is a new inode
+// with mode 0644 regardless of the umask, no access ACL, and owned by root:root when root
+// writes it (by the writer otherwise), whatever the directory would hand down. A path without a
+// directory part is refused rather than written relative to the working directory. Outcomes: 0
+// written; QNCSAXWRITER_ERROR_FILE_EXISTS kept (keepExistingFile only);
+// QNCSAXWRITER_ERROR_NOT_SYNCED replaced but durability not confirmed;
+// QNCSAXWRITER_ERROR_FILE_WRITE not written; a refused document's own status.
 class QNCSaxWriter {
   public:
     QNCSaxWriter(const std::string& tstrDirectory, const std::string& tstrFileName,
@@ -89,6 +91,13 @@ class QNCSaxWriter {
     // writer while this one was writing: it reports QNCSAXWRITER_ERROR_FILE_EXISTS instead.
     // The default is false: the file is replaced.
     void keepExistingFile(bool bKeep) { m_bKeepExisting = bKeep; }
+
+    // With a descriptor of the directory (readable: O_RDONLY | O_DIRECTORY), writeDocument and
+    // storeDocument store through it instead of opening the directory by its name, so that a
+    // caller that examined the directory it opened writes into exactly that one. The writer
+    // does not own the descriptor; the directory given at construction still names the file
+    // in records. The default, -1, opens the directory by name.
+    void storeThroughDirectory(int directoryFd) { m_directoryFd = directoryFd; }
 
     // The ended document's bytes, moved out instead of stored: 0, or the status writeDocument
     // would return without touching the disk (the first failure, or a document not ended).
@@ -125,6 +134,7 @@ class QNCSaxWriter {
                       const std::string& tstrReason);
 
     std::string m_tstrDirectory;
+    std::string m_tstrFileName;
     std::string m_tstrPath;
     std::string m_tstrRootElement;
     std::string m_tstrDocument;
@@ -132,6 +142,7 @@ class QNCSaxWriter {
     DOCUMENT_STATE m_eState;
     bool m_bStartTagPending;
     bool m_bKeepExisting = false;
+    int m_directoryFd = -1;
     STATUSCODE m_status;
     const char* m_pFailedStep = "";
     int m_failedError = 0;

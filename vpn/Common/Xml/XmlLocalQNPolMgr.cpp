@@ -147,8 +147,9 @@ STATUSCODE XmlLocalQNPolMgr::LoadLocalQuillnetPolicy() {
     }
     // The directory is looked up a second time, as the client's load always has.
     const std::string tstrPath = getLocalSecurityPolicyDir() + qnpolicy::kPolicyFileName;
-    const qnpolicy::PolicyLoad load = qnpolicy::LoadPolicyDocument(
-        tstrPath, nullptr, *this, *m_pReader, qnpolicy::ReadOptions(), m_retainedFipsMode);
+    const qnpolicy::PolicyLoad load =
+        qnpolicy::LoadPolicyDocument(tstrPath, qnpolicy::DocumentSource(), *this, *m_pReader,
+                                     qnpolicy::ReadOptions(), m_retainedFipsMode);
     if (load.status == XMLLOCALQNPOLMGR_SUCCESS) {
         m_bFipsModeModifiedOnDisk = load.bFileDisagrees;
     }
@@ -201,8 +202,18 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
                                  Logging::DBG_Warning, "%s", kFileKeptMessage);
         return true;
     }
-    const qnpolicy::ArgumentCheck check = qnpolicy::CheckInstallerArguments(
-        policyArgs, static_cast<size_t>(numPolicyArgs), m_policyTransTable);
+    // The table is looked up and values matched as the vocabulary's operations do.
+    qnpolicy::ArgumentCheckOptions options;
+    options.findSetting = [this](const std::string& abbreviation) {
+        const auto row = m_policyTransTable.find(abbreviation);
+        return row == m_policyTransTable.end() ? nullptr
+                                               : FindLocalPolicySetting(row->second.tstrFullName);
+    };
+    options.matchValue = [this](const LocalPolicySettingInfo& setting, std::string& value) {
+        return valueIsAllowed(m_policyTransTable.at(setting.abbreviation), value);
+    };
+    const qnpolicy::ArgumentCheck check =
+        qnpolicy::CheckInstallerArguments(policyArgs, static_cast<size_t>(numPolicyArgs), options);
     // One warning per refused argument, in argument order; an empty value asks for nothing
     // and draws none.
     for (const qnpolicy::RefusedArgument& refused : check.refused) {
@@ -216,6 +227,7 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
                                          argument.text.c_str());
                 break;
             case qnpolicy::ArgumentRefusal::EMPTY_VALUE:
+            case qnpolicy::ArgumentRefusal::SERVER_NAME:  // not asked for: never given here
                 break;
             case qnpolicy::ArgumentRefusal::UNKNOWN_ABBREVIATION:
                 CAppLog::LogDebugMessage("GenerateLocalPolicy", kModuleSource, __LINE__,
@@ -226,13 +238,13 @@ bool XmlLocalQNPolMgr::GenerateLocalPolicy(char** policyArgs, int numPolicyArgs,
                 CAppLog::LogDebugMessage(
                     "GenerateLocalPolicy", kModuleSource, __LINE__, Logging::DBG_Warning,
                     "%s is not an allowed value for policy %s", argument.value.c_str(),
-                    argument.pRow->tstrFullName.c_str());
+                    argument.pSetting->element.c_str());
                 break;
             case qnpolicy::ArgumentRefusal::DUPLICATE:
                 CAppLog::LogDebugMessage(
                     "GenerateLocalPolicy", kModuleSource, __LINE__, Logging::DBG_Warning,
                     "ignoring duplicate policy arg %s. The first value will be used",
-                    argument.pRow->tstrFullName.c_str());
+                    argument.pSetting->element.c_str());
                 break;
         }
     }

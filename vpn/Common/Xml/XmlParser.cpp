@@ -83,8 +83,8 @@ std::string located(const char* verb, const std::string& name, const Position& a
 
 }  // namespace
 
-// Where the document's bytes come from: an open regular file or a caller's buffer. Reads fill
-// the requested length unless the input ends first.
+// Where the document's bytes come from: an open regular file, a stream or a caller's buffer. Reads
+// fill the requested length unless the input ends first.
 class XmlParser::Source {
   public:
     // A file grows while it is read if someone writes it in place; the document is then
@@ -96,6 +96,10 @@ class XmlParser::Source {
           m_limit(m_size + kGrowthBytes),
           m_modified(opened.st_mtim) {}
     Source(const char* data, size_t size) : m_data(data), m_size(size), m_limit(size) {}
+    // A stream (standard input, a pipe) has no size to bound it: kMaxStreamBytes does.
+    explicit Source(int fd) : m_fd(fd), m_limit(kMaxStreamBytes), m_bStream(true) {}
+
+    bool streamed() const { return m_bStream; }
 
     // The document's size when it was opened.
     size_t size() const { return m_size; }
@@ -140,9 +144,9 @@ class XmlParser::Source {
     // empty when they are. A file rewritten in place while it was read changes its size or
     // its modification time (the kernel gives a write after a stat a time of its own), and
     // its bytes may then mix two versions; a file that cannot be examined again counts as
-    // changed. A buffer never changes.
+    // changed. A buffer never changes, and a stream is its own only version.
     std::string changedWhileRead() const {
-        if (m_fd < 0) {
+        if (m_fd < 0 || m_bStream) {
             return std::string();
         }
         struct stat now {};
@@ -167,6 +171,7 @@ class XmlParser::Source {
     size_t m_limit = 0;
     size_t m_offset = 0;
     struct timespec m_modified {};
+    bool m_bStream = false;
 };
 
 // One parse: the expat parser, the handler, and the text of the element being read. Lives on
@@ -516,6 +521,16 @@ STATUSCODE XmlParser::parseBuffer(const char* data, size_t size, bool bSecure,
     return parse(source, bSecure, name, "parseBuffer");
 }
 
+STATUSCODE XmlParser::parseStream(int fd, bool bSecure, const std::string& name) {
+    m_lastFailure = Failure();
+    if (m_pXmlMgr == nullptr) {
+        return fail("parseStream", __LINE__, XMLPARSER_ERROR_NULL_POINTER,
+                    "Cannot parse " + quoted(name), {0, 0, "no event handler was given"});
+    }
+    Source source(fd);
+    return parse(source, bSecure, name, "parseStream");
+}
+
 STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& name,
                             const char* function) {
     Session session(m_pXmlMgr, bSecure);
@@ -534,10 +549,28 @@ STATUSCODE XmlParser::parse(Source& source, bool bSecure, const std::string& nam
     return fed.has_value() ? *fed : stoppedStatus(session, name, function);
 }
 
+STATUSCODE XmlParser::overflowStatus(const Source& source, const Session& session,
+                                     const std::string& name, const char* function) {
+    if (source.streamed()) {
+        // Where the parse had got to: what was read before stays read, as for any refusal.
+        const Position at = session.currentPosition();
+        return fail(function, __LINE__, XMLPARSER_ERROR_LIMIT_EXCEEDED,
+                    located("Refused", name, at),
+                    {at.line, at.column,
+                     "more than " + std::to_string(source.limit()) +
+                         " bytes of input, the most a stream may hold"});
+    }
+    return fail(function, __LINE__, XMLPARSER_ERROR_FILE_CHANGED, "Refused " + quoted(name),
+                {0, 0,
+                 "it grew past " + std::to_string(source.limit()) + " bytes while it was read (" +
+                     std::to_string(source.size()) + " bytes when it was opened)"});
+}
+
 std::optional<STATUSCODE> XmlParser::feed(Source& source, Session& session, const std::string& name,
                                           const char* function) {
     XML_Parser parser = session.parser();
-    size_t want = source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
+    size_t want =
+        !source.streamed() && source.size() < kSingleFeedLimit ? source.size() + 1 : kMinFeed;
     // A streamed document's first buffer has room for the next piece too, beside what expat
     // keeps of the first: expat then reuses it for every later piece of that size instead of
     // allocating a larger one after the first.
@@ -559,11 +592,7 @@ std::optional<STATUSCODE> XmlParser::feed(Source& source, Session& session, cons
                         {0, 0, qnsys::errnoText(error)});
         }
         if (source.overflowed()) {
-            return fail(
-                function, __LINE__, XMLPARSER_ERROR_FILE_CHANGED, "Refused " + quoted(name),
-                {0, 0,
-                 "it grew past " + std::to_string(source.limit()) + " bytes while it was read (" +
-                     std::to_string(source.size()) + " bytes when it was opened)"});
+            return overflowStatus(source, session, name, function);
         }
         const bool bFinal = got < want;
         // Checked before the last piece is parsed: the events of a mixed document up to here

@@ -81,6 +81,9 @@ class XmlParser {
     // always fits; several large values in one start tag may not.
     static constexpr size_t kMaxMarkupBytes = kMaxTextBytes + 2 * kMaxNameBytes + 64;
     static constexpr size_t kGrowthBytes = size_t{64} << 10;
+    // The most a stream (parseStream) may hold: far beyond any policy file, and a bound on
+    // the time and memory an endless input costs.
+    static constexpr size_t kMaxStreamBytes = size_t{64} << 20;
 
     // The handler is remembered, not owned; it must outlive the parser.
     explicit XmlParser(XmlMgr* pXmlMgr);
@@ -90,6 +93,11 @@ class XmlParser {
 
     // Parses the file at path; 0 when the document was parsed to its end.
     STATUSCODE parseFile(const std::string& path, bool bSecure);
+
+    // Parses what fd delivers until its end (standard input, a pipe: anything read() reads)
+    // the same way, as it arrives, and refuses it (XMLPARSER_ERROR_LIMIT_EXCEEDED) once it
+    // has delivered more than kMaxStreamBytes; name stands for it in the log. fd stays open.
+    STATUSCODE parseStream(int fd, bool bSecure, const std::string& name);
 
     // Parses an in-memory document the same way; name stands for the document in the log.
     STATUSCODE parseBuffer(const char* data, size_t size, bool bSecure,
@@ -127,6 +135,10 @@ class XmlParser {
     // or nothing when expat stopped on the document, for stoppedStatus to say why.
     std::optional<STATUSCODE> feed(Source& source, Session& session, const std::string& name,
                                    const char* function);
+    // The refusal of a source that delivered more than its limit: a stream past
+    // kMaxStreamBytes, or a file that grew while it was read.
+    STATUSCODE overflowStatus(const Source& source, const Session& session, const std::string& name,
+                              const char* function);
     // The status of a parse that expat stopped, logged once: the refusal a callback made, or
     // expat's own error.
     STATUSCODE stoppedStatus(const Session& session, const std::string& name, const char* function);

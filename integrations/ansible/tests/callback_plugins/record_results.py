@@ -4,8 +4,8 @@
 """Records every task result of a playbook run, one JSON object a line, for readme_plays.py.
 
 Enabled with ANSIBLE_CALLBACKS_ENABLED=record_results; the file is RECORD_RESULTS_FILE.
-Each line is {"play", "task", "host", "status", "result"}, status one of ok, changed,
-failed, skipped, unreachable.
+Each line is {"play", "task", "action", "host", "status", "result"}, status one of ok,
+changed, failed, skipped, unreachable: what the recap counts.
 """
 
 from __future__ import absolute_import, division, print_function
@@ -44,8 +44,8 @@ class CallbackModule(CallbackBase):
     def record(self, result, status):
         if status == 'ok' and result._result.get('changed'):
             status = 'changed'
-        line = dict(play=self.play, task=result._task.get_name(), host=result._host.get_name(), status=status,
-                    result=result._result)
+        line = dict(play=self.play, task=result._task.get_name(), action=result._task.action,
+                    host=result._host.get_name(), status=status, result=result._result)
         with open(self.path, 'a') as handle:
             handle.write(json.dumps(line, default=str) + '\n')
 

@@ -25,7 +25,7 @@ UNREADABLE = 'unreadable'
 # Why a host could not be judged, for readers.
 REASONS = {
     'unreachable': 'unreachable',
-    'no-client': 'no client (qnpolicy is not installed)',
+    'no-qnpolicy': 'no client (qnpolicy is not installed)',
     'no-such-directory': 'no install directory',
     'unsafe': 'unsafe: others can change the policy file',
     'unreadable': 'the client cannot parse the policy file',
@@ -57,9 +57,12 @@ def _reason_of(result):
         return 'unreachable', result.get('msg', 'unreachable')
     compliance = result.get('compliance')
     if not compliance:
-        # A failed task (registered with failed_when false, or not) says why in its error's kind.
-        kind = (result.get('error') or {}).get('kind')
-        return (kind if kind in REASONS else 'failed'), result.get('msg') or 'the result holds no verdicts'
+        # A host without the client (result not-installed) or a failed task (registered with
+        # failed_when false, or not) says why in its error's kind.
+        error = result.get('error') or {}
+        kind = error.get('kind')
+        return ((kind if kind in REASONS else 'failed'),
+                result.get('msg') or error.get('message') or 'the result holds no verdicts')
     if compliance.get('result') == UNREADABLE:
         return 'unreadable', (compliance.get('error') or {}).get('message', 'cannot be parsed')
     for verdict in compliance.get('verdicts', []):

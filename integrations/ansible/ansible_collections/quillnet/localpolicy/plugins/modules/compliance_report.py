@@ -10,7 +10,7 @@ DOCUMENTATION = r'''
 ---
 module: compliance_report
 short_description: Write a fleet's local policy compliance report, as JSON and as one HTML page
-version_added: 2.1.0
+version_added: 3.1.0
 description:
   - Takes each host's result of M(quillnet.localpolicy.local_policy_info) run with C(baseline_content) and
     writes two files into C(dest) - C(compliance-report.json) and C(compliance-report.html), a self-contained
@@ -93,7 +93,7 @@ unreadable:
   returned: always
   type: list
   elements: dict
-  sample: [{host: web-0100, reason: no-client, message: the client's qnpolicy tool is not installed}]
+  sample: [{host: web-0100, reason: no-qnpolicy, message: no qnpolicy on PATH (package qnpolicy)}]
 json_path:
   description: The JSON report.
   returned: always

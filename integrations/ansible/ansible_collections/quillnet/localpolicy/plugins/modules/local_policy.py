@@ -16,21 +16,24 @@ description:
     installation directory with exactly the given settings, or removes it.
   - The client's C(qnpolicy) tool renders the document (C(qnpolicy generate --dry-run --json)) and compares
     it with the file on disk. The task reports a change when the bytes differ, and when the file already holds
-    the document but its owner or mode let others change it (result C(repaired)); only then does
-    C(qnpolicy generate --overwrite) write the file, or repair its owner and mode. Either way the file is left
-    owned by the user the module runs as (root with C(become)), with mode C(0644).
+    the document but the tool would repair it (result C(repaired)); only then does C(qnpolicy generate
+    --overwrite) write the file. The task's I(changed) and I(result) are what that write reported; a write
+    that fails is a failure with I(changed=false).
+  - Who may own the file, with which mode, is the tool's decision, never this module's. A run as root leaves
+    it owned by root with mode C(0644); a run as another user never counts a root-owned, safe file as needing
+    repair, and a file it writes is its own.
   - Settings the tool refuses fail the task with every problem the tool reported, and the file on disk stays
     as it was. The abbreviations and their values are checked by the tool, never by this module.
-  - A directory that C(qnpolicy check) would flag, one writable by its group or by others without the sticky
-    bit, or owned by neither root nor the user the module runs as, from the install directory up to C(/),
-    fails the task with the tool's message and nothing is written, unless I(allow_unsafe_directory=true).
+  - A path to the file that others could change (a directory writable by its group or by others, or owned by
+    an untrusted user, from C(/) down) fails the task with the tool's message and nothing is written, in
+    check mode too, unless I(allow_unsafe_directory=true).
   - After the run the module reads the effective policy back with C(qnpolicy show --json), as the client
     reads it. In check mode it returns the policy that would be in force after the run instead.
 requirements:
   - Python 3 (3.6 or later) on the managed host.
   - The client's C(qnpolicy) tool on the managed host, in a version that prints C(formatVersion) 1 and knows
-    C(--all-defaults) and C(--allow-unsafe-directory). It is installed by the Debian package C(qnpolicy) and
-    by the RPM package C(qnpolicy).
+    C(--all-defaults), C(--allow-unsafe-directory) and C(--args-from). It is installed by the Debian package
+    C(qnpolicy) and by the RPM package C(qnpolicy).
 options:
   settings:
     description:
@@ -38,19 +41,23 @@ options:
         C({fm: true, sct: true, upal: [gw1.example.com, gw2.example.com]}). C(qnpolicy vocabulary) lists
         every abbreviation and the values each accepts.'
       - A boolean is passed as C(true) or C(false). A list is joined with commas, the form the server list
-        C(upal) and the caching options C(rpc) take; its items may not contain a comma themselves. A string
-        or an integer is passed as it is.
+        C(upal) and the caching options C(rpc) take; its items may contain neither C(,) nor C(;). A string
+        or an integer is passed as it is. No value may contain a line break.
       - 'The tunnel restriction is C(rtp: tls) or C(rtp: ipsec) (C(rtp: false) lifts it). The tool writes the
         value as the client applies it, C(tls) or C(ipsec), in whatever case it is given: C(rtp: IPSec) writes
         C(ipsec).'
       - Settings not named here are left out of the file, so the client applies its defaults to them.
       - 'An empty dictionary, C(settings: {}), writes a policy file that sets nothing
         (C(qnpolicy generate --all-defaults)): the client runs with its defaults, and the file says so.'
-      - Required when I(state=present).
+      - 'Required when I(state=present). A null value (C(settings: ~), or an empty group variable) fails the
+        task; it is never taken as C({}).'
+      - The settings reach the tool on its standard input (C(--args-from -)), so a server list of any length
+        can be deployed.
     type: dict
   install_dir:
     description:
-      - The client's main installation directory, which holds the policy file. It must exist.
+      - The client's main installation directory, which holds the policy file. Where it does not exist the
+        client is not installed, and I(state=present) fails.
     type: path
     default: /opt/quillnet/
   state:
@@ -63,20 +70,36 @@ options:
   lenient:
     description:
       - Write the usable settings and warn about the others (C(qnpolicy generate --lenient)), instead of
-        failing the task when any setting is unusable.
+        failing the task when any setting is unusable. The settings left out are in I(skipped_settings).
       - Leave this off for a fleet. A lenient run can leave a security setting at its default without failing.
     type: bool
     default: false
   allow_unsafe_directory:
     description:
-      - Write the file even into a directory that others could change (C(qnpolicy generate
-        --allow-unsafe-directory)). Without it such a directory fails the task with the tool's message, which
+      - Write the file even where others could change its path (C(qnpolicy generate
+        --allow-unsafe-directory)). Without it such a path fails the task with the tool's message, which
         names the directory and the command that makes it safe, and nothing is written.
       - Anyone who can write to such a directory can replace the policy file after the run; fix the directory
         instead where you can.
     type: bool
     default: false
     version_added: 2.0.0
+  backup:
+    description:
+      - Before a write replaces an existing policy file, keep a copy of it beside it, named
+        C(QuillnetLocalPolicy.xml.PID.YYYY-MM-DD@HH:MM:SS~) as the file modules name their backups, and
+        return its name in I(backup_file).
+      - The copy has the old file's bytes, times and mode less any write permission of group and others,
+        and belongs to the user the module runs as. Only a regular file is copied.
+    type: bool
+    default: false
+    version_added: 3.0.0
+  descriptions:
+    description:
+      - Return the one-sentence description of each setting in I(policy.descriptions).
+    type: bool
+    default: false
+    version_added: 3.0.0
   qnpolicy:
     description:
       - Path of the C(qnpolicy) tool on the managed host. By default it is searched for on C(PATH).
@@ -89,7 +112,9 @@ attributes:
     details: Writes nothing; I(result), I(diff) and I(policy) say what a run would do and leave in force.
   diff_mode:
     support: full
-    details: The old and the new document; for a repaired file, its old and new owner and mode.
+    details: >-
+      The old and the new document; for a repaired file, its old and new attributes. A file that is not a
+      regular file is never read: the diff names what it is, and a binary or oversized file shows as such.
   platform:
     platforms: posix
 notes:
@@ -97,7 +122,10 @@ notes:
   - In check mode I(policy) is the policy that would be in force after the run, as the client would read it
     (C(qnpolicy show --json -) of the document that would be written, or the defaults where the file would be
     removed), with C(policyFile) naming the policy file.
-  - An install directory the tool refuses as unsafe fails the task in check mode as well.
+  - Check mode run by a user other than root warns that the file's owner was judged for that user, so whether
+    a run as root would repair it is not known.
+  - A path the tool refuses as unsafe, or a directory standing where the policy file belongs, fails the task
+    in check mode as well.
 seealso:
   - module: quillnet.localpolicy.local_policy_info
 author:
@@ -116,6 +144,7 @@ EXAMPLES = r'''
       upal:
         - gw1.example.com
         - gw2.example.com
+    backup: true
 
 - name: A client installed elsewhere, with the tool outside PATH
   quillnet.localpolicy.local_policy:
@@ -141,18 +170,22 @@ EXAMPLES = r'''
 '''
 
 RETURN = r'''
-path:
-  description: The policy file the task wrote, checked or removed.
-  returned: unless I(state=absent) found no I(install_dir)
+policy_file:
+  description: The policy file the task wrote, checked or removed, as the tool names it.
+  returned: unless the client is not installed
   type: str
   sample: /opt/quillnet/QuillnetLocalPolicy.xml
 result:
   description:
     - What the task did to the file, or in check mode what it would do.
-    - C(written) the file was written; C(unchanged) it already held the same bytes, with a safe owner and
-      mode; C(repaired) it held the same bytes but its owner or mode were wrong and were repaired (see
+    - C(written) the file was written; C(unchanged) it already held the same bytes and the tool found nothing
+      to repair; C(repaired) it held the same bytes but was rewritten to repair its attributes (see
       I(repaired)); C(removed) it was removed; C(absent) there was no file to remove.
     - C(written), C(repaired) and C(removed) are changes.
+    - On failure C(refused) (the settings were refused, by this module or by the tool), C(failed) (the tool
+      could not do it, I(error) says why; for a write, it names the step that failed), C(not-synced) (the file
+      was replaced but the change is not known to be durable, a change) or C(not-installed) (no install
+      directory, or no C(qnpolicy)).
   returned: always
   type: str
   sample: written
@@ -163,8 +196,9 @@ policy:
     - C(result) is C(loaded), or C(defaults) when there is no file. C(settings) holds one key per element of
       the vocabulary; C(RestrictPreferenceCaching) is what is restricted (for example
       C(Credentials,Thumbprints), or C(none)) and C(cachingOptions) the entries as written. When the file
-      cannot be loaded, C(loaded) is false and C(error) says why.
-  returned: unless I(state=absent) found no I(install_dir)
+      cannot be loaded, C(loaded) is false and C(error) says why. C(descriptions) only with
+      I(descriptions=true).
+  returned: on success
   type: dict
   sample:
     formatVersion: 1
@@ -184,17 +218,17 @@ policy:
       AuthorizedServerList: [gw1.example.com, gw2.example.com]
 repaired:
   description:
-    - What was wrong with a file that already held the document, or in check mode what would be repaired,
-      each with C(attribute) (C(owner) or C(mode)), C(was) and C(now).
-  returned: when I(state=present)
+    - What the tool repaired in a file that already held the document, or in check mode would repair, each
+      with C(attribute) (for example C(owner), C(group), C(mode) or C(acl)), C(was) and C(now).
+  returned: when I(state=present) and the tool ran
   type: list
   elements: dict
   sample: [{attribute: owner, was: '65534', now: '0'}, {attribute: mode, was: '0666', now: '0644'}]
-skipped:
+skipped_settings:
   description:
     - The settings C(qnpolicy generate) did not use, each with C(argument), C(kind) and C(message). Only a
       lenient run can succeed with skipped settings; each is also reported as a warning.
-  returned: when I(state=present)
+  returned: when I(state=present) and the tool ran
   type: list
   elements: dict
   sample: [{argument: fmm=true, kind: unknown-abbreviation, message: "unknown abbreviation fmm"}]
@@ -202,18 +236,44 @@ findings:
   description:
     - What C(qnpolicy generate) found in the rendered document, each with C(argument), C(kind), C(severity),
       C(line), C(column) and C(message); each is also reported as a warning.
-  returned: when I(state=present)
+  returned: when I(state=present) and the tool ran
   type: list
   elements: dict
   sample: []
+backup_file:
+  description: The copy of the previous file that I(backup=true) made before the write.
+  returned: when I(backup=true) and a write replaced an existing regular file
+  type: str
+  sample: /opt/quillnet/QuillnetLocalPolicy.xml.4242.2026-11-23@10:15:02~
+error:
+  description:
+    - The tool's own account of a failure, with its C(kind) (for example C(unsafe-directory),
+      C(cannot-create), C(io-error), C(no-such-directory)) and C(message), which names the step that failed.
+  returned: on failure, when the tool reported one
+  type: dict
+  sample: {kind: cannot-create, message: "cannot replace /opt/quillnet/QuillnetLocalPolicy.xml: Operation not permitted"}
+tool_run:
+  description:
+    - The C(qnpolicy) run whose output failed the task, for a closer look, with C(cmd) (a list), C(rc), C(stdout)
+      and C(stderr).
+  returned: on failure of a C(qnpolicy) run
+  type: dict
+  sample:
+    cmd: [/usr/bin/qnpolicy, generate, --install-dir, /opt/quillnet/, --json, --overwrite, --args-from, '-']
+    rc: 73
+    stdout: '{"formatVersion": 1, "error": {"kind": "unsafe-directory", "message": "..."}}'
+    stderr: ''
 '''
 
 import os
+import stat
+import time
 
 from ansible.module_utils.basic import AnsibleModule
-from ansible.module_utils.common.text.converters import to_native, to_text
+from ansible.module_utils.common.text.converters import to_native
 from ansible_collections.quillnet.localpolicy.plugins.module_utils.qnpolicy import (
-    COMMON_ARGUMENT_SPEC, run_json, tool_message, tool_path)
+    COMMON_ARGUMENT_SPEC, NOT_INSTALLED_KIND, diff_text, existing_text, missing_tool_message, not_installed,
+    open_regular, run_json, shown_policy, tool_message, tool_path)
 
 ARGUMENT_SPEC = dict(
     COMMON_ARGUMENT_SPEC,
@@ -221,6 +281,7 @@ ARGUMENT_SPEC = dict(
     state=dict(type='str', choices=['present', 'absent'], default='present'),
     lenient=dict(type='bool', default=False),
     allow_unsafe_directory=dict(type='bool', default=False),
+    backup=dict(type='bool', default=False),
 )
 
 # Exit codes of generate whose JSON the module interprets: success, refused data, a file
@@ -240,6 +301,20 @@ SHOW_RCS = (0, 2)
 # The error of show that is a policy the module reports (not loaded) rather than a failure.
 SHOW_ERROR_KINDS = ('unreadable',)
 
+# Characters that would split one list item into several servers or options.
+LIST_SEPARATORS = (',', ';')
+
+# Characters that would split one installer argument into several on generate's standard input.
+LINE_BREAKS = ('\n', '\r')
+
+NULL_SETTINGS = ('settings is null or missing: a null value (an empty group variable, or settings: ~) is not '
+                 'taken as "no settings". Give the settings to deploy, or settings: {} to deploy on purpose the '
+                 'file that sets nothing, so that the client runs with its defaults.')
+
+UNPRIVILEGED_CHECK = ('check mode ran as uid %d, not as root: qnpolicy judged the owner of the policy file as a run '
+                      'of this user would (a file of its own counts as safe), so whether a run as root would repair '
+                      'the owner is not known here')
+
 
 def setting_text(value):
     """The text of one setting value, or None for a type that has no text form."""
@@ -250,38 +325,45 @@ def setting_text(value):
     return None
 
 
-def installer_arguments(settings):
-    """Returns (arguments, problems): one ABBREV=VALUE per setting, and what is wrong.
+def setting_argument(key, value):
+    """Returns (ABBREV=VALUE, None), or (None, what is wrong with the setting).
 
     Only what this module itself would garble is refused here: a key the tool would
-    read as an option or split differently, and a value with no text form. Whether
-    an abbreviation exists and takes the value is the tool's decision. No settings
-    at all is the document that sets nothing.
+    read as an option or split differently, a value with no text form, a list item
+    that joining would split, and a line break, which would split the argument on
+    the tool's standard input. Whether an abbreviation exists and takes the value is
+    the tool's decision.
     """
-    if not settings:
-        return ['--all-defaults'], []
+    if not key or '=' in key or key.startswith('-'):
+        return None, '%r is not an installer abbreviation' % key
+    if isinstance(value, list):
+        items = [setting_text(item) for item in value]
+        if None in items:
+            return None, '%s: a list may hold only strings, integers and booleans' % key
+        if any(separator in item for item in items for separator in LIST_SEPARATORS):
+            return None, '%s: a list item contains "," or ";", so joining the list would split it' % key
+        text = ','.join(items)
+    else:
+        text = setting_text(value)
+        if text is None:
+            return None, ('%s: a value must be a string, an integer, a boolean or a list of them, not %s'
+                          % (key, 'nothing' if value is None else type(value).__name__))
+    argument = '%s=%s' % (key, text)
+    if any(line_break in argument for line_break in LINE_BREAKS):
+        return None, '%s: a line break cannot be part of a setting' % key
+    return argument, None
+
+
+def installer_arguments(settings):
+    """Returns (arguments, problems): one ABBREV=VALUE per setting, and what is wrong."""
     arguments = []
     problems = []
     for key, value in settings.items():
-        if not key or '=' in key or key.startswith('-'):
-            problems.append('%r is not an installer abbreviation' % key)
-            continue
-        if isinstance(value, list):
-            items = [setting_text(item) for item in value]
-            if None in items:
-                problems.append('%s: a list may hold only strings, integers and booleans' % key)
-                continue
-            if any(',' in item for item in items):
-                problems.append('%s: a list item contains a comma, so joining the list would split it' % key)
-                continue
-            text = ','.join(items)
+        argument, problem = setting_argument(key, value)
+        if problem:
+            problems.append(problem)
         else:
-            text = setting_text(value)
-            if text is None:
-                problems.append('%s: a value must be a string, an integer, a boolean or a list of them, not %s'
-                                % (key, 'nothing' if value is None else type(value).__name__))
-                continue
-        arguments.append('%s=%s' % (key, text))
+            arguments.append(argument)
     return arguments, problems
 
 
@@ -294,27 +376,72 @@ def tool_problems(result):
     return problems
 
 
-def read_text(module, path):
-    """The text of the file at path, or an empty text when there is none."""
+def backup_name(path, pid, now):
+    """The name of a backup of path: beside it, dated, as the file modules name theirs."""
+    return '%s.%d.%s' % (path, pid, time.strftime('%Y-%m-%d@%H:%M:%S~', now))
+
+
+def backup(module, path):
+    """Copies the regular file at path beside it under a dated name; returns that name, or None.
+
+    Nothing that is not a regular file is read (see open_regular). The copy keeps the
+    bytes, the times and the mode less any write permission of group or others, and
+    belongs to the user the module runs as.
+    """
+    descriptor, status = open_regular(path)
+    if descriptor is None:
+        return None
+    name = backup_name(path, os.getpid(), time.localtime())
+    created = False
     try:
-        with open(path, 'rb') as handle:
-            return to_text(handle.read(), errors='surrogate_or_replace')
-    except FileNotFoundError:
-        return ''
+        with os.fdopen(descriptor, 'rb') as source:
+            target = os.open(name, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_NOFOLLOW | os.O_CLOEXEC, 0o600)
+            created = True
+            with os.fdopen(target, 'wb') as copy:
+                for chunk in iter(lambda: source.read(1024 * 1024), b''):
+                    copy.write(chunk)
+                copy.flush()
+                os.fchmod(target, stat.S_IMODE(status.st_mode) & 0o644)
+                os.utime(target, ns=(status.st_atime_ns, status.st_mtime_ns))
+                os.fsync(target)
     except OSError as error:
-        module.fail_json(msg='cannot read %s: %s' % (path, to_native(error)))
+        if created:
+            os.unlink(name)
+        module.fail_json(msg='cannot back up %s to %s: %s; nothing was written' % (path, name, to_native(error)),
+                         changed=False, result='failed')
+    return name
 
 
 def attributes_text(repaired, key):
-    """The owner and mode of a repaired file, before (key 'was') or after (key 'now'), one line each."""
+    """The attributes of a repaired file, before (key 'was') or after (key 'now'), one line each."""
     return ''.join('%s: %s\n' % (item.get('attribute'), item.get(key)) for item in repaired)
 
 
-def generate(module, tool, arguments, outcome):
-    """Runs generate with arguments and fails the task unless the file holds, or would hold, the document."""
-    rc, result = run_json(module, tool, 'generate', arguments, GENERATE_RCS)
-    outcome.update(path=result.get('path'), skipped=result.get('skipped', []),
+def planned_diff(outcome, planned):
+    """The diff of a change: the old and new attributes of a repair, else the old and new document."""
+    path = outcome['policy_file']
+    if planned['result'] == 'repaired':
+        header = '%s (attributes)' % path
+        return dict(before_header=header, after_header=header, before=attributes_text(planned['repaired'], 'was'),
+                    after=attributes_text(planned['repaired'], 'now'))
+    return dict(before_header=path, after_header=path, before=existing_text(path),
+                after=diff_text(planned.get('document', '').encode('utf-8')))
+
+
+def generate(module, tool, arguments, data, outcome):
+    """Runs generate; fails the task, with outcome and what the tool said, unless the file holds
+    (or with --dry-run would hold) the document."""
+    rc, result = run_json(module, tool, 'generate', arguments, GENERATE_RCS + (66,), data=data,
+                          error_kinds=(NOT_INSTALLED_KIND,), failure=dict(outcome, result='failed'))
+    if not_installed(result):
+        outcome.update(result='not-installed', error=result['error'])
+        module.fail_json(msg='the client is not installed on this host: %s'
+                         % tool_message('generate', result['error']), **outcome)
+    outcome.update(policy_file=result.get('path'), skipped_settings=result.get('skipped', []),
                    findings=result.get('findings', []), repaired=result.get('repaired', []))
+    if result.get('result') in DONE_RESULTS and rc == 0:
+        return result
+    outcome['result'] = result.get('result') or 'failed'
     if result.get('result') == 'refused':
         module.fail_json(msg='qnpolicy refused the settings and left the policy file as it was: %s'
                          % '; '.join(tool_problems(result)), **outcome)
@@ -322,74 +449,97 @@ def generate(module, tool, arguments, outcome):
         outcome['changed'] = True
         module.fail_json(msg='qnpolicy replaced %s but could not make the change durable (directory sync failed)'
                          % result.get('path'), **outcome)
-    if result.get('result') == 'failed':
-        module.fail_json(msg=tool_message('generate', result.get('error') or {}), error=result.get('error'),
-                         **outcome)
-    if rc != 0 or result.get('result') not in DONE_RESULTS:
-        module.fail_json(msg='qnpolicy generate ended with exit code %d and result %r'
-                         % (rc, result.get('result')), **outcome)
-    return result
+    if result.get('error'):
+        module.fail_json(msg=tool_message('generate', result['error']), error=result['error'], **outcome)
+    module.fail_json(msg='qnpolicy generate ended with exit code %d and result %r' % (rc, result.get('result')),
+                     **outcome)
+
+
+def generate_options(module, arguments):
+    """(options, standard input) of generate for the installer arguments.
+
+    The arguments go in on standard input, one a line, so that a server list of any
+    length fits (a command line has a size limit); none at all is the file that sets
+    nothing.
+    """
+    options = ['--overwrite']
+    if module.params['lenient']:
+        options.append('--lenient')
+    if module.params['allow_unsafe_directory']:
+        options.append('--allow-unsafe-directory')
+    if not arguments:
+        return options + ['--all-defaults'], None
+    return options + ['--args-from', '-'], ''.join(argument + '\n' for argument in arguments).encode('utf-8')
 
 
 def ensure_present(module, tool, outcome):
-    """Makes the file hold the settings; returns the document it holds, or would hold in check mode."""
+    """Makes the file hold the settings; returns the document it holds, or would hold in check mode.
+
+    changed and result say what the write did: until it reports, the task has changed
+    nothing, so a write that fails is a failure with changed false.
+    """
+    if module.params['settings'] is None:
+        module.fail_json(msg=NULL_SETTINGS, result='refused', **outcome)
     arguments, problems = installer_arguments(module.params['settings'])
     if problems:
-        module.fail_json(msg='invalid settings: %s' % '; '.join(problems), **outcome)
-    arguments.insert(0, '--overwrite')
-    if module.params['lenient']:
-        arguments.insert(0, '--lenient')
-    if module.params['allow_unsafe_directory']:
-        arguments.insert(0, '--allow-unsafe-directory')
+        module.fail_json(msg='invalid settings: %s' % '; '.join(problems), result='refused', **outcome)
+    options, data = generate_options(module, arguments)
 
-    planned = generate(module, tool, ['--dry-run'] + arguments, outcome)
+    planned = generate(module, tool, options + ['--dry-run'], data, outcome)
     for problem in tool_problems(planned):
         module.warn(problem)
     outcome['result'] = planned['result']
     document = planned.get('document', '')
+    if module.check_mode and os.geteuid() != 0:
+        module.warn(UNPRIVILEGED_CHECK % os.geteuid())
     if planned['result'] == 'unchanged':
         return document
-    path = outcome['path']
-    if module._diff and planned['result'] == 'repaired':
-        header = '%s (owner and mode)' % path
-        outcome['diff'] = dict(before_header=header, after_header=header,
-                               before=attributes_text(outcome['repaired'], 'was'),
-                               after=attributes_text(outcome['repaired'], 'now'))
-    elif module._diff:
-        outcome['diff'] = dict(before_header=path, after_header=path, before=read_text(module, path), after=document)
-    outcome['changed'] = True
     if module.check_mode:
+        outcome['changed'] = True
+        if module._diff:
+            outcome['diff'] = planned_diff(outcome, planned)
         return document
-    # The file may have changed since the dry run: the write's own result is what happened.
-    done = generate(module, tool, arguments, outcome)
-    outcome['result'] = done['result']
-    outcome['changed'] = done['result'] in CHANGED_RESULTS
+    diff = planned_diff(outcome, planned) if module._diff else None
+    saved = backup(module, outcome['policy_file']) if module.params['backup'] else None
+    if saved:
+        outcome['backup_file'] = saved
+    outcome['result'] = 'failed'
+    done = generate(module, tool, options, data, outcome)
+    outcome.update(result=done['result'], changed=done['result'] in CHANGED_RESULTS)
+    if outcome['changed'] and diff:
+        outcome['diff'] = planned_diff(outcome, done) if done['result'] == 'repaired' else diff
     return document
 
 
 def ensure_absent(module, tool, outcome):
     """Removes the file; returns None, the document of no file."""
-    if not os.path.isdir(module.params['install_dir']):
+    dummy, shown = run_json(module, tool, 'show', [], SHOW_RCS + (66,),
+                            error_kinds=SHOW_ERROR_KINDS + (NOT_INSTALLED_KIND,), failure=outcome)
+    if not_installed(shown):
         # No client installed here: there is no file and no policy to read back.
         module.exit_json(result='absent', **outcome)
-    dummy, shown = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=SHOW_ERROR_KINDS)
-    path = outcome['path'] = shown.get('policyFile')
-    if not path or not os.path.lexists(path):
+    path = outcome['policy_file'] = shown.get('policyFile')
+    descriptor, what = open_regular(path)
+    if descriptor is not None:
+        os.close(descriptor)
+    elif what is None:
         outcome['result'] = 'absent'
         return None
     if module._diff:
-        outcome['diff'] = dict(before_header=path, after_header=path, before=read_text(module, path), after='')
-    outcome.update(changed=True, result='removed')
+        outcome['diff'] = dict(before_header=path, after_header=path, before=existing_text(path), after='')
+    outcome['result'] = 'removed'
     if module.check_mode:
+        outcome['changed'] = True
         return None
     try:
         os.unlink(path)
     except OSError as error:
-        module.fail_json(msg='cannot remove %s: %s' % (path, to_native(error)), path=path)
+        module.fail_json(msg='cannot remove %s: %s' % (path, to_native(error)), **outcome)
+    outcome['changed'] = True
     return None
 
 
-def would_be_policy(module, tool, document, path):
+def would_be_policy(module, tool, document):
     """The policy the client would read after the run: of document, or of no file when it is None.
 
     The tool reads the document from standard input, or an empty directory of the
@@ -401,28 +551,32 @@ def would_be_policy(module, tool, document, path):
                                  install_dir=module.tmpdir)
     else:
         dummy, policy = run_json(module, tool, 'show', ['-'], SHOW_RCS, error_kinds=SHOW_ERROR_KINDS,
-                                 data=document)
-    policy['policyFile'] = path
+                                 data=document.encode('utf-8'))
     return policy
 
 
 def main():
-    module = AnsibleModule(argument_spec=ARGUMENT_SPEC, required_if=[('state', 'present', ('settings',))],
-                           supports_check_mode=True)
-    tool = tool_path(module)
+    module = AnsibleModule(argument_spec=ARGUMENT_SPEC, supports_check_mode=True)
     outcome = dict(changed=False)
+    tool = tool_path(module)
+    if tool is None:
+        module.fail_json(msg='the client is not installed on this host: %s' % missing_tool_message(module),
+                         result='not-installed', **outcome)
     if module.params['state'] == 'present':
         document = ensure_present(module, tool, outcome)
     else:
         document = ensure_absent(module, tool, outcome)
 
     if module.check_mode and outcome['changed']:
-        outcome['policy'] = would_be_policy(module, tool, document, outcome['path'])
+        policy = would_be_policy(module, tool, document)
+        policy['policyFile'] = outcome['policy_file']
+        outcome['policy'] = shown_policy(module, policy)
         module.exit_json(**outcome)
-    rc, outcome['policy'] = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=SHOW_ERROR_KINDS)
+    rc, policy = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=SHOW_ERROR_KINDS, failure=outcome)
+    outcome['policy'] = shown_policy(module, policy)
     if rc != 0 and outcome['changed']:
         module.fail_json(msg='the client cannot load %s after the change: %s'
-                         % (outcome['path'], outcome['policy'].get('error', {}).get('message')), **outcome)
+                         % (outcome['policy_file'], policy.get('error', {}).get('message')), **outcome)
     module.exit_json(**outcome)
 
 

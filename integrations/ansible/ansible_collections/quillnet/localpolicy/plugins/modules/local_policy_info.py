@@ -26,8 +26,9 @@ requirements:
 options:
   install_dir:
     description:
-      - The client's main installation directory, which holds the policy file. A missing directory fails
-        the task.
+      - The client's main installation directory, which holds the policy file. Where it does not exist, or
+        C(qnpolicy) is not installed, the client is not installed; I(result) is then C(not-installed), which is
+        not a failure.
     type: path
     default: /opt/quillnet/
   ignore:
@@ -37,6 +38,12 @@ options:
     type: list
     elements: str
     default: []
+  descriptions:
+    description:
+      - Return the one-sentence description of each setting in I(policy.descriptions).
+    type: bool
+    default: false
+    version_added: 3.0.0
   qnpolicy:
     description:
       - Path of the C(qnpolicy) tool on the managed host. By default it is searched for on C(PATH).
@@ -46,13 +53,13 @@ options:
       - The text of a baseline (YAML, see C(man 5 qnpolicy-baseline)) to judge the policy against. A
         malformed baseline fails the task with the tool's message, which names its line and column.
     type: str
-    version_added: 2.1.0
+    version_added: 3.1.0
   host:
     description:
       - The host name that decides which of the baseline's waivers apply (their C(hosts) patterns). By default
         the managed host's own name. Only with C(baseline_content).
     type: str
-    version_added: 2.1.0
+    version_added: 3.1.0
 extends_documentation_fragment:
   - ansible.builtin.action_common_attributes
 attributes:
@@ -76,12 +83,17 @@ EXAMPLES = r'''
   quillnet.localpolicy.local_policy_info:
   register: local_policy
 
+- name: The client is installed
+  ansible.builtin.assert:
+    that: local_policy.result != 'not-installed'
+    fail_msg: "{{ local_policy.error.message | default('') }}"
+
 - name: FIPS mode is on and the file has no error
   ansible.builtin.assert:
     that:
       - local_policy.policy.settings.FipsMode
       - local_policy.findings | selectattr('severity', 'equalto', 'error') | list | length == 0
-    fail_msg: "{{ local_policy.path }} does not hold the fleet's policy"
+    fail_msg: "{{ local_policy.policy_file }} does not hold the fleet's policy"
 
 - name: Judge the policy against the fleet's baseline
   quillnet.localpolicy.local_policy_info:
@@ -102,9 +114,9 @@ EXAMPLES = r'''
 '''
 
 RETURN = r'''
-path:
+policy_file:
   description: The policy file that was read.
-  returned: always
+  returned: unless I(result=not-installed)
   type: str
   sample: /opt/quillnet/QuillnetLocalPolicy.xml
 exists:
@@ -117,6 +129,8 @@ result:
     - What C(qnpolicy check) found, its C(result) - C(clean) nothing, C(findings) see I(findings),
       C(unreadable) the file cannot be read or parsed (see I(error)), C(no-such-file) there is no file and
       the client runs with its defaults.
+    - C(not-installed) when the client is not installed on the host (no I(install_dir), or no C(qnpolicy));
+      I(error) says which.
   returned: always
   type: str
   sample: clean
@@ -132,7 +146,8 @@ policy:
       the vocabulary, for example C(FipsMode); C(RestrictPreferenceCaching) is what is restricted (for example
       C(Credentials,Thumbprints), or C(none)) and C(cachingOptions) the entries as written. When the file
       cannot be loaded, C(loaded) is false and C(error) says why, with its C(kind), line and column.
-  returned: always
+      C(descriptions) only with I(descriptions=true).
+  returned: unless I(result=not-installed)
   type: dict
   sample:
     formatVersion: 1
@@ -151,9 +166,9 @@ policy:
       AuthorizedServerList: [gw1.example.com]
 findings:
   description:
-    - Every place where the client will not do what the file seems to say, from C(qnpolicy check --json),
-      each with C(kind), C(severity) (C(error) or C(warning)), C(line), C(column) and C(message). Empty when
-      the file is absent.
+    - Every place where the client will not do what the file seems to say, and every part of its path that
+      others could change, from C(qnpolicy check --json), each with C(kind), C(severity) (C(error) or
+      C(warning)), C(line), C(column) and C(message). Empty when the file is absent.
   returned: always
   type: list
   elements: dict
@@ -167,7 +182,7 @@ compliance:
       change the file) first, with C(state) (C(pass), C(fail) or C(waived)), C(severity), C(expected),
       C(actual), C(origin) (the line and column of the element that decided the value, null for the default)
       and, when waived, the C(waiver); C(expiringWaivers) the waivers of this host that end within 14 days.
-  returned: when C(baseline_content) is given
+  returned: when C(baseline_content) is given, unless I(result=not-installed)
   type: dict
   sample:
     result: not-compliant
@@ -185,7 +200,8 @@ error:
     - Why C(qnpolicy check) could not read or parse the file, with C(kind), C(message), C(line) and
       C(column), and C(consequence), what the client then holds (the defaults plus the settings
       read before the error, with FIPS mode off).
-  returned: when the file is present but cannot be read or parsed
+    - Where the client is not installed, C(kind) (C(no-such-directory), or C(no-qnpolicy)) and C(message).
+  returned: when the file is present but cannot be read or parsed, and when I(result=not-installed)
   type: dict
   sample:
     kind: unreadable
@@ -195,13 +211,18 @@ error:
     consequence: >-
       The client then holds the defaults plus the settings read before the error, with FIPS mode off:
       a policy it cannot read restricts nothing, or only part of what it says.
+tool_run:
+  description:
+    - The C(qnpolicy) run whose output failed the task, with C(cmd) (a list), C(rc), C(stdout) and C(stderr).
+  returned: on failure of a C(qnpolicy) run
+  type: dict
+  sample: {cmd: [/usr/bin/qnpolicy, check, --install-dir, /opt/quillnet/, --json], rc: 70, stdout: '', stderr: ''}
 '''
-
-import os
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.quillnet.localpolicy.plugins.module_utils.qnpolicy import (
-    COMMON_ARGUMENT_SPEC, run_json, tool_path)
+    COMMON_ARGUMENT_SPEC, NOT_INSTALLED_KIND, missing_tool_message, not_installed, run_json, shown_policy,
+    tool_path)
 
 ARGUMENT_SPEC = dict(
     COMMON_ARGUMENT_SPEC,
@@ -210,12 +231,12 @@ ARGUMENT_SPEC = dict(
     host=dict(type='str'),
 )
 
-# Exit codes of show whose JSON the module reports: loaded (or the defaults), and a file
-# that cannot be loaded.
-SHOW_RCS = (0, 2)
+# Exit codes of show whose JSON the module reports: loaded (or the defaults), a file that
+# cannot be loaded, and no install directory (an error object of its own kind).
+SHOW_RCS = (0, 2, 66)
 
 # Exit codes of check whose JSON the module reports: clean, findings, unreadable, and no
-# such file (a missing install directory prints an error instead, and fails the task).
+# such file.
 CHECK_RCS = (0, 1, 2, 66)
 
 # Exit codes of comply whose JSON the module reports: compliant, not compliant, and a file that
@@ -223,12 +244,13 @@ CHECK_RCS = (0, 1, 2, 66)
 COMPLY_RCS = (0, 1, 2)
 
 
-def judge(module, tool):
+def judge(module, tool, outcome):
     """The verdicts of `qnpolicy comply` for the install directory's file, the baseline on standard input."""
     arguments = ['--baseline', '-']
     if module.params['host']:
         arguments.extend(['--host', module.params['host']])
-    dummy, judged = run_json(module, tool, 'comply', arguments, COMPLY_RCS, data=module.params['baseline_content'])
+    dummy, judged = run_json(module, tool, 'comply', arguments, COMPLY_RCS,
+                             data=module.params['baseline_content'], failure=outcome)
     entry = (judged.get('files') or [{}])[0]
     compliance = dict(result=judged.get('result'), compliant=entry.get('compliant', False),
                       baseline=judged.get('baseline'), host=judged.get('host'), file=entry.get('file'),
@@ -241,29 +263,36 @@ def judge(module, tool):
     return compliance
 
 
+def report_not_installed(module, error):
+    """Ends the task: the client is not installed here, which an audit reports, not a failure."""
+    module.exit_json(changed=False, result='not-installed', exists=False, loaded=False, findings=[], error=error)
+
+
 def main():
     module = AnsibleModule(argument_spec=ARGUMENT_SPEC, supports_check_mode=True)
     tool = tool_path(module)
+    if tool is None:
+        report_not_installed(module, dict(kind='no-qnpolicy', message=missing_tool_message(module)))
 
-    rc, policy = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=('unreadable',))
-    path = policy.get('policyFile')
-    exists = policy.get('exists')
-    if exists is None:
-        # A file that fails to load is reported without "exists"; look for it directly.
-        exists = os.path.lexists(path)
-    outcome = dict(changed=False, path=path, exists=exists, loaded=rc == 0 and policy.get('loaded') is True,
-                   policy=policy, findings=[])
+    rc, policy = run_json(module, tool, 'show', [], SHOW_RCS, error_kinds=('unreadable', NOT_INSTALLED_KIND))
+    if not_installed(policy):
+        report_not_installed(module, policy['error'])
+    outcome = dict(changed=False, policy_file=policy.get('policyFile'), exists=policy.get('exists'),
+                   loaded=rc == 0 and policy.get('loaded') is True, policy=shown_policy(module, policy), findings=[])
     arguments = []
     for kind in module.params['ignore']:
         arguments.extend(['--ignore', kind])
-    rc, checked = run_json(module, tool, 'check', arguments, CHECK_RCS)
+    dummy, checked = run_json(module, tool, 'check', arguments, CHECK_RCS, failure=outcome)
     outcome['result'] = checked.get('result')
     for entry in checked.get('files', []):
         outcome['findings'].extend(entry.get('findings', []))
         if not entry.get('readable', True) and checked.get('result') != 'no-such-file':
             outcome['error'] = entry.get('error')
+    if outcome['exists'] is None:
+        # A file show cannot load is reported without "exists": check read it, or found none.
+        outcome['exists'] = checked.get('result') != 'no-such-file'
     if module.params['baseline_content'] is not None:
-        outcome['compliance'] = judge(module, tool)
+        outcome['compliance'] = judge(module, tool, outcome)
     module.exit_json(**outcome)
 
 

@@ -32,10 +32,10 @@ def judged(verdicts, compliant, result=None):
              FIPS_OFF], False), 'unreadable', 'unsafe'),
     (judged([], False, 'unreadable'), 'unreadable', 'unreadable'),
     (dict(unreachable=True, msg='Connection refused'), 'unreadable', 'unreachable'),
-    # Registered with failed_when false: "failed" is false, the error's kind says why.
-    (dict(failed=False, msg='not installed', error=dict(kind='no-client', message='not installed')),
-     'unreadable', 'no-client'),
-    (dict(failed=False, msg='no such directory', error=dict(kind='no-such-directory', message='')),
+    # Not installed: not a failure, the error's kind says why.
+    (dict(result='not-installed', error=dict(kind='no-qnpolicy', message='no qnpolicy on PATH')),
+     'unreadable', 'no-qnpolicy'),
+    (dict(result='not-installed', error=dict(kind='no-such-directory', message='no such directory')),
      'unreadable', 'no-such-directory'),
     (dict(failed=True, msg='<stdin>:3:13: bad', error=dict(kind='refused', message='')), 'unreadable', 'refused'),
     ({}, 'unreadable', 'failed'),

@@ -1,224 +1,119 @@
 # -*- coding: utf-8 -*-
 # GNU General Public License v3.0+ (see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)
 # SPDX-License-Identifier: GPL-3.0-or-later
+"""What local_policy does on its own, before and beside qnpolicy: turning settings into
+installer arguments, showing the file at the policy path in a diff without trusting it,
+and keeping a backup. What the tool decides is tested against the tool itself by the
+integration playbook."""
 
 from __future__ import absolute_import, division, print_function
 __metaclass__ = type
 
-import json
 import os
+import time
 
 import pytest
 
+from ansible_collections.quillnet.localpolicy.plugins.module_utils import qnpolicy
 from ansible_collections.quillnet.localpolicy.plugins.modules import local_policy
-from .conftest import LOOSE, UNSAFE_MESSAGE, error_output, render, tool_output
 
-SETTINGS = dict(fm=True, sct=True, upal=['gw1.example.com', 'gw2.example.com'])
-ARGUMENTS = ['fm=true', 'sct=true', 'upal=gw1.example.com,gw2.example.com']
-
-
-def present(run_module, settings=None, **kwargs):
-    args = dict(kwargs.pop('args', {}), settings=SETTINGS if settings is None else settings)
-    return run_module(local_policy.main, args, **kwargs)
+NOT_TEXT = 'a value must be a string, an integer, a boolean or a list of them, not '
+SPLIT = ': a list item contains "," or ";", so joining the list would split it'
 
 
-def absent(run_module, **kwargs):
-    return run_module(local_policy.main, dict(state='absent'), **kwargs)
-
-
-def writes(fake):
-    return [command for command in fake.ran('generate') if '--dry-run' not in command]
-
-
-def put(fake, text):
-    with open(fake.path, 'w') as handle:
-        handle.write(text)
-
-
-def test_first_run_writes_and_second_changes_nothing(run_module, fake):
-    first = present(run_module)
-    assert not first.failed and first.result['changed'] and first.result['result'] == 'written'
-    assert fake.on_disk() == render(ARGUMENTS)
-    assert first.result['path'] == fake.path and first.result['repaired'] == []
-    assert first.result['policy']['settings']['Arguments'] == ARGUMENTS
-
-    fake.commands = []
-    second = present(run_module)
-    assert not second.result['changed'] and second.result['result'] == 'unchanged'
-    assert writes(fake) == []
-
-
-@pytest.mark.parametrize('old', [None, render(['fm=false'])])
-def test_check_mode_reports_the_change_and_the_policy_it_would_leave(run_module, fake, old):
-    if old is not None:
-        put(fake, old)
-    checked = present(run_module, check_mode=True, diff=True)
-    assert checked.result['changed'] and checked.result['result'] == 'written'
-    assert checked.result['diff']['before'] == (old or '')
-    assert checked.result['diff']['after'] == render(ARGUMENTS)
-    assert fake.on_disk() == old and writes(fake) == []
-    # The document went to show on standard input; the policy names the file it would come from.
-    assert fake.inputs[fake.commands.index(fake.ran('show', '-')[0])] == render(ARGUMENTS)
-
-    done = present(run_module)
-    assert checked.result['policy'] == done.result['policy']
-    assert checked.result['policy']['settings']['Arguments'] == ARGUMENTS
-
-
-def test_check_mode_without_a_change_reports_the_policy_in_force(run_module, fake):
-    present(run_module)
-    fake.commands = []
-    checked = present(run_module, check_mode=True)
-    assert not checked.result['changed'] and checked.result['result'] == 'unchanged'
-    assert checked.result['policy'] == json.loads(fake.show(fake.install_dir, [], None)[1])
-    assert fake.ran('show', '-') == []
-
-
-@pytest.mark.parametrize('check_mode', [True, False])
-def test_empty_settings_declare_the_all_defaults_file(run_module, fake, check_mode):
-    outcome = present(run_module, settings={}, check_mode=check_mode)
-    assert not outcome.failed and outcome.result['changed']
-    assert all(command[5:] == ['--overwrite', '--all-defaults'] or command[5:] == ['--dry-run', '--overwrite',
-                                                                                   '--all-defaults']
-               for command in fake.ran('generate'))
-    assert outcome.result['policy']['result'] == 'loaded' and outcome.result['policy']['settings']['Arguments'] == []
-    assert fake.on_disk() == (None if check_mode else render([]))
-
-
-def test_settings_are_required_when_present(run_module, fake):
-    outcome = run_module(local_policy.main, dict())
-    assert outcome.failed and 'settings' in outcome.result['msg'] and fake.commands == []
-
-
-def test_settings_become_installer_arguments(run_module, fake):
-    present(run_module, settings=dict(bd=False, rpc=['Credentials', 'Thumbprints'], upal='gw1;gw2', n=5,
-                                      flags=[True, 0]))
-    assert fake.ran('--dry-run')[0][-5:] == ['bd=false', 'rpc=Credentials,Thumbprints', 'upal=gw1;gw2', 'n=5',
-                                             'flags=true,0']
-
-
-@pytest.mark.parametrize('settings, problem', [
-    (dict(fm=None), 'fm: a value must be a string, an integer, a boolean or a list of them, not nothing'),
-    (dict(fm=dict(a=1)), 'fm: a value must be a string, an integer, a boolean or a list of them, not dict'),
-    (dict(upal=['gw1', ['gw2']]), 'upal: a list may hold only strings, integers and booleans'),
-    (dict(upal=['gw1,gw2']), 'upal: a list item contains a comma'),
-    ({'--overwrite': 'x'}, "'--overwrite' is not an installer abbreviation"),
-    ({'fm=true': 'x'}, "'fm=true' is not an installer abbreviation"),
+@pytest.mark.parametrize('key, value, argument, problem', [
+    ('fm', True, 'fm=true', None),
+    ('bd', False, 'bd=false', None),
+    ('rpc', ['Credentials', 'Thumbprints'], 'rpc=Credentials,Thumbprints', None),
+    ('upal', 'gw1;gw2', 'upal=gw1;gw2', None),
+    ('n', 5, 'n=5', None),
+    ('flags', [True, 0], 'flags=true,0', None),
+    ('rtp', 'TLS', 'rtp=TLS', None),
+    ('fm', None, None, 'fm: ' + NOT_TEXT + 'nothing'),
+    ('fm', {'a': 1}, None, 'fm: ' + NOT_TEXT + 'dict'),
+    ('fm', 1.5, None, 'fm: ' + NOT_TEXT + 'float'),
+    ('upal', ['gw1', ['gw2']], None, 'upal: a list may hold only strings, integers and booleans'),
+    ('upal', ['gw1,gw2'], None, 'upal' + SPLIT),
+    ('upal', ['gw1;gw2'], None, 'upal' + SPLIT),
+    ('upal', 'gw1\nsct=false', None, 'upal: a line break cannot be part of a setting'),
+    ('rpc', ['Credentials\r'], None, 'rpc: a line break cannot be part of a setting'),
+    ('fm\nsct', 'true', None, 'fm\nsct: a line break cannot be part of a setting'),
+    ('--overwrite', 'x', None, "'--overwrite' is not an installer abbreviation"),
+    ('fm=true', 'x', None, "'fm=true' is not an installer abbreviation"),
+    ('', 'x', None, "'' is not an installer abbreviation"),
 ])
-def test_unusable_values_fail_before_the_tool_runs(run_module, fake, settings, problem):
-    outcome = present(run_module, settings=dict(settings, sct=True))
-    assert outcome.failed and problem in outcome.result['msg']
-    assert fake.commands == []
+def test_a_setting_becomes_one_installer_argument_or_a_problem(key, value, argument, problem):
+    assert local_policy.setting_argument(key, value) == (argument, problem)
 
 
-def test_refused_settings_fail_with_every_message_and_keep_the_file(run_module, fake):
-    present(run_module)
-    fake.refused = {'fmm=true': 'unknown abbreviation fmm', 'rtp=udp': 'value udp not allowed for rtp'}
-    fake.commands = []
-    outcome = present(run_module, settings=dict(fm=False, fmm=True, rtp='udp'))
-    assert outcome.failed
-    assert 'fmm=true: unknown abbreviation fmm' in outcome.result['msg']
-    assert 'rtp=udp: value udp not allowed for rtp' in outcome.result['msg']
-    assert len(outcome.result['skipped']) == 2
-    assert fake.on_disk() == render(ARGUMENTS) and writes(fake) == []
+def test_arguments_go_to_generate_one_a_line_and_none_is_the_all_defaults_file():
+    class Module(object):
+        params = dict(lenient=True, allow_unsafe_directory=False)
+
+    assert local_policy.generate_options(Module, ['fm=true', 'upal=a;b']) == (
+        ['--overwrite', '--lenient', '--args-from', '-'], b'fm=true\nupal=a;b\n')
+    assert local_policy.generate_options(Module, []) == (['--overwrite', '--lenient', '--all-defaults'], None)
 
 
-def test_lenient_writes_the_rest_and_warns(run_module, fake):
-    fake.refused = {'fmm=true': 'unknown abbreviation fmm'}
-    outcome = present(run_module, settings=dict(fm=True, fmm=True), args=dict(lenient=True))
-    assert outcome.result['changed'] and fake.on_disk() == render(['fm=true'])
-    assert outcome.warnings == ['fmm=true: unknown abbreviation fmm']
-    assert all('--lenient' in command for command in fake.ran('generate'))
+def make(path, kind):
+    """Puts a file of the given kind at path."""
+    contents = dict(text=b'<a>\xc3\xa9</a>\n', binary=b'<a>\0</a>', latin1=b'<a>\xe9</a>',
+                    large=b'x' * (qnpolicy.MAX_DIFF_BYTES + 1))
+    if kind in contents:
+        with open(path, 'wb') as handle:
+            handle.write(contents[kind])
+    elif kind == 'fifo':
+        os.mkfifo(path)
+    elif kind == 'directory':
+        os.mkdir(path)
+    elif kind == 'dangling link':
+        os.symlink(path + '.nowhere', path)
+    elif kind == 'link':
+        make(path + '.target', 'text')
+        os.symlink(path + '.target', path)
 
 
-@pytest.mark.parametrize('check_mode', [True, False])
-def test_a_repaired_file_is_a_change(run_module, fake, check_mode):
-    put(fake, render(ARGUMENTS))
-    fake.loose = LOOSE
-    outcome = present(run_module, check_mode=check_mode, diff=True)
-    assert not outcome.failed and outcome.result['changed'] and outcome.result['result'] == 'repaired'
-    assert outcome.result['repaired'] == LOOSE
-    assert outcome.result['diff']['before'] == 'owner: 65534\nmode: 0666\n'
-    assert outcome.result['diff']['after'] == 'owner: 0\nmode: 0644\n'
-    assert fake.on_disk() == render(ARGUMENTS)
-    assert len(writes(fake)) == (0 if check_mode else 1)
-    assert outcome.result['policy']['settings']['Arguments'] == ARGUMENTS
-
-    again = present(run_module)
-    assert again.result['changed'] == check_mode
-    assert again.result['result'] == ('repaired' if check_mode else 'unchanged')
-
-
-@pytest.mark.parametrize('check_mode', [True, False])
-def test_an_unsafe_directory_fails_with_the_tools_message(run_module, fake, check_mode):
-    fake.unsafe = True
-    outcome = present(run_module, check_mode=check_mode)
-    assert outcome.failed and not outcome.result.get('changed')
-    assert outcome.result['msg'] == 'qnpolicy generate: ' + UNSAFE_MESSAGE
-    assert outcome.result['error']['kind'] == 'unsafe-directory'
-    assert fake.on_disk() is None and writes(fake) == []
-
-
-def test_allow_unsafe_directory_writes_anyway(run_module, fake):
-    fake.unsafe = True
-    outcome = present(run_module, args=dict(allow_unsafe_directory=True))
-    assert not outcome.failed and outcome.result['result'] == 'written' and fake.on_disk() == render(ARGUMENTS)
-    assert all('--allow-unsafe-directory' in command for command in fake.ran('generate'))
-
-
-@pytest.mark.parametrize('subcommand, answer, message', [
-    ('generate', error_output('generate', 66, 'no-such-directory', 'install directory "/nowhere/": no such directory'),
-     'qnpolicy generate: install directory "/nowhere/": no such directory'),
-    ('generate', (70, '', 'qnpolicy: out of memory\n'), 'exit code 70: qnpolicy: out of memory'),
-    ('generate', (0, 'written', ''), 'printed no JSON object'),
-    ('generate', (0, json.dumps(dict(formatVersion=2, result='written')), ''), 'formatVersion 2'),
-    ('write', tool_output('generate', 74, path='/p', result='not-synced', dryRun=False, skipped=[], findings=[],
-                          repaired=[]), 'could not make the change'),
-    ('write', tool_output('generate', 74, path='/p', result='failed', dryRun=False, skipped=[], findings=[],
-                          repaired=[], error=dict(kind='io-error', message='cannot write /p: No space left')),
-     'qnpolicy generate: cannot write /p: No space left'),
-    ('write', tool_output('generate', 73, path='/p', result='failed', dryRun=False, skipped=[], findings=[],
-                          repaired=[], error=dict(kind='cannot-create', message='cannot create /p: Read-only')),
-     'qnpolicy generate: cannot create /p: Read-only'),
-    ('write', tool_output('generate', 65, path='/p', result='refused', dryRun=False, skipped=[], findings=[
-        dict(argument=None, kind='doctype', severity='error', line=1, column=1, message='a DTD')], repaired=[]),
-     'document: error a DTD'),
-    ('show', error_output('show', 2, 'unreadable', 'bad', loaded=False, policyFile='/p'),
-     'QuillnetLocalPolicy.xml after the change: bad'),
-    ('show', error_output('show', 74, 'io-error', 'cannot write standard output'),
-     'qnpolicy show: cannot write standard output'),
+@pytest.mark.parametrize('kind, shown', [
+    ('missing', ''),
+    ('text', u'<a>\xe9</a>\n'),
+    ('binary', '[not shown: binary, 8 bytes]\n'),
+    ('latin1', '[not shown: binary, 8 bytes]\n'),
+    ('large', '[not shown: 1048577 bytes, more than 1048576]\n'),
+    ('fifo', '[not shown: a FIFO]\n'),
+    ('directory', '[not shown: a directory]\n'),
+    ('dangling link', '[not shown: a symbolic link]\n'),
+    ('link', '[not shown: a symbolic link]\n'),
 ])
-def test_tool_failures_fail_the_task(run_module, fake, subcommand, answer, message):
-    fake.overrides[subcommand] = answer
-    outcome = present(run_module)
-    assert outcome.failed and message in outcome.result['msg']
+def test_the_diff_reads_only_a_regular_file(tmp_path, kind, shown):
+    path = str(tmp_path / 'QuillnetLocalPolicy.xml')
+    make(path, kind)
+    assert qnpolicy.existing_text(path) == shown
 
 
-def test_absent_removes_the_file_once(run_module, fake):
-    present(run_module)
-    checked = absent(run_module, check_mode=True, diff=True)
-    assert checked.result['changed'] and checked.result['diff']['before'] == render(ARGUMENTS)
-    assert fake.on_disk() == render(ARGUMENTS)
-
-    removed = absent(run_module)
-    assert removed.result['changed'] and removed.result['result'] == 'removed'
-    assert fake.on_disk() is None and removed.result['policy']['exists'] is False
-    # Check mode reported the policy the removal leaves: the defaults.
-    assert checked.result['policy'] == removed.result['policy']
-    assert checked.result['policy']['result'] == 'defaults'
-
-    again = absent(run_module)
-    assert not again.result['changed'] and again.result['result'] == 'absent'
+def test_a_backup_is_named_beside_the_file_with_its_date():
+    now = time.struct_time((2026, 11, 23, 10, 15, 2, 0, 327, 0))
+    assert local_policy.backup_name('/opt/quillnet/QuillnetLocalPolicy.xml', 4242, now) == \
+        '/opt/quillnet/QuillnetLocalPolicy.xml.4242.2026-11-23@10:15:02~'
 
 
-def test_absent_without_install_dir_changes_nothing(run_module, fake):
-    os.rmdir(fake.install_dir)
-    outcome = absent(run_module)
-    assert not outcome.failed and not outcome.result['changed'] and outcome.result['result'] == 'absent'
-    assert fake.commands == []
-
-
-def test_absent_removes_a_file_the_client_cannot_load(run_module, fake):
-    put(fake, 'broken')
-    outcome = absent(run_module)
-    assert outcome.result['changed'] and fake.on_disk() is None
+@pytest.mark.parametrize('kind, mode, copied', [
+    ('text', 0o666, 0o644),
+    ('text', 0o600, 0o600),
+    ('fifo', 0o666, None),
+    ('link', 0o644, None),
+])
+def test_a_backup_copies_only_a_regular_file_and_no_write_permission_of_others(tmp_path, kind, mode, copied):
+    path = str(tmp_path / 'QuillnetLocalPolicy.xml')
+    make(path, kind)
+    if kind != 'link':
+        os.chmod(path, mode)
+    before = sorted(os.listdir(str(tmp_path)))
+    name = local_policy.backup(None, path)
+    if copied is None:
+        assert name is None and sorted(os.listdir(str(tmp_path))) == before
+        return
+    assert os.path.dirname(name) == str(tmp_path) and os.path.basename(name).startswith('QuillnetLocalPolicy.xml.')
+    with open(name, 'rb') as handle:
+        assert handle.read() == b'<a>\xc3\xa9</a>\n'
+    assert os.stat(name).st_mode & 0o7777 == copied
+    assert os.stat(name).st_mtime_ns == os.stat(path).st_mtime_ns
