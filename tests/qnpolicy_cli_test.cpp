@@ -1075,18 +1075,31 @@ TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
     EXPECT_EQ(installed.out, "EnableCRLCheck: false (default) -> true (" + c + ":2:1)\n");
 }
 
-// comply: each file's verdicts with the actual value's origin, the gravest condition across
-// files, a malformed baseline refused where it is (standard input too), and a waiver of this
-// host that ends soon announced.
+// comply: each file's verdicts with the actual value's origin, file-safety failing where the
+// path audit finds others can change the policy, the gravest condition across files, a
+// malformed baseline refused where it is (standard input too), and a waiver of this host that
+// ends soon announced.
 TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
     qntest::TempDir dir;
     ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
-    const std::string good = dir.write(
-        "good.xml", "<QuillnetLocalPolicy>\n  <FipsMode>true</FipsMode>\n</QuillnetLocalPolicy>\n");
+    const std::string fipsOn =
+        "<QuillnetLocalPolicy>\n  <FipsMode>true</FipsMode>\n</QuillnetLocalPolicy>\n";
+    const std::string good = dir.write("good.xml", fipsOn);
     const std::string drifted =
         dir.write("drifted.xml",
                   "<QuillnetLocalPolicy>\n  <FipsMode>false</FipsMode>\n</QuillnetLocalPolicy>\n");
     const std::string broken = dir.write("broken.xml", "<QuillnetLocalPolicy>");
+    // The good policy below a directory everyone may write, without the sticky bit; through a
+    // link nobody (65534) owns; and through a link root owns, which the audit follows.
+    ASSERT_EQ(::mkdir((dir.path() + "open").c_str(), 0777), 0);
+    ASSERT_EQ(::chmod((dir.path() + "open").c_str(), 0777), 0);  // whatever the umask
+    ASSERT_EQ(::mkdir((dir.path() + "open/in").c_str(), 0755), 0);
+    const std::string exposed = dir.write("open/in/good.xml", fipsOn);
+    const std::string foreignLink = dir.path() + "foreign-link.xml";
+    const std::string rootLink = dir.path() + "root-link.xml";
+    ASSERT_EQ(::symlink("good.xml", foreignLink.c_str()), 0);
+    ASSERT_EQ(::lchown(foreignLink.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(::symlink("good.xml", rootLink.c_str()), 0);
     // A waiver of FipsMode on host lab-1 whose last day is three days from now.
     const std::time_t soon = std::time(nullptr) + 3 * 24 * 3600;
     std::tm day{};
@@ -1113,6 +1126,13 @@ TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
         {"comply --host lab-1 --baseline " + baseline + " " + drifted, 0,
          "  waived FipsMode [medium]: expected true, actual false from " + drifted +
              ":2:3; waived until " + expires + ": SEC-1\n"},
+        {"comply --baseline " + baseline + " " + exposed, 1,
+         "  fail file-safety [high]\n    unsafe-path: The directory \"" + dir.path() +
+             "open\" has mode 0777"},
+        {"comply --baseline " + baseline + " " + foreignLink, 1,
+         "  fail file-safety [high]\n    unsafe-path: The symbolic link \"" + foreignLink +
+             "\" is owned by user id 65534"},
+        {"comply --baseline " + baseline + " " + rootLink, 0, "  pass file-safety [high]\n"},
         {"comply --baseline " + baseline + " " + drifted + " " + broken, 2,
          "cannot load \"" + broken + "\" at line 1, column 22: no element found"},
         {"comply --baseline " + baseline + " " + broken + " " + dir.path() + "none", 66,
@@ -1135,6 +1155,10 @@ TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
     EXPECT_EQ(verdicts.at("files").at(0).at("verdicts").at(1), Json::parse(R"({"rule": "FipsMode",
         "state": "fail", "severity": "medium", "comparison": "equals", "expected": [true],
         "actual": false, "origin": {"line": 2, "column": 3}})"));
+    const Json unsafe = ToolRun("comply --json --baseline " + baseline + " " + exposed).json();
+    EXPECT_EQ(unsafe.at("result"), "not-compliant");
+    EXPECT_EQ(unsafe.at("files").at(0).at("verdicts").at(0).at("state"), "fail");
+    EXPECT_EQ(unsafe.at("files").at(0).at("verdicts").at(0).at("actual"), "unsafe");
     const Json refused = ToolRun("comply --json --baseline " + good + " " + good).json();
     EXPECT_EQ(refused.at("error").at("kind"), "refused");
     EXPECT_EQ(refused.at("error").at("line"), 1);
