@@ -74,26 +74,31 @@ lab=150 # drift a waiver covers: compliant
 
 name_of() { if [ "$1" -eq "$lab" ]; then printf 'lab-%04d' "$1"; else printf 'web-%04d' "$1"; fi; }
 
-# The fleet: every host's policy written by the tool itself, then the planted faults.
+# The fleet: the fleet's policy written once by the tool itself and copied to every host, the
+# drifted hosts' own policies written by the tool, then the planted faults.
 if [ "$hosts" -gt 0 ]; then
+    mkdir "$work/fleet-policy"
+    "$qnpolicy" generate --quiet --install-dir "$work/fleet-policy" "${fleet_policy[@]}"
     {
         echo "[fleet]"
         for i in $(seq 1 "$hosts"); do
             name=$(name_of "$i")
             dir="$work/hosts/$name"
             mkdir -p "$dir"
-            settings=("${fleet_policy[@]}")
+            settings=()
             if [ "$i" -eq "$lab" ]; then
-                settings+=(sct=false)
+                settings=(sct=false)
             elif [ -n "${drift[$i]+set}" ]; then
-                settings+=(${drift[$i]})
+                settings=(${drift[$i]})
             fi
-            if [ "${drift[$i]+set}" != set ] || [ -n "${drift[$i]}" ]; then
+            if [ ${#settings[@]} -gt 0 ]; then
                 # A later argument for the same setting replaces the fleet's.
                 declare -A last=()
-                for setting in "${settings[@]}"; do last[${setting%%=*}]=$setting; done
+                for setting in "${fleet_policy[@]}" "${settings[@]}"; do last[${setting%%=*}]=$setting; done
                 "$qnpolicy" generate --quiet --install-dir "$dir" "${last[@]}"
                 unset last
+            elif [ "${drift[$i]+set}" != set ]; then
+                cp "$work/fleet-policy/QuillnetLocalPolicy.xml" "$dir/"
             fi
             line="$name compliance_report_install_dir=$dir/"
             case "${unjudged[$i]:-}" in
@@ -146,17 +151,18 @@ if [ "$hosts" -gt 0 ]; then
                   hosts, forks, wall, 1000 * wall / hosts, calls, 1000 * inside / calls, 100 * inside / (wall * forks) }' "$work/qnpolicy.log"
 fi
 
-# render PAGE NAME: headless Chromium's DOM of the page into $work/NAME.dom, and its screenshot
-# kept in the artifacts, from a fresh profile that loads nothing of its own.
+# render PAGE NAME: headless Chromium's DOM of the page into $work/NAME.dom and its screenshot,
+# kept in the artifacts, from one launch (Chromium runs both commands on the page it loaded),
+# with a profile of its own that loads nothing for itself.
 render() {
     local page=$1 name=$2
+    rm -f "$artifacts/$name.png"
     local flags=(--headless --no-sandbox --disable-gpu --no-first-run --disable-background-networking
-        --disable-component-update --disable-sync --hide-scrollbars)
-    timeout 120 chromium "${flags[@]}" --user-data-dir="$work/profile-$name-dom" --dump-dom "file://$page" \
-        >"$work/$name.dom" 2>"$work/$name.dom.err" || fail "chromium --dump-dom $page: $(tail -n 3 "$work/$name.dom.err")"
-    timeout 120 chromium "${flags[@]}" --user-data-dir="$work/profile-$name-shot" --window-size=1400,1800 \
-        --screenshot="$artifacts/$name.png" "file://$page" >/dev/null 2>"$work/$name.shot.err" ||
-        fail "chromium --screenshot $page: $(tail -n 3 "$work/$name.shot.err")"
+        --disable-component-update --disable-sync --hide-scrollbars --user-data-dir="$work/chromium-profile")
+    timeout 120 chromium "${flags[@]}" --window-size=1400,1800 --dump-dom --screenshot="$artifacts/$name.png" \
+        "file://$page" >"$work/$name.dom" 2>"$work/$name.err" ||
+        fail "chromium --dump-dom --screenshot $page: $(tail -n 3 "$work/$name.err")"
+    [ -s "$work/$name.dom" ] || fail "no DOM of $page"
     [ -s "$artifacts/$name.png" ] || fail "no screenshot of $page"
     echo "screenshot: $artifacts/$name.png"
 }
