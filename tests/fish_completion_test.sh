@@ -25,7 +25,7 @@ offers() {
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check diff generate schema show vocabulary'
+expect 'qnpolicy ' 'check diff edit generate schema set show unset vocabulary'
 expect 'qnpolicy gen' 'generate'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'

@@ -61,12 +61,16 @@ const std::vector<CommandInfo>& Commands();
 std::string OutputSchema(const CommandInfo& command);
 
 extern const char kGenerateResultSchema[];
+extern const char kChangeResultSchema[];
 extern const char kShowResultSchema[];
 extern const char kCheckResultSchema[];
 extern const char kVocabularyResultSchema[];
 extern const char kDiffResultSchema[];
 
 std::unique_ptr<CCommand> CreateGenerateCommand();
+std::unique_ptr<CCommand> CreateSetCommand();
+std::unique_ptr<CCommand> CreateUnsetCommand();
+std::unique_ptr<CCommand> CreateEditCommand();
 std::unique_ptr<CCommand> CreateShowCommand();
 std::unique_ptr<CCommand> CreateCheckCommand();
 std::unique_ptr<CCommand> CreateDiffCommand();

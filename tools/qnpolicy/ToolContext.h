@@ -32,6 +32,9 @@ inline constexpr int kExitInternal = 70;
 inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
+// EX_TEMPFAIL: another writer held the lock, or changed the file while this run read it;
+// nothing was written, and running again is the remedy.
+inline constexpr int kExitTempFail = 75;
 
 // One exit status and what it means, as --help lists them.
 struct ExitCodeInfo {
@@ -54,6 +57,9 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
      "generate: the policy file cannot be created, kept or repaired safely: its path or the "
      "file on disk is unsafe, or something other than a regular file is there"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
+    {kExitTempFail,
+     "generate, set, unset, edit: another writer holds the lock, or changed the file meanwhile; "
+     "nothing was written (run again)"},
 };
 
 // The stable kinds of the "error" object --json prints when a run fails before it has a
@@ -69,6 +75,8 @@ inline constexpr char kUnsafeFile[] = "unsafe-file";
 inline constexpr char kNotRegularFile[] = "not-regular-file";
 inline constexpr char kCannotCreate[] = "cannot-create";
 inline constexpr char kIoError[] = "io-error";
+inline constexpr char kLocked[] = "locked";
+inline constexpr char kChanged[] = "changed-meanwhile";
 inline constexpr char kInternal[] = "internal";
 }  // namespace errorkind
 
