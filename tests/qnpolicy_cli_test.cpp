@@ -284,7 +284,7 @@ TEST(QnpolicyTool, DispatchesEachCommandLineWithAReason) {
     const std::string file = dir.write("plain", "x");
     const std::string d = " --install-dir " + dir.path();
     const std::vector<std::tuple<std::string, int, std::string>> cases = {
-        {"--help", 0, "\n  65  generate: arguments refused"},
+        {"--help", 0, "\n  65  generate, set, unset: arguments refused"},
         {"check --help", 0, "\n  74  I/O error"},
         {"", 64, "a subcommand is required"},
         {"bogus", 64, "unknown subcommand 'bogus'; the subcommands are generate, set,"},

@@ -43,7 +43,18 @@ struct ToolRun {
         }
         return result;
     }
-    Json json() const { return Json::parse(out); }
+    // The JSON printed, after checking it against the published schema of its subcommand.
+    Json json(const char* subcommand) const {
+        const qntest::TempDir dir;
+        const std::string check =
+            "/usr/bin/python3 -c 'import json, sys; from jsonschema import "
+            "validate; validate(json.load(open(sys.argv[1])), "
+            "json.load(open(sys.argv[2])))' " +
+            dir.write("out.json", out) + " " QN_JSON_SCHEMA_DIR "/qnpolicy-" + subcommand +
+            ".schema.json";
+        EXPECT_EQ(std::system(check.c_str()), 0) << out;
+        return Json::parse(out);
+    }
 
     int status;
     std::string out;
@@ -134,10 +145,10 @@ TEST(QnpolicyWriters, ReportTheEffectiveChangesAndStayIdempotent) {
                        "    <ExcludePemFileCertStore>TRUE</ExcludePemFileCertStore>\n"));
     const ToolRun refused("$Q unset rsc --json --install-dir $D", dir.path());
     EXPECT_EQ(refused.status, 65);
-    EXPECT_EQ(refused.json().at("dropped").at(0).at("line"), 5) << refused.out;
+    EXPECT_EQ(refused.json("unset").at("dropped").at(0).at("line"), 5) << refused.out;
     const ToolRun unset("$Q unset rsc --force --json --install-dir $D", dir.path());
     ASSERT_EQ(unset.status, 0) << unset.err;
-    const Json report = unset.json();
+    const Json report = unset.json("unset");
     EXPECT_EQ(report.at("result"), "written");
     std::string changed;
     for (const Json& change : report.at("changes")) {
@@ -147,12 +158,12 @@ TEST(QnpolicyWriters, ReportTheEffectiveChangesAndStayIdempotent) {
     EXPECT_EQ(report.at("dropped").size(), 1U);
     const ToolRun again("$Q unset rsc --json --install-dir $D", dir.path());
     EXPECT_EQ(again.status, 0) << again.err;
-    EXPECT_EQ(again.json().at("result"), "unchanged");
-    EXPECT_FALSE(again.json().contains("audit"));
+    EXPECT_EQ(again.json("unset").at("result"), "unchanged");
+    EXPECT_FALSE(again.json("unset").contains("audit"));
     const ToolRun created(
         "rm $D/" + std::string(kPolicyFile) + "; $Q set fm=true --json --install-dir $D",
         dir.path());
-    EXPECT_EQ(created.json().at("result"), "created") << created.out;
+    EXPECT_EQ(created.json("set").at("result"), "created") << created.out;
 }
 
 // Twenty runs at once, each setting a different one; a run that gives up on the lock (75) runs
@@ -193,7 +204,7 @@ TEST(QnpolicyWriters, AWriterGivesUpOnAHeldLock) {
     const ToolRun run("$Q set sct=true --json --install-dir $D", dir.path());
     ::close(fd);
     EXPECT_EQ(run.status, 75);
-    EXPECT_EQ(run.json().at("error").at("kind"), "locked");
+    EXPECT_EQ(run.json("set").at("error").at("kind"), "locked");
     EXPECT_NE(run.err.find("(pid 4242)"), std::string::npos) << run.err;
     EXPECT_FALSE(qntest::readFile(dir.path() + kPolicyFile).size() > 0);
     const ToolRun after(

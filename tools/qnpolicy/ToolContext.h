@@ -15,7 +15,7 @@ namespace qnpolicy::tool {
 // in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
 // scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff, diff: the policies differ.
+// check: findings reported; generate --diff, diff: the policies differ; edit: nothing saved.
 inline constexpr int kExitFindings = 1;
 // A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
@@ -45,17 +45,17 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
     {kExitSuccess, "success (check: no findings; generate --diff, diff: no difference)"},
     {kExitFindings,
      "check: findings were reported; generate --diff: the file differs; diff: "
-     "the client reads the two files differently"},
+     "the client reads the two files differently; edit: nothing was saved"},
     {kExitUnreadable, "a file that exists cannot be read or parsed"},
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "
      "missing or malformed argument"},
-    {kExitDataError, "generate: arguments refused (nothing written)"},
+    {kExitDataError, "generate, set, unset: arguments refused (nothing written)"},
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,
-     "generate: the policy file cannot be created, kept or repaired safely: its path or the "
-     "file on disk is unsafe, or something other than a regular file is there"},
+     "generate, set, unset, edit: the policy file cannot be created, kept or repaired safely: "
+     "its path or the file on disk is unsafe, or something other than a regular file is there"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
     {kExitTempFail,
      "generate, set, unset, edit: another writer holds the lock, or changed the file meanwhile; "

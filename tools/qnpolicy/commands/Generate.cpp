@@ -1005,10 +1005,13 @@ std::string resultText(GenerateResult eResult, const std::string& path, const Pl
                             : "Kept the existing policy file ") +
                    shown + " (use --overwrite to replace it).";
         case GenerateResult::REFUSED:
-            if (bEdits) {
+            if (bEdits && !plan.dropped.empty()) {
                 return "Refused: nothing written to " + shown +
                        " (fix the arguments above; --force drops what the file holds that a "
                        "rewrite cannot keep).";
+            }
+            if (bEdits) {
+                return "Refused: nothing written to " + shown + " (fix the arguments above).";
             }
             return "Refused: nothing written to " + shown +
                    " (fix the arguments above, or give --lenient to write the usable ones).";
@@ -1023,15 +1026,15 @@ std::string resultText(GenerateResult eResult, const std::string& path, const Pl
 
 // The diff from the file on disk to the document, or a line that says they differ when the
 // file is too large to show.
-std::string diffText(const Plan& plan, const std::string& path) {
+std::string diffText(const Plan& plan, const std::string& path, const std::string& newName) {
     const bool bExists = plan.existing.eKind == ExistingFile::REGULAR;
     if (plan.existing.bOversized) {
-        return "Files " + path + " and " + path + kDiffAfterSuffix + " differ: the file on disk " +
+        return "Files " + path + " and " + newName + " differ: the file on disk " +
                "is larger than " + std::to_string(plan.existing.content.size()) +
                " bytes and is not shown\n";
     }
     return UnifiedDiff(bExists ? plan.existing.content : std::string(), plan.document,
-                       bExists ? path : kAbsentFile, path + kDiffAfterSuffix);
+                       bExists ? path : kAbsentFile, newName);
 }
 
 int CGenerateCommand::Run(CToolContext& context) {
@@ -1051,21 +1054,27 @@ int CGenerateCommand::Run(CToolContext& context) {
     if (const Stop stop = unsafeTarget(plan, path, eResult); stop.exitStatus != kExitSuccess) {
         return context.Fail(stop.exitStatus, stop.kind, stop.message, stop.details);
     }
-    const std::string diff =
-        m_bDiff && eResult != GenerateResult::REFUSED ? diffText(plan, path) : std::string();
+    // What the document is called beside the file on disk: generate's is generated, the others'
+    // is the file's new content.
+    const std::string newName = path + (editsFile() ? " (new)" : kDiffAfterSuffix);
+    const std::string diff = m_bDiff && eResult != GenerateResult::REFUSED
+                                 ? diffText(plan, path, newName)
+                                 : std::string();
     // Beside the textual patch, what the client would read differently (the file on disk read
     // as the client reads it), which decides nothing: the exit status stays the patch's.
     std::optional<CDocumentChanges> changes;
-    if ((m_bDiff || (editsFile() && m_bDryRun)) && eResult != GenerateResult::REFUSED) {
-        changes.emplace(path, plan.document, path + kDiffAfterSuffix);
-        context.Note(changes->Summary());
+    if ((m_bDiff || m_bDryRun) && eResult != GenerateResult::REFUSED) {
+        changes.emplace(path, plan.document, newName);
+        if (m_bDiff || editsFile()) {
+            context.Note(changes->Summary());
+        }
     }
     int failureStatus = kExitIoError;
     const bool bWrites = eResult == GenerateResult::WRITTEN || eResult == GenerateResult::CREATED ||
                          eResult == GenerateResult::REPAIRED;
     if (!m_bDryRun && !m_bDiff && bWrites) {
         if (editsFile()) {
-            changes.emplace(path, plan.document, path + kDiffAfterSuffix);
+            changes.emplace(path, plan.document, newName);
         }
         if (const int status = storeChecked(context, plan, eResult, failureStatus);
             status != kExitSuccess) {
