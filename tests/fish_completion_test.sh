@@ -27,6 +27,7 @@ offers() {
 
 expect 'qnpolicy ' 'check diff edit generate schema set show unset vocabulary'
 expect 'qnpolicy gen' 'generate'
+expect 'qnpolicy unset up' 'upal upcu uphlp uploc upmv uppp upres upscr upsp upsu upvp'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log=s' '--log=stderr --log=syslog'
