@@ -25,8 +25,9 @@ offers() {
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check comply diff generate schema show vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
 expect 'qnpolicy gen' 'generate'
+expect 'qnpolicy unset up' 'upal upcu uphlp uploc upmv uppp upres upscr upsp upsu upvp'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log=s' '--log=stderr --log=syslog'

@@ -190,6 +190,11 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
         {{"usage error", "vocabulary"}, "--install-dir $D vocabulary"},
         {{"usage error", "schema"}, "schema --json"},
         {{"the policy file cannot be created", "generate"}, "generate fm=true --install-dir $U"},
+        // A POSIX record lock held by another process conflicts with the writers' lock.
+        {{"another writer holds the lock", "generate"},
+         "/usr/bin/python3 -c \"import fcntl, subprocess, sys; f = open(sys.argv[1], 'a'); "
+         "fcntl.lockf(f, fcntl.LOCK_EX); sys.exit(subprocess.call(sys.argv[2:]))\" "
+         "$D/.QuillnetLocalPolicy.lock $Q generate --overwrite fm=true --install-dir $D"},
         {{"I/O error", "generate"}, "generate --dry-run fm=true --install-dir $D >/dev/full"},
         {{"I/O error", "show"}, "show --install-dir $D >/dev/full"},
         {{"I/O error", "check"}, "check --ignore file-owner $F >/dev/full"},
@@ -291,10 +296,10 @@ TEST(QnpolicyTool, DispatchesEachCommandLineWithAReason) {
     const std::string file = dir.write("plain", "x");
     const std::string d = " --install-dir " + dir.path();
     const std::vector<std::tuple<std::string, int, std::string>> cases = {
-        {"--help", 0, "\n  65  generate: arguments refused"},
+        {"--help", 0, "\n  65  generate, set, unset: arguments refused"},
         {"check --help", 0, "\n  74  I/O error"},
         {"", 64, "a subcommand is required"},
-        {"bogus", 64, "unknown subcommand 'bogus'; the subcommands are generate, show,"},
+        {"bogus", 64, "unknown subcommand 'bogus'; the subcommands are generate, set,"},
         {"SHOW", 64, "unknown subcommand 'SHOW'; did you mean 'show'?"},
         {"--verison", 64, "unknown option '--verison'; did you mean '--version'?"},
         {"show --colour", 64, "--colour"},
@@ -481,9 +486,11 @@ TEST(QnpolicyTool, GenerateRewritesAnUnsafeFileAndRefusesWhatIsUnusableOrUnsafe)
         {"chmod 777 $I", "--overwrite --allow-unsafe-directory", "0 unchanged", "0:0 0644 1"},
         {"chmod 1777 $I", "", "73 unsafe-directory", ""},
         {"mv $I $I.real; ln -s $I.real $I; chown -h 65534 $I", "", "73 unsafe-directory", ""},
-        {"chown 65534 $I", "N --overwrite", "0 unchanged", "0:0 0644 1"},
-        {"chown 65534 $I; chmod 666 $P", "N --overwrite", "0 repaired mode", "65534:65534 0644 1"},
-        {"chown 65534 $I; rm $P", "N", "0 written", "65534:65534 0644 1"},
+        {"chown 65534 $I $L", "N --overwrite", "0 unchanged", "0:0 0644 1"},
+        {"chown 65534 $I $L; chmod 666 $P", "N --overwrite", "0 repaired mode",
+         "65534:65534 0644 1"},
+        {"chown 65534 $I $L; rm $P", "N", "0 written", "65534:65534 0644 1"},
+        {"chown 65534 $I", "N --overwrite", "73 cannot-create", "0:0 0644 1"},
     };
     for (const auto& [setup, options, expected, attributes] : cases) {
         SCOPED_TRACE(setup + " | " + options);
@@ -493,7 +500,8 @@ TEST(QnpolicyTool, GenerateRewritesAnUnsafeFileAndRefusesWhatIsUnusableOrUnsafe)
         const std::string path = install + "/" + kPolicyFile;
         ASSERT_EQ(::mkdir(install.c_str(), 0755), 0);
         ASSERT_EQ(ToolRun("generate fm=true --install-dir " + install).status, 0);
-        std::string script = "I=" + install + "; P=" + path + "; " + setup;
+        std::string script =
+            "I=" + install + "; P=" + path + "; L=$I/.QuillnetLocalPolicy.lock; " + setup;
         ASSERT_EQ(ToolRun(script, true).status, 0);
         const bool bNobody = options.rfind("N", 0) == 0;
         const ToolRun run(

@@ -14,18 +14,30 @@ if [ "${1:-}" = --inside ]; then
     shift
     tool=$1 readme=$2 work=$3
     # Unmounted explicitly as well: in a chroot the namespace may share its mounts (below).
-    trap 'umount /srv /opt 2>/dev/null' EXIT
+    trap 'umount -R /dev /srv /opt 2>/dev/null' EXIT
     mount -t tmpfs tmpfs /opt && mount -t tmpfs tmpfs /srv || exit 1
     mkdir -p /opt/quillnet /srv/policies "$work/bin" "$work/cwd"
     chmod 0755 /opt /srv /opt/quillnet /srv/policies "$work" "$work/cwd"
     ln -s "$tool" "$work/bin/qnpolicy"
+    # A /dev of the namespace's own, holding the machine's devices and the system logger's
+    # socket /dev/log, which the Python below binds and drains: the writers' audit records are
+    # delivered, as on a machine with a logger.
+    mkdir "$work/dev" && mount --rbind /dev "$work/dev" && mount -t tmpfs tmpfs /dev || exit 1
+    for node in null zero full random urandom tty; do
+        touch "/dev/$node" && mount --bind "$work/dev/$node" "/dev/$node" || exit 1
+    done
+    mkdir /dev/pts && mount --rbind "$work/dev/pts" /dev/pts || exit 1
+    mkdir /dev/shm && mount -t tmpfs tmpfs /dev/shm || exit 1
+    ln -s pts/ptmx /dev/ptmx && ln -s /proc/self/fd /dev/fd
     export PATH="$work/bin:$PATH" ANSIBLE_NOCOLOR=1
     exec /usr/bin/python3 - "$readme" "$work" <<'PYTHON'
 import os
 import re
 import shutil
+import socket
 import subprocess
 import sys
+import threading
 
 readme, work = sys.argv[1], sys.argv[2]
 cwd = os.path.join(work, 'cwd')
@@ -33,6 +45,9 @@ text = open(readme, encoding='utf-8').read()
 worked = text.index('### Worked examples')
 worked_end = text.index('\n### ', worked + 1)
 failures, commands = 0, 0
+logger = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+logger.bind('/dev/log')
+threading.Thread(target=lambda: [logger.recv(8192) for _ in iter(int, 1)], daemon=True).start()
 
 
 def run(command):

@@ -41,12 +41,13 @@ offers() {
     printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check comply diff generate schema show vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'
 expect 'qnpolicy generate --' '--all-defaults --allow-unsafe-directory --args-from --diff --dry-run --help --install-dir --json --lenient --log --overwrite --quiet --verbose'
 expect 'qnpolicy generate up' 'upal= upcu= uphlp= uploc= upmv= uppp= upres= upscr= upsp= upsu= upvp='
+expect 'qnpolicy unset up' 'upal upcu uphlp uploc upmv uppp upres upscr upsp upsu upvp'
 expect 'qnpolicy generate fm=true ecc=' 'false true'
 expect 'qnpolicy generate rtp=' 'false ipsec tls'
 expect 'qnpolicy generate rtp=i' 'ipsec'

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -236,5 +237,118 @@ TEST(SyslogSink, IsWhereQnpolicyLogSyslogSendsTheModulesRecords) {
     EXPECT_EQ(received.rfind(priority, 0), 0U) << received;
     EXPECT_NE(received.find(" qnpolicy["), std::string::npos) << received;
     EXPECT_NE(received.find("XmlParser::parseFile returned 0x"), std::string::npos) << received;
+}
+namespace {
+
+// Runs the tool with args and waits for it; its exit status (-1 when it did not exit).
+int runQnpolicy(const std::vector<std::string>& args) {
+    const pid_t tool = ::fork();
+    if (tool == 0) {
+        std::vector<char*> argv = {const_cast<char*>(QNPOLICY_BINARY)};
+        for (const std::string& arg : args) {
+            argv.push_back(const_cast<char*>(arg.c_str()));
+        }
+        argv.push_back(nullptr);
+        ::execv(QNPOLICY_BINARY, argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    ::waitpid(tool, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The SHA-256 of a file as coreutils computes it.
+std::string sha256Of(const std::string& path) {
+    const qntest::TempDir capture;
+    const std::string command = "sha256sum " + path + " >" + capture.path() + "sum";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    return qntest::readFile(capture.path() + "sum").substr(0, 64);
+}
+
+}  // namespace
+
+// Each write sends one authpriv.notice record with the caller, the file, every setting changed
+// with its old and new value, and the SHA-256 of the document before and after; a run that
+// changes nothing sends none.
+TEST(AuditTrail, OneRecordPerWriteWithOldAndNewValuesAndBothHashes) {
+    const qntest::TempDir dir;
+    const std::string policy = dir.path() + "QuillnetLocalPolicy.xml";
+    bool bSkipped = false;
+    const std::string received = syslogRecordsOf(
+        [&dir, &policy] {
+            const std::string install = "--install-dir=" + dir.path();
+            runQnpolicy({"generate", install, "sct=false"});
+            std::filesystem::copy_file(policy, dir.path() + "1");
+            runQnpolicy({"set", install, "sct=true", "upal=gw1;gw2"});
+            std::filesystem::copy_file(policy, dir.path() + "2");
+            runQnpolicy({"set", install, "sct=true"});  // no change: no record
+            ::setenv("SUDO_USER", "ali\nce", 1);
+            runQnpolicy({"unset", install, "sct"});
+        },
+        bSkipped);
+    if (bSkipped) {
+        GTEST_SKIP() << "no private mount namespace here: " << received;
+    }
+    const std::string first = sha256Of(dir.path() + "1");
+    const std::string second = sha256Of(dir.path() + "2");
+    const std::string prefix = "<" + std::to_string(LOG_AUTHPRIV | LOG_NOTICE) + ">";
+    const std::vector<std::string> expected = {
+        "generate wrote \"" + policy + "\" by uid=0 loginuid=",
+        "sha256 before=none after=" + first,
+        "0 settings changed",
+        "set wrote",
+        "sha256 before=" + first + " after=" + second,
+        "2 settings changed: StrictCertificateTrust: false (" + policy,
+        "AuthorizedServerList: 0 servers (default) -> 2 servers",
+        "unset wrote",
+        "SUDO_USER=\"ali\\nce\" (claimed)",
+        "sha256 before=" + second + " after=",
+        "1 setting changed: StrictCertificateTrust: true ("};
+    std::istringstream lines(received);
+    std::vector<std::string> records;
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_EQ(line.rfind(prefix, 0), 0U) << line;
+        EXPECT_NE(line.find(" qnpolicy["), std::string::npos) << line;
+        EXPECT_LT(line.size(), 8192U);
+        records.push_back(line);
+    }
+    ASSERT_EQ(records.size(), 3U) << received;
+    size_t record = 0;
+    for (const std::string& part : expected) {
+        record += part.find(" wrote") != std::string::npos && part.rfind("generate", 0) != 0;
+        EXPECT_NE(records[record].find(part), std::string::npos) << part << "\n" << records[record];
+    }
+}
+
+// Without a system logger the write still happens; the tool warns, and --json says so.
+TEST(AuditTrail, AWriteWithoutALoggerWarnsAndStillWrites) {
+    const qntest::TempDir dir;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::string failure;
+        if (!enterPrivateMountNamespace(failure)) {
+            ::_exit(2);
+        }
+        const std::string command = std::string(QNPOLICY_BINARY) + " set sct=true --json " +
+                                    "--install-dir " + dir.path() + " >" + dir.path() + "out 2>" +
+                                    dir.path() + "err";
+        ::_exit(WEXITSTATUS(std::system(command.c_str())));
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (WEXITSTATUS(status) == 2) {
+        GTEST_SKIP() << "no private mount namespace here";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_NE(qntest::readFile(dir.path() + "err")
+                  .find("the audit record of this write was not "
+                        "delivered (connect to /dev/log: "),
+              std::string::npos);
+    EXPECT_NE(qntest::readFile(dir.path() + "out").find("\"audit\": {\n    \"delivered\": false"),
+              std::string::npos)
+        << qntest::readFile(dir.path() + "out");
+    EXPECT_NE(qntest::readFile(dir.path() + "QuillnetLocalPolicy.xml")
+                  .find("<StrictCertificateTrust>true<"),
+              std::string::npos);
 }
 #endif

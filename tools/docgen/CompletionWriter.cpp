@@ -28,6 +28,8 @@ bool takesFileName(const std::string& argument) {
 constexpr char kInstallerArgumentType[] = "ABBREV=VALUE";
 // The positional type of a setting named by its element (show --origin).
 constexpr char kSettingType[] = "SETTING";
+// The positional type of unset's abbreviations.
+constexpr char kAbbreviationType[] = "ABBREV";
 
 // Text in single quotes for bash or zsh: taken literally, a quote included.
 std::string shellQuoted(const std::string& text) {
@@ -71,6 +73,15 @@ std::vector<const LocalPolicySettingInfo*> installerSettings() {
     return settings;
 }
 
+// The installer abbreviations, in vocabulary order.
+std::vector<std::string> abbreviationWords() {
+    std::vector<std::string> words;
+    for (const LocalPolicySettingInfo* setting : installerSettings()) {
+        words.push_back(setting->abbreviation);
+    }
+    return words;
+}
+
 // For each installer setting whose values the vocabulary restricts, in vocabulary order: its
 // abbreviation and the values generation writes for it, each quoted by quote and the values
 // joined by blanks; the case arms of the zsh and fish completions.
@@ -110,6 +121,7 @@ struct Operands {
     bool bInstallerArguments = false;
     bool bFiles = false;
     bool bSettings = false;
+    bool bAbbreviations = false;
 };
 Operands operandsOf(const ToolCommand& command) {
     Operands operands;
@@ -117,6 +129,7 @@ Operands operandsOf(const ToolCommand& command) {
         operands.bInstallerArguments |= positional.argument == kInstallerArgumentType;
         operands.bFiles |= positional.argument == kFileType;
         operands.bSettings |= positional.argument == kSettingType;
+        operands.bAbbreviations |= positional.argument == kAbbreviationType;
     }
     return operands;
 }
@@ -157,7 +170,8 @@ void writeOptionValues(const ToolCommand& command, std::ostream& out) {
 // both are taken both are offered.
 void writeOperands(const ToolCommand& command, std::ostream& out) {
     const Operands operands = operandsOf(command);
-    if (!operands.bInstallerArguments && !operands.bFiles && !operands.bSettings) {
+    if (!operands.bInstallerArguments && !operands.bFiles && !operands.bSettings &&
+        !operands.bAbbreviations) {
         return;
     }
     out << "        " << command.name << ")\n";
@@ -169,6 +183,10 @@ void writeOperands(const ToolCommand& command, std::ostream& out) {
     }
     if (operands.bSettings) {
         out << "            COMPREPLY+=($(compgen -W " << wordList(settingNames())
+            << " -- \"$cur\"))\n";
+    }
+    if (operands.bAbbreviations) {
+        out << "            COMPREPLY+=($(compgen -W " << wordList(abbreviationWords())
             << " -- \"$cur\"))\n";
     }
     out << "            ;;\n";
@@ -271,6 +289,8 @@ void writeZshOperandEntries(const ToolCommand& command, const std::string& inden
             action = "_qnpolicy_file_or_setting";
         } else if (positional.argument == kFileType) {
             action = "_files";
+        } else if (positional.argument == kAbbreviationType) {
+            action = "(" + joined(abbreviationWords()) + ")";
         }
         out << indent
             << shellQuoted(std::string(positional.bRepeated ? "*" : "") + ":" +
@@ -381,6 +401,10 @@ void writeFishOperands(const ToolCommand& command, std::ostream& out) {
     if (operands.bSettings) {
         out << "complete -c qnpolicy -n " << fishCondition(command) << " -a "
             << fishQuoted(joined(settingNames())) << " -d setting\n";
+    }
+    if (operands.bAbbreviations) {
+        out << "complete -c qnpolicy -n " << fishCondition(command) << " -a "
+            << fishQuoted(joined(abbreviationWords())) << " -d abbreviation\n";
     }
 }
 

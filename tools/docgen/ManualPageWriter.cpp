@@ -213,6 +213,16 @@ void writeExamples(const ToolHelp& help, std::ostream& out) {
             << "```\nqnpolicy generate " << fips->abbreviation << "=true " << update->abbreviation
             << "=false '" << servers->abbreviation << "=" << kExampleServers << "'\n```\n\n";
     }
+    if (hasSubcommand(help, "set")) {
+        out << "Turn " << bold(fips->element) << " on and let " << bold(update->element)
+            << " take its default again, keeping every other setting of the file:\n\n"
+            << "```\nqnpolicy set " << fips->abbreviation << "=true\nqnpolicy unset "
+            << update->abbreviation << "\n```\n\n";
+    }
+    if (hasSubcommand(help, "edit")) {
+        out << "Edit the file with the administrator's editor, checked before it is saved:\n\n"
+            << "```\nsudo EDITOR=nano qnpolicy edit\n```\n\n";
+    }
     if (hasSubcommand(help, "show")) {
         out << "Print the effective policy of another installation as JSON:\n\n"
             << "```\nqnpolicy show --install-dir /srv/client/ --json\n```\n\n"

@@ -155,6 +155,26 @@ const std::vector<CommandInfo>& Commands() {
          "unless --lenient is given. An existing file is kept unless --overwrite is given, and "
          "left untouched when it already holds the same document.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateGenerateCommand, kGenerateResultSchema},
+        {"set",
+         "Change the named settings of the policy file and keep every other one as the file "
+         "states it, in its order (a missing file is created from the defaults). The arguments "
+         "are checked as generate checks them; a finding about a named setting refuses the run "
+         "(exit 65), one about another setting is a warning. What a rewrite would drop "
+         "(comments, elements and texts the client ignores) refuses the run unless --force; a "
+         "file the client cannot parse is left alone (exit 2).",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateSetCommand, kChangeResultSchema},
+        {"unset",
+         "Remove the named settings from the policy file, so that their defaults hold, and keep "
+         "every other one as set does. The summary lists every setting the client reads "
+         "differently, those an override decided included.",
+         COMMAND_INSTALL_DIR | COMMAND_JSON, CreateUnsetCommand, kChangeResultSchema},
+        {"edit",
+         "Edit the policy file in $VISUAL, else $EDITOR, else editor, else vi, as visudo edits "
+         "its file: under the writers' lock, on a working copy in the install directory. "
+         "Nothing is written when the document is unchanged; findings are shown with the "
+         "choice to edit again, exit without saving, or save anyway (Q). Needs a terminal "
+         "(exit 64 without one).",
+         COMMAND_INSTALL_DIR, CreateEditCommand, nullptr},
         {"show",
          "Load the policy file (or FILE; - reads standard input) as the client does and print "
          "the effective policy: the file's path and presence, its version, every setting in "
@@ -271,12 +291,20 @@ constexpr char kErrorSchema[] = R"({
     "properties": {
         "kind": {"enum": ["usage", "no-such-file", "no-such-directory", "unreadable", "refused",
                           "unsafe-directory", "unsafe-file", "not-regular-file",
-                          "cannot-create", "io-error", "internal"]},
+                          "cannot-create", "io-error", "locked", "changed-meanwhile",
+                          "internal"]},
         "message": {"type": "string"},
         "line": {"type": "integer", "minimum": 0},
         "column": {"type": "integer", "minimum": 0},
         "consequence": {"type": "string"}
     },
+    "additionalProperties": false
+})";
+// A write's audit record (generate, set, unset, edit): whether the system logger took it.
+constexpr char kAuditSchema[] = R"({
+    "type": "object",
+    "required": ["delivered"],
+    "properties": {"delivered": {"type": "boolean"}, "failure": {"type": "string"}},
     "additionalProperties": false
 })";
 // Where an element starts in its file; null for a default, which no element gave.
@@ -381,6 +409,7 @@ std::string OutputSchema(const CommandInfo& command) {
     schema["$defs"]["originSettings"] = nlohmann::ordered_json::parse(kOriginSettingsSchema);
     schema["$defs"]["change"] = nlohmann::ordered_json::parse(kChangeSchema);
     schema["$defs"]["changeSide"] = nlohmann::ordered_json::parse(kChangeSideSchema);
+    schema["$defs"]["audit"] = nlohmann::ordered_json::parse(kAuditSchema);
     for (const auto& [name, definition] : definitions.items()) {
         schema["$defs"][name] = definition;
     }

@@ -61,6 +61,7 @@ const std::vector<CommandInfo>& Commands();
 std::string OutputSchema(const CommandInfo& command);
 
 extern const char kGenerateResultSchema[];
+extern const char kChangeResultSchema[];
 extern const char kShowResultSchema[];
 extern const char kCheckResultSchema[];
 extern const char kVocabularyResultSchema[];
@@ -68,6 +69,9 @@ extern const char kDiffResultSchema[];
 extern const char kComplyResultSchema[];
 
 std::unique_ptr<CCommand> CreateGenerateCommand();
+std::unique_ptr<CCommand> CreateSetCommand();
+std::unique_ptr<CCommand> CreateUnsetCommand();
+std::unique_ptr<CCommand> CreateEditCommand();
 std::unique_ptr<CCommand> CreateShowCommand();
 std::unique_ptr<CCommand> CreateCheckCommand();
 std::unique_ptr<CCommand> CreateDiffCommand();

@@ -15,7 +15,8 @@ namespace qnpolicy::tool {
 // in --help, the manual page and the README. Above 2 they are those of sysexits.h, so that
 // scripts can tell a usage error from refused data, a missing input or an I/O error.
 inline constexpr int kExitSuccess = 0;
-// check: findings reported; generate --diff, diff: the policies differ; comply: not compliant.
+// check: findings reported; generate --diff, diff: the policies differ; comply: not compliant;
+// edit: nothing saved.
 inline constexpr int kExitFindings = 1;
 // A file that exists but cannot be read or parsed.
 inline constexpr int kExitUnreadable = 2;
@@ -33,6 +34,9 @@ inline constexpr int kExitInternal = 70;
 inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
+// EX_TEMPFAIL: another writer held the lock, or changed the file while this run read it;
+// nothing was written, and running again is the remedy.
+inline constexpr int kExitTempFail = 75;
 
 // One exit status and what it means, as --help lists them.
 struct ExitCodeInfo {
@@ -44,18 +48,21 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
      "success (check: no findings; generate --diff, diff: no difference; comply: compliant)"},
     {kExitFindings,
      "check: findings were reported; generate --diff: the file differs; diff: "
-     "the client reads the two files differently; comply: not compliant"},
+     "the client reads the two files differently; comply: not compliant; edit: nothing was saved"},
     {kExitUnreadable, "a file that exists cannot be read or parsed"},
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "
      "missing or malformed argument"},
-    {kExitDataError, "generate: arguments refused (nothing written); comply: a malformed baseline"},
+    {kExitDataError, "generate, set, unset: arguments refused (nothing written); comply: a malformed baseline"},
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,
-     "generate: the policy file cannot be created, kept or repaired safely: its path or the "
-     "file on disk is unsafe, or something other than a regular file is there"},
+     "generate, set, unset, edit: the policy file cannot be created, kept or repaired safely: "
+     "its path or the file on disk is unsafe, or something other than a regular file is there"},
     {kExitIoError, "I/O error: writing the policy file or standard output failed"},
+    {kExitTempFail,
+     "generate, set, unset, edit: another writer holds the lock, or changed the file meanwhile; "
+     "nothing was written (run again)"},
 };
 
 // The stable kinds of the "error" object --json prints when a run fails before it has a
@@ -71,6 +78,8 @@ inline constexpr char kUnsafeFile[] = "unsafe-file";
 inline constexpr char kNotRegularFile[] = "not-regular-file";
 inline constexpr char kCannotCreate[] = "cannot-create";
 inline constexpr char kIoError[] = "io-error";
+inline constexpr char kLocked[] = "locked";
+inline constexpr char kChanged[] = "changed-meanwhile";
 inline constexpr char kInternal[] = "internal";
 }  // namespace errorkind
 

@@ -14,6 +14,12 @@
 // mode 0644, no ACL, one link. A file that holds the document but is not safe is repaired by
 // writing it anew, so that no descriptor opened on it before can change the policy; without
 // --overwrite it is refused, as is anything but a regular file at the path.
+//
+// set and unset are the same run over a document made from the file itself: its stated
+// settings in its own order, the named ones changed (commands/PolicyEdits.h). Every writer holds
+// the writers' lock while it reads, decides and stores, checks before it stores that the file is
+// still the one it read (safety/WriterLock.h), and sends one audit record for each write
+// (output/AuditTrail.h).
 
 #include <sys/stat.h>
 
@@ -26,11 +32,16 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
+#include "XmlParser.h"
+#include "commands/EditSession.h"
 #include "commands/GenerateInputs.h"
+#include "commands/PolicyEdits.h"
 #include "lint/PolicyLinter.h"
+#include "output/AuditTrail.h"
 #include "output/Output.h"
 #include "output/PolicyViews.h"
 #include "output/UnifiedDiff.h"
+#include "safety/WriterLock.h"
 #include "sysutils.h"
 
 namespace qnpolicy::tool {
@@ -71,6 +82,62 @@ const char kGenerateResultSchema[] = R"({
                 "now": {"type": "string"}
             },
             "additionalProperties": false}},
+        "audit": {"$ref": "#/$defs/audit"},
+        "error": {"$ref": "#/$defs/error"}
+    },
+    "additionalProperties": false
+})";
+
+// set and unset: what generate prints, with the items of the file the run drops (or refuses
+// to drop) and the findings about other settings, which do not refuse the run.
+const char kChangeResultSchema[] = R"({
+    "type": "object",
+    "required": ["formatVersion", "path", "result", "dryRun", "skipped", "findings", "dropped",
+                 "repaired"],
+    "properties": {
+        "formatVersion": {"const": 1},
+        "path": {"type": "string"},
+        "result": {"enum": ["written", "created", "unchanged", "repaired", "refused", "failed",
+                            "not-synced"]},
+        "dryRun": {"type": "boolean"},
+        "document": {"type": "string"},
+        "diff": {"type": "string"},
+        "changes": {"type": "array", "items": {"$ref": "#/$defs/change"}},
+        "skipped": {"type": "array", "items": {
+            "type": "object",
+            "required": ["argument", "kind", "message"],
+            "properties": {
+                "argument": {"type": "string"},
+                "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
+                                  "value-not-allowed", "server-name", "duplicate-argument"]},
+                "message": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "findings": {"type": "array", "items": {
+            "$ref": "#/$defs/finding",
+            "required": ["argument", "refuses"],
+            "properties": {"argument": {"type": ["string", "null"]},
+                           "refuses": {"type": "boolean"}},
+            "unevaluatedProperties": false}},
+        "dropped": {"type": "array", "items": {
+            "type": "object",
+            "required": ["line", "column", "what"],
+            "properties": {
+                "line": {"type": "integer", "minimum": 1},
+                "column": {"type": "integer", "minimum": 1},
+                "what": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "repaired": {"type": "array", "items": {
+            "type": "object",
+            "required": ["attribute", "was", "now"],
+            "properties": {
+                "attribute": {"enum": ["owner", "group", "mode", "acl", "links"]},
+                "was": {"type": "string"},
+                "now": {"type": "string"}
+            },
+            "additionalProperties": false}},
+        "audit": {"$ref": "#/$defs/audit"},
         "error": {"$ref": "#/$defs/error"}
     },
     "additionalProperties": false
@@ -86,6 +153,7 @@ constexpr size_t kMaxDiffBytes = size_t{1} << 20;
 // What a run does, or with --dry-run and --diff would do.
 enum class GenerateResult {
     WRITTEN,    // the file was (would be) written
+    CREATED,    // set, unset: there was no file; it was (would be) made from the defaults
     UNCHANGED,  // the file already holds the document, safely; left untouched
     REPAIRED,   // it held the document, but unsafely: written anew
     KEPT,       // a safe file exists and --overwrite was not given
@@ -104,6 +172,7 @@ struct ResultRow {
 
 const ResultRow kResults[] = {
     {"written", GenerateResult::WRITTEN, kExitSuccess},
+    {"created", GenerateResult::CREATED, kExitSuccess},
     {"unchanged", GenerateResult::UNCHANGED, kExitSuccess},
     {"repaired", GenerateResult::REPAIRED, kExitSuccess},
     {"kept", GenerateResult::KEPT, kExitSuccess},
@@ -129,9 +198,20 @@ struct SkippedArgument {
 };
 
 // A finding of the would-be document, with the argument it came from (empty when none).
+// set and unset: a finding about a setting the run does not change is a warning that does not
+// refuse it.
 struct ArgumentFinding {
     std::string argument;
     LintFinding finding;
+    bool bRefuses = true;
+};
+
+// Which writer a run is.
+enum class WriterMode {
+    GENERATE,  // the document from the arguments alone
+    SET,       // the file's own settings, the named ones given the values
+    UNSET,     // the file's own settings, the named ones removed
+    EDIT,      // what the administrator's editor leaves
 };
 
 // Everything generate learns before it writes.
@@ -139,13 +219,20 @@ struct Plan {
     std::string document;
     std::vector<SkippedArgument> skipped;
     std::vector<ArgumentFinding> findings;
+    std::vector<DroppedItem> dropped;  // set, unset: what the file holds that the run drops
+    std::vector<const LocalPolicySettingInfo*> named;  // set, unset: the settings named
     PathAudit audit;             // the policy path, and the directory to store through
+    CWriterLock lock;            // held from before the file is read until after the store
+    FileFingerprint read;        // the file as this run read it
     ExistingFile existing;       // what is at the path, links followed
     bool bDanglingLink = false;  // the path holds a link to nothing
     std::string failure;         // why a write failed
     // A kept file that another writer made after this run looked: before the store began
     // (the store kept it) or while the new file was written (its name was taken meanwhile).
     const char* appeared = nullptr;
+    bool bEditUnchanged = false;  // edit: the editor left the document as it was
+    bool bAudited = false;        // a write was made, and its audit record sent
+    AuditDelivery delivery;       // how that went
 };
 
 // Why the library does not use an argument: a message naming the argument, quoting its value,
@@ -213,6 +300,46 @@ std::string argumentOf(const LintFinding& finding, const ArgumentCheck& check) {
     return std::string();
 }
 
+// The name a writer's messages use for itself.
+const char* modeName(WriterMode eMode) {
+    switch (eMode) {
+        case WriterMode::SET:
+            return "set";
+        case WriterMode::UNSET:
+            return "unset";
+        case WriterMode::EDIT:
+            return "edit";
+        case WriterMode::GENERATE:
+            break;
+    }
+    return "generate";
+}
+
+// The file's stated settings rendered again unchanged must be the policy the client reads from
+// the file itself: otherwise a rewrite would change a setting nobody named (0), and the run
+// stops before anything is decided (70).
+int checkRewriteKeepsPolicy(CToolContext& context, const std::string& content,
+                            const StatedPolicy& stated) {
+    std::string rewrite;
+    const std::string path = context.InstallPolicyPath();
+    if (RenderPolicyDocumentInOrder(stated.settings, context.InstallDir(), rewrite) != 0) {
+        return context.Fail(kExitDataError, errorkind::kRefused,
+                            Quoted(path) +
+                                " states a value that cannot be written again "
+                                "(bytes that are not UTF-8, or a control character)");
+    }
+    const EffectivePolicy before = ReadEffectivePolicyBytes(content, path, false);
+    const EffectivePolicy after = ReadEffectivePolicyBytes(rewrite, path, false);
+    const std::vector<SettingChange> changes = ComparePolicies(before, after);
+    if (changes.empty()) {
+        return kExitSuccess;
+    }
+    return context.Fail(kExitInternal, errorkind::kInternal,
+                        "rewriting " + Quoted(path) + " would change " +
+                            changes.front().pOld->pRow->element +
+                            ", which no argument names: nothing was changed");
+}
+
 // A run that cannot go on, with its exit status, JSON error kind, message and details.
 struct Stop {
     int exitStatus = kExitSuccess;
@@ -223,30 +350,44 @@ struct Stop {
 
 class CGenerateCommand : public CCommand {
   public:
+    explicit CGenerateCommand(WriterMode eMode) : m_eMode(eMode) {}
+
     void AddOptions(CLI::App& command) override;
 
     // Without arguments the run is a usage error before anything is looked at.
     bool UsesInstallDir() const override {
-        return (m_policyArgs.empty() && m_argsFrom.empty()) == m_bAllDefaults;
+        return m_eMode == WriterMode::EDIT ||
+               (m_policyArgs.empty() && m_argsFrom.empty()) == m_bAllDefaults;
     }
 
     int Run(CToolContext& context) override;
 
   private:
+    bool editsFile() const { return m_eMode != WriterMode::GENERATE; }
     int readArguments(CToolContext& context);
     int plan(CToolContext& context, Plan& rPlan) const;
+    void checkArguments(Plan& rPlan, ArgumentCheck& rCheck) const;
+    int examine(CToolContext& context, Plan& rPlan) const;
+    int composeEdits(CToolContext& context, Plan& rPlan, const ArgumentCheck& check) const;
+    int editInteractively(CToolContext& context, Plan& rPlan) const;
+    int lintDocument(CToolContext& context, Plan& rPlan, const ArgumentCheck& check) const;
+    bool mayStore(const Plan& plan) const;
     Stop unsafeTarget(const Plan& plan, const std::string& path, GenerateResult eResult) const;
     GenerateResult decide(const Plan& plan) const;
+    int storeChecked(CToolContext& context, Plan& rPlan, GenerateResult& rResult,
+                     int& rFailureStatus) const;
     GenerateResult store(Plan& rPlan, GenerateResult eDecided, int& rFailureStatus) const;
     void printProblems(const Plan& plan, CToolContext& context) const;
     void writeJson(std::ostream& out, const std::string& path, GenerateResult eResult,
                    const Plan& plan, const std::string& diff, const CDocumentChanges* pChanges,
                    int failureStatus) const;
 
+    WriterMode m_eMode;
     std::vector<std::string> m_policyArgs;
     std::string m_argsFrom;
     bool m_bOverwrite = false;
     bool m_bLenient = false;
+    bool m_bForce = false;
     bool m_bDryRun = false;
     bool m_bDiff = false;
     bool m_bAllDefaults = false;
@@ -254,10 +395,22 @@ class CGenerateCommand : public CCommand {
 };
 
 void CGenerateCommand::AddOptions(CLI::App& command) {
-    command.add_flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
-    command.add_flag("--lenient", m_bLenient,
-                     "Skip unusable arguments with a warning and write the rest in the "
-                     "installer's spelling, as installers expect, instead of refusing the run");
+    if (m_eMode == WriterMode::EDIT) {
+        command.add_flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
+                         "Write even where check reports the path unsafe (a directory or link on "
+                         "the way that others own or can write)");
+        return;
+    }
+    if (!editsFile()) {
+        command.add_flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
+        command.add_flag("--lenient", m_bLenient,
+                         "Skip unusable arguments with a warning and write the rest in the "
+                         "installer's spelling, as installers expect, instead of refusing the run");
+    } else {
+        command.add_flag("--force", m_bForce,
+                         "Drop what the file holds that a rewrite cannot keep (comments, elements "
+                         "and texts the client ignores) instead of refusing the run");
+    }
     CLI::Option* dryRun = command.add_flag(
         "--dry-run", m_bDryRun, "Write nothing; print the document that would be written");
     command
@@ -265,28 +418,45 @@ void CGenerateCommand::AddOptions(CLI::App& command) {
                   "Write nothing; print a unified diff from the file on disk to the document "
                   "that would be written (exit 1 when they differ)")
         ->excludes(dryRun);
-    CLI::Option* allDefaults =
-        command.add_flag("--all-defaults", m_bAllDefaults,
-                         "Write a document that sets nothing, so that the client applies every "
-                         "default; takes no ABBREV=VALUE");
+    CLI::Option* allDefaults = nullptr;
+    if (!editsFile()) {
+        allDefaults = command.add_flag(
+            "--all-defaults", m_bAllDefaults,
+            "Write a document that sets nothing, so that the client applies every default; takes "
+            "no ABBREV=VALUE");
+    }
     command.add_flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
                      "Write even where check reports the path unsafe (a directory or link on the "
                      "way that others own or can write)");
-    command
-        .add_option("--args-from", m_argsFrom,
-                    "Read more installer arguments from FILE, - for standard input: one per "
-                    "line, nothing trimmed, empty lines skipped (for lists too long for a "
-                    "command line)")
-        ->type_name("FILE")
-        ->excludes(allDefaults);
+    CLI::Option* argsFrom =
+        command
+            .add_option("--args-from", m_argsFrom,
+                        "Read more arguments from FILE, - for standard input: one per line, "
+                        "nothing trimmed, empty lines skipped (for lists too long for a command "
+                        "line)")
+            ->type_name("FILE");
+    if (allDefaults != nullptr) {
+        argsFrom->excludes(allDefaults);
+    }
+    const bool bUnset = m_eMode == WriterMode::UNSET;
     command
         .add_option("ARG", m_policyArgs,
-                    "Installer arguments, checked, then written (see `qnpolicy vocabulary`)")
-        ->type_name("ABBREV=VALUE");
+                    bUnset ? "Abbreviations of the settings to remove, so that their defaults "
+                             "hold (see `qnpolicy vocabulary`)"
+                           : "Installer arguments, checked, then written (see `qnpolicy "
+                             "vocabulary`)")
+        ->type_name(bUnset ? "ABBREV" : "ABBREV=VALUE");
 }
 
 // Appends the arguments of --args-from; 0, or the exit status of a failure (reported).
 int CGenerateCommand::readArguments(CToolContext& context) {
+    if (m_eMode == WriterMode::EDIT) {
+        return ::isatty(STDIN_FILENO) == 1
+                   ? kExitSuccess
+                   : context.Fail(kExitUsage, errorkind::kUsage,
+                                  "edit needs a terminal on standard input (use set or unset "
+                                  "in scripts)");
+    }
     if (!m_argsFrom.empty()) {
         const ArgumentFileFailure failure = ReadArgumentFile(m_argsFrom, m_policyArgs);
         if (failure.exitStatus != kExitSuccess) {
@@ -296,16 +466,40 @@ int CGenerateCommand::readArguments(CToolContext& context) {
     if (m_policyArgs.empty() == m_bAllDefaults) {
         return kExitSuccess;
     }
+    if (editsFile()) {
+        return context.Fail(kExitUsage, errorkind::kUsage,
+                            std::string("no arguments: give at least one ") +
+                                (m_eMode == WriterMode::UNSET ? "ABBREV" : "ABBREV=VALUE") +
+                                " (see `qnpolicy vocabulary`)");
+    }
     return context.Fail(kExitUsage, errorkind::kUsage,
                         m_bAllDefaults ? "--all-defaults takes no ABBREV=VALUE"
                                        : "no arguments: give at least one ABBREV=VALUE (see "
                                          "`qnpolicy vocabulary`), or --all-defaults");
 }
 
-// Checks the arguments, renders the document once and lints those bytes; then audits the path
-// and looks at what is there. 0, or the exit status of a failure (reported).
-int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
-    const std::string path = context.InstallPolicyPath();
+// Checks the arguments as generation does (unset: each an abbreviation), noting refusals.
+void CGenerateCommand::checkArguments(Plan& rPlan, ArgumentCheck& rCheck) const {
+    if (m_eMode == WriterMode::UNSET) {
+        for (const std::string& argument : m_policyArgs) {
+            const LocalPolicySettingInfo* pRow = FindInstallerSetting(argument);
+            if (pRow != nullptr) {
+                rPlan.named.push_back(pRow);
+                continue;
+            }
+            RefusedArgument refused;
+            refused.argument.text = argument;
+            refused.argument.abbreviation = argument;
+            refused.eReason = ArgumentRefusal::UNKNOWN_ABBREVIATION;
+            SkippedArgument skipped = describe(refused, m_policyArgs);
+            if (argument.find('=') != std::string::npos) {
+                skipped = {argument, "invalid-argument",
+                           "unset takes abbreviations alone, without \"=\" and a value"};
+            }
+            rPlan.skipped.push_back(skipped);
+        }
+        return;
+    }
     std::vector<const char*> argv;
     argv.reserve(m_policyArgs.size());
     for (const std::string& argument : m_policyArgs) {
@@ -320,49 +514,232 @@ int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
     options.bStrict = true;
     options.bAppliedSpelling = !m_bLenient;
     options.bPlainServerNames = !m_bLenient;
-    const ArgumentCheck check = CheckInstallerArguments(argv.data(), argv.size(), options);
-    for (const RefusedArgument& refused : check.refused) {
+    rCheck = CheckInstallerArguments(argv.data(), argv.size(), options);
+    for (const RefusedArgument& refused : rCheck.refused) {
         rPlan.skipped.push_back(describe(refused, m_policyArgs));
     }
-    if (RenderPolicyDocument(check.settings, context.InstallDir(), rPlan.document) != 0) {
-        return context.Fail(kExitDataError, errorkind::kRefused,
-                            "the document cannot be written from these arguments: a value holds "
-                            "text XML cannot carry (bytes that are not UTF-8, or a control "
-                            "character other than tab, line feed and carriage return)");
+    for (const InstallerArgument& argument : rCheck.accepted) {
+        rPlan.named.push_back(argument.pSetting);
     }
-    const LintResult lint = LintPolicyBytes(rPlan.document, path);
+}
+
+// Checks the arguments and, for generate, renders the document once and lints those bytes;
+// then audits the path. 0, or the exit status of a failure (reported).
+int CGenerateCommand::plan(CToolContext& context, Plan& rPlan) const {
+    ArgumentCheck check;
+    checkArguments(rPlan, check);
+    if (!editsFile()) {
+        if (RenderPolicyDocument(check.settings, context.InstallDir(), rPlan.document) != 0) {
+            return context.Fail(kExitDataError, errorkind::kRefused,
+                                "the document cannot be written from these arguments: a value "
+                                "holds text XML cannot carry (bytes that are not UTF-8, or a "
+                                "control character other than tab, line feed and carriage "
+                                "return)");
+        }
+        if (const int status = lintDocument(context, rPlan, check); status != kExitSuccess) {
+            return status;
+        }
+    }
+    rPlan.audit = AuditPolicyPath(context.InstallPolicyPath(), Trust::WRITER);
+    if (const int status = examine(context, rPlan); status != kExitSuccess) {
+        return status;
+    }
+    return editsFile() ? composeEdits(context, rPlan, check) : kExitSuccess;
+}
+
+// Lints the document's bytes; a finding is the run's refusal unless it is about a setting
+// set or unset does not change.
+int CGenerateCommand::lintDocument(CToolContext& context, Plan& rPlan,
+                                   const ArgumentCheck& check) const {
+    const LintResult lint = LintPolicyBytes(rPlan.document, context.InstallPolicyPath());
     if (!lint.bReadable) {
         return context.Fail(kExitInternal, errorkind::kInternal,
                             "the generated document cannot be read back: " + lint.failureReason);
     }
     for (const LintFinding& finding : lint.findings) {
-        rPlan.findings.push_back(ArgumentFinding{argumentOf(finding, check), finding});
+        const LocalPolicySettingInfo* pRow = FindSettingByName(finding.element);
+        const bool bNamed =
+            std::find(rPlan.named.begin(), rPlan.named.end(), pRow) != rPlan.named.end();
+        rPlan.findings.push_back(
+            ArgumentFinding{argumentOf(finding, check), finding, !editsFile() || bNamed});
     }
-    rPlan.audit = AuditPolicyPath(path, Trust::WRITER);
-    if (rPlan.audit.Reached()) {
-        rPlan.existing = ExamineExistingFile(
-            rPlan.audit.directory, rPlan.audit.name, m_bOverwrite || m_bDiff,
-            m_bDiff ? std::max(kMaxDiffBytes, rPlan.document.size()) : rPlan.document.size());
+    return kExitSuccess;
+}
+
+// Takes the writers' lock when the run may store, then looks at what is at the path, as it is
+// read under the lock. 0, or the exit status of a failure (reported): a file that cannot be
+// read is reported before a lock that cannot be taken.
+int CGenerateCommand::examine(CToolContext& context, Plan& rPlan) const {
+    const std::string path = context.InstallPolicyPath();
+    PathAudit& audit = rPlan.audit;
+    if (!audit.Reached()) {
+        return kExitSuccess;  // unsafeTarget says why
     }
+    int lockError = 0;
+    if (mayStore(rPlan)) {
+        const LockAttempt attempt = rPlan.lock.Acquire(audit.directory, kWriterLockWait);
+        if (attempt.eOutcome == LockAttempt::BUSY) {
+            return context.Fail(
+                kExitTempFail, errorkind::kLocked,
+                "another writer" +
+                    (attempt.holderPid.empty() ? std::string()
+                                               : " (pid " + attempt.holderPid + ")") +
+                    " has held the lock " + Quoted(audit.directory.Path() + kWriterLockName) +
+                    " for " + std::to_string(kWriterLockWait.count() / 1000) +
+                    " s: nothing was written; run again once it is done");
+        }
+        lockError = attempt.eOutcome == LockAttempt::FAILED ? attempt.error : 0;
+        if (lockError == 0) {
+            rPlan.read = FingerprintFileAt(audit.directory, audit.name);
+            RemoveStaleEditCopy(audit.directory);
+        }
+    }
+    const bool bRead = editsFile() || m_bOverwrite || m_bDiff;
+    const size_t limit = editsFile() ? XmlParser::kMaxStreamBytes
+                         : m_bDiff   ? std::max(kMaxDiffBytes, rPlan.document.size())
+                                     : rPlan.document.size();
+    rPlan.existing = ExamineExistingFile(audit.directory, audit.name, bRead, limit);
     rPlan.bDanglingLink = rPlan.existing.eKind == ExistingFile::NONE && qnsys::fileExists(path);
     if (rPlan.existing.readError != 0) {
         return context.Fail(
             kExitUnreadable, errorkind::kUnreadable,
             "cannot read " + Quoted(path) + ": " + qnsys::errnoText(rPlan.existing.readError));
     }
+    if (lockError != 0) {
+        // A run that may not create the lock file could not store the policy either.
+        return context.Fail(kExitCannotCreate, errorkind::kCannotCreate,
+                            "cannot take the writers' lock " +
+                                Quoted(audit.directory.Path() + kWriterLockName) + ": " +
+                                qnsys::errnoText(lockError) +
+                                " (it must be a regular file the writer may open for writing); "
+                                "nothing was written");
+    }
     return kExitSuccess;
 }
 
+// set, unset: the file's stated settings with the named ones changed, rendered in the file's
+// order and linted. A file the client cannot read is never guessed at (exit 2).
+int CGenerateCommand::composeEdits(CToolContext& context, Plan& rPlan,
+                                   const ArgumentCheck& check) const {
+    const std::string path = context.InstallPolicyPath();
+    const ExistingFile& existing = rPlan.existing;
+    if (m_eMode == WriterMode::EDIT) {
+        return editInteractively(context, rPlan);
+    }
+    StatedPolicy stated;
+    if (existing.eKind == ExistingFile::REGULAR) {
+        if (existing.bOversized) {
+            return context.Fail(kExitUnreadable, errorkind::kUnreadable,
+                                Quoted(path) +
+                                    " is larger than the client reads: nothing was "
+                                    "changed");
+        }
+        if (!ReadStatedPolicy(existing.content, path, stated)) {
+            return context.Fail(kExitUnreadable, errorkind::kUnreadable,
+                                "cannot parse " + Quoted(path) + " (line " +
+                                    std::to_string(stated.failureLine) + ", column " +
+                                    std::to_string(stated.failureColumn) + ": " +
+                                    stated.failureReason + "): " + modeName(m_eMode) +
+                                    " never guesses what a broken file meant; nothing was changed");
+        }
+    } else if (existing.eKind != ExistingFile::NONE) {
+        return kExitSuccess;  // unsafeTarget refuses it
+    }
+    if (const int status = checkRewriteKeepsPolicy(context, existing.content, stated);
+        status != kExitSuccess) {
+        return status;
+    }
+    rPlan.dropped = std::move(stated.dropped);
+    for (const LocalPolicySettingInfo* pRow : rPlan.named) {
+        if (m_eMode == WriterMode::UNSET) {
+            UnsetStatedSetting(stated.settings, *pRow);
+            continue;
+        }
+        const auto& section = pRow->section == LocalPolicySection::ROOT
+                                  ? check.settings.policies
+                                  : check.settings.updatePolicies;
+        SetStatedSetting(stated.settings, *pRow, section.at(pRow->element));
+    }
+    if (RenderPolicyDocumentInOrder(stated.settings, context.InstallDir(), rPlan.document) != 0) {
+        return context.Fail(kExitDataError, errorkind::kRefused,
+                            "the document cannot be written from these arguments: a value holds "
+                            "text XML cannot carry");
+    }
+    return lintDocument(context, rPlan, check);
+}
+
+// edit: the editor session on the file (a missing one starts from the document that sets
+// nothing); its outcome is the document, or the reason nothing is written.
+int CGenerateCommand::editInteractively(CToolContext& context, Plan& rPlan) const {
+    const ExistingFile& existing = rPlan.existing;
+    if (!rPlan.lock.Held() ||
+        (existing.eKind != ExistingFile::REGULAR && existing.eKind != ExistingFile::NONE)) {
+        return kExitSuccess;  // unsafeTarget refuses it
+    }
+    if (existing.bOversized) {
+        return context.Fail(kExitUnreadable, errorkind::kUnreadable,
+                            Quoted(context.InstallPolicyPath()) +
+                                " is larger than the client reads: nothing was changed");
+    }
+    std::string original = existing.content;
+    if (existing.eKind == ExistingFile::NONE &&
+        RenderPolicyDocument(PolicySettings(), context.InstallDir(), original) != 0) {
+        return context.Fail(kExitInternal, errorkind::kInternal, "cannot render the defaults");
+    }
+    const EditOutcome outcome =
+        RunEditSession(rPlan.audit.directory, original, context.InstallPolicyPath(), context);
+    switch (outcome.eResult) {
+        case EditOutcome::SAVE:
+            rPlan.document = outcome.document;
+            return kExitSuccess;
+        case EditOutcome::UNCHANGED:
+            rPlan.document = existing.content;
+            rPlan.bEditUnchanged = true;
+            return kExitSuccess;
+        case EditOutcome::ABANDONED:
+            context.Error("Exited without saving: nothing was written to " +
+                          DisplayName(context.InstallPolicyPath()) + ".");
+            return kExitFindings;
+        case EditOutcome::FAILED:
+            break;
+    }
+    context.Error(outcome.failure + ": nothing was written to " +
+                  DisplayName(context.InstallPolicyPath()) + ".");
+    return kExitFindings;
+}
+
+// Whether the run may come to store (and must take the lock): not a dry run, not refused
+// already, over a path it may write.
+bool CGenerateCommand::mayStore(const Plan& plan) const {
+    const bool bRefused = std::any_of(plan.findings.begin(), plan.findings.end(),
+                                      [](const ArgumentFinding& item) { return item.bRefuses; }) ||
+                          !plan.skipped.empty();
+    return !m_bDryRun && !m_bDiff && (m_bLenient || !bRefused) &&
+           (plan.audit.problems.empty() || m_bAllowUnsafeDirectory) &&
+           (editsFile() || m_bOverwrite || !plan.audit.bExists || !plan.audit.bExamined);
+}
+
 GenerateResult CGenerateCommand::decide(const Plan& plan) const {
-    if (!m_bLenient && (!plan.skipped.empty() || !plan.findings.empty())) {
+    const bool bRefusing = std::any_of(plan.findings.begin(), plan.findings.end(),
+                                       [](const ArgumentFinding& item) { return item.bRefuses; });
+    if (!m_bLenient && (!plan.skipped.empty() || bRefusing)) {
+        return GenerateResult::REFUSED;
+    }
+    if (!plan.dropped.empty() && !m_bForce) {
         return GenerateResult::REFUSED;
     }
     const ExistingFile& existing = plan.existing;
+    if (plan.bEditUnchanged) {
+        return GenerateResult::UNCHANGED;
+    }
+    if (editsFile() && existing.eKind == ExistingFile::NONE) {
+        return GenerateResult::CREATED;
+    }
     if (existing.eKind != ExistingFile::REGULAR) {
         return existing.eKind == ExistingFile::NONE || m_bOverwrite ? GenerateResult::WRITTEN
                                                                     : GenerateResult::KEPT;
     }
-    if (!m_bOverwrite) {
+    if (!m_bOverwrite && !editsFile()) {
         return GenerateResult::KEPT;
     }
     if (existing.bOversized || existing.content != plan.document) {
@@ -433,8 +810,9 @@ Stop CGenerateCommand::unsafeTarget(const Plan& plan, const std::string& path,
 GenerateResult CGenerateCommand::store(Plan& rPlan, GenerateResult eDecided,
                                        int& rFailureStatus) const {
     const CDirectoryHandle& directory = rPlan.audit.directory;
-    const StoreResult stored = StorePolicyDocumentAt(
-        directory.Fd(), directory.Path(), rPlan.audit.name, rPlan.document, m_bOverwrite);
+    const bool bOverwrite = m_bOverwrite || (editsFile() && eDecided != GenerateResult::CREATED);
+    const StoreResult stored = StorePolicyDocumentAt(directory.Fd(), directory.Path(),
+                                                     rPlan.audit.name, rPlan.document, bOverwrite);
     switch (stored.eOutcome) {
         case StoreResult::WRITTEN:
             return eDecided;
@@ -458,11 +836,48 @@ GenerateResult CGenerateCommand::store(Plan& rPlan, GenerateResult eDecided,
     return GenerateResult::FAILED;
 }
 
+// Stores the document once the file is known to be the one this run read (else 75, nothing
+// written), then sends the write's audit record. 0, or the exit status of a failure (reported).
+int CGenerateCommand::storeChecked(CToolContext& context, Plan& rPlan, GenerateResult& rResult,
+                                   int& rFailureStatus) const {
+    const std::string path = context.InstallPolicyPath();
+    const CDirectoryHandle& directory = rPlan.audit.directory;
+    const std::string changed = "; nothing was written: run again";
+    if (FingerprintFileAt(directory, rPlan.audit.name) != rPlan.read) {
+        return context.Fail(kExitTempFail, errorkind::kChanged,
+                            Quoted(path) +
+                                " changed while this run read it (a writer that does "
+                                "not take the lock)" +
+                                changed);
+    }
+    // What the record tells: read before the store replaces the file.
+    const CDocumentChanges changes(path, rPlan.document, path);
+    rResult = store(rPlan, rResult, rFailureStatus);
+    if (editsFile() && rResult == GenerateResult::KEPT) {
+        return context.Fail(kExitTempFail, errorkind::kChanged,
+                            Quoted(path) + " appeared while this run wrote it" + changed);
+    }
+    if (rResult != GenerateResult::FAILED && rResult != GenerateResult::KEPT) {
+        const AuditWrite write{
+            modeName(m_eMode), path, changes.Lines(),
+            rPlan.read.eKind == FileFingerprint::REGULAR ? rPlan.read.identity : std::string(),
+            Sha256Hex(rPlan.document)};
+        rPlan.delivery = SendAuditRecord(write);
+        rPlan.bAudited = true;
+        if (!rPlan.delivery.bDelivered) {
+            context.Warning("the audit record of this write was not delivered (" +
+                            rPlan.delivery.failure + "); the file was written");
+        }
+    }
+    return kExitSuccess;
+}
+
 // The problems in text, one line each on standard error: errors when they refuse the run,
-// warnings when --lenient writes anyway.
+// warnings when --lenient writes anyway or when they are about settings set and unset leave
+// as they are; what the run drops or refuses to drop.
 void CGenerateCommand::printProblems(const Plan& plan, CToolContext& context) const {
-    const auto print = [&context, this](const std::string& message) {
-        if (m_bLenient) {
+    const auto print = [&context, this](const std::string& message, bool bRefuses) {
+        if (m_bLenient || !bRefuses) {
             context.Warning(message);
         } else {
             context.Error("error: " + message);
@@ -470,11 +885,18 @@ void CGenerateCommand::printProblems(const Plan& plan, CToolContext& context) co
     };
     for (const SkippedArgument& skipped : plan.skipped) {
         print(Quoted(skipped.argument) + ": " + skipped.message +
-              (m_bLenient ? " (skipped)" : std::string()));
+                  (m_bLenient ? " (skipped)" : std::string()),
+              true);
     }
     for (const ArgumentFinding& item : plan.findings) {
         print((item.argument.empty() ? std::string() : Quoted(item.argument) + ": ") +
-              item.finding.kind + ": " + item.finding.message);
+                  item.finding.kind + ": " + item.finding.message,
+              item.bRefuses);
+    }
+    for (const DroppedItem& item : plan.dropped) {
+        print("line " + std::to_string(item.line) + ", column " + std::to_string(item.column) +
+                  ": " + item.what + (m_bForce ? " (dropped)" : ", would be dropped"),
+              !m_bForce);
     }
 }
 
@@ -511,9 +933,22 @@ void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, Gen
         json.Key("kind").String(item.finding.kind);
         json.Key("severity").String(SeverityText(item.finding.eSeverity));
         json.Key("line").Number(item.finding.line).Key("column").Number(item.finding.column);
-        json.Key("message").String(item.finding.message).EndObject();
+        json.Key("message").String(item.finding.message);
+        if (editsFile()) {
+            json.Key("refuses").Bool(item.bRefuses);
+        }
+        json.EndObject();
     }
-    json.EndArray().Key("repaired").BeginArray();
+    json.EndArray();
+    if (editsFile()) {
+        json.Key("dropped").BeginArray();
+        for (const DroppedItem& item : plan.dropped) {
+            json.BeginObject().Key("line").Number(item.line).Key("column").Number(item.column);
+            json.Key("what").String(item.what).EndObject();
+        }
+        json.EndArray();
+    }
+    json.Key("repaired").BeginArray();
     if (eResult == GenerateResult::REPAIRED) {
         for (const Repair& repair : plan.existing.repairs) {
             json.BeginObject().Key("attribute").String(repair.attribute);
@@ -521,6 +956,13 @@ void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, Gen
         }
     }
     json.EndArray();
+    if (plan.bAudited) {
+        json.Key("audit").BeginObject().Key("delivered").Bool(plan.delivery.bDelivered);
+        if (!plan.delivery.bDelivered) {
+            json.Key("failure").String(plan.delivery.failure);
+        }
+        json.EndObject();
+    }
     if (eResult == GenerateResult::FAILED) {
         json.Key("error").BeginObject();
         json.Key("kind").String(failureStatus == kExitCannotCreate ? errorkind::kCannotCreate
@@ -532,12 +974,15 @@ void CGenerateCommand::writeJson(std::ostream& out, const std::string& path, Gen
 
 // The one line that says what happened (or would happen) to the file.
 std::string resultText(GenerateResult eResult, const std::string& path, const Plan& plan,
-                       bool bDryRun) {
+                       bool bDryRun, bool bEdits) {
     const std::string shown = DisplayName(path);
     switch (eResult) {
         case GenerateResult::WRITTEN:
             return (bDryRun ? "Would write the policy file " : "Wrote the policy file ") + shown +
                    ".";
+        case GenerateResult::CREATED:
+            return (bDryRun ? "Would create the policy file " : "Created the policy file ") +
+                   shown + " (the settings not named hold their defaults).";
         case GenerateResult::UNCHANGED:
             return "The policy file " + shown + " already holds this document; " +
                    (bDryRun ? "it would be" : "it was") + " left untouched.";
@@ -560,6 +1005,14 @@ std::string resultText(GenerateResult eResult, const std::string& path, const Pl
                             : "Kept the existing policy file ") +
                    shown + " (use --overwrite to replace it).";
         case GenerateResult::REFUSED:
+            if (bEdits && !plan.dropped.empty()) {
+                return "Refused: nothing written to " + shown +
+                       " (fix the arguments above; --force drops what the file holds that a "
+                       "rewrite cannot keep).";
+            }
+            if (bEdits) {
+                return "Refused: nothing written to " + shown + " (fix the arguments above).";
+            }
             return "Refused: nothing written to " + shown +
                    " (fix the arguments above, or give --lenient to write the usable ones).";
         case GenerateResult::FAILED:
@@ -573,15 +1026,15 @@ std::string resultText(GenerateResult eResult, const std::string& path, const Pl
 
 // The diff from the file on disk to the document, or a line that says they differ when the
 // file is too large to show.
-std::string diffText(const Plan& plan, const std::string& path) {
+std::string diffText(const Plan& plan, const std::string& path, const std::string& newName) {
     const bool bExists = plan.existing.eKind == ExistingFile::REGULAR;
     if (plan.existing.bOversized) {
-        return "Files " + path + " and " + path + kDiffAfterSuffix + " differ: the file on disk " +
+        return "Files " + path + " and " + newName + " differ: the file on disk " +
                "is larger than " + std::to_string(plan.existing.content.size()) +
                " bytes and is not shown\n";
     }
     return UnifiedDiff(bExists ? plan.existing.content : std::string(), plan.document,
-                       bExists ? path : kAbsentFile, path + kDiffAfterSuffix);
+                       bExists ? path : kAbsentFile, newName);
 }
 
 int CGenerateCommand::Run(CToolContext& context) {
@@ -601,21 +1054,37 @@ int CGenerateCommand::Run(CToolContext& context) {
     if (const Stop stop = unsafeTarget(plan, path, eResult); stop.exitStatus != kExitSuccess) {
         return context.Fail(stop.exitStatus, stop.kind, stop.message, stop.details);
     }
-    const std::string diff =
-        m_bDiff && eResult != GenerateResult::REFUSED ? diffText(plan, path) : std::string();
+    // What the document is called beside the file on disk: generate's is generated, the others'
+    // is the file's new content.
+    const std::string newName = path + (editsFile() ? " (new)" : kDiffAfterSuffix);
+    const std::string diff = m_bDiff && eResult != GenerateResult::REFUSED
+                                 ? diffText(plan, path, newName)
+                                 : std::string();
     // Beside the textual patch, what the client would read differently (the file on disk read
     // as the client reads it), which decides nothing: the exit status stays the patch's.
     std::optional<CDocumentChanges> changes;
-    if (m_bDiff && eResult != GenerateResult::REFUSED) {
-        changes.emplace(path, plan.document, path + kDiffAfterSuffix);
-        context.Note(changes->Summary());
+    if ((m_bDiff || m_bDryRun) && eResult != GenerateResult::REFUSED) {
+        changes.emplace(path, plan.document, newName);
+        if (m_bDiff || editsFile()) {
+            context.Note(changes->Summary());
+        }
     }
     int failureStatus = kExitIoError;
-    const bool bWrites = eResult == GenerateResult::WRITTEN || eResult == GenerateResult::REPAIRED;
+    const bool bWrites = eResult == GenerateResult::WRITTEN || eResult == GenerateResult::CREATED ||
+                         eResult == GenerateResult::REPAIRED;
     if (!m_bDryRun && !m_bDiff && bWrites) {
-        eResult = store(plan, eResult, failureStatus);
+        if (editsFile()) {
+            changes.emplace(path, plan.document, newName);
+        }
+        if (const int status = storeChecked(context, plan, eResult, failureStatus);
+            status != kExitSuccess) {
+            return status;
+        }
         if (const Stop stop = unsafeTarget(plan, path, eResult); stop.exitStatus != kExitSuccess) {
             return context.Fail(stop.exitStatus, stop.kind, stop.message, stop.details);
+        }
+        if (editsFile() && !bJson) {
+            context.Note(changes->Summary());
         }
     }
 
@@ -627,7 +1096,7 @@ int CGenerateCommand::Run(CToolContext& context) {
     } else if (m_bDryRun && eResult != GenerateResult::REFUSED) {
         context.Out() << plan.document;
     }
-    const std::string text = resultText(eResult, path, plan, m_bDryRun || m_bDiff);
+    const std::string text = resultText(eResult, path, plan, m_bDryRun || m_bDiff, editsFile());
     if (eResult == GenerateResult::REFUSED || eResult == GenerateResult::FAILED ||
         eResult == GenerateResult::NOT_SYNCED) {
         context.Error(text);
@@ -648,7 +1117,19 @@ int CGenerateCommand::Run(CToolContext& context) {
 }  // namespace
 
 std::unique_ptr<CCommand> CreateGenerateCommand() {
-    return std::make_unique<CGenerateCommand>();
+    return std::make_unique<CGenerateCommand>(WriterMode::GENERATE);
+}
+
+std::unique_ptr<CCommand> CreateSetCommand() {
+    return std::make_unique<CGenerateCommand>(WriterMode::SET);
+}
+
+std::unique_ptr<CCommand> CreateUnsetCommand() {
+    return std::make_unique<CGenerateCommand>(WriterMode::UNSET);
+}
+
+std::unique_ptr<CCommand> CreateEditCommand() {
+    return std::make_unique<CGenerateCommand>(WriterMode::EDIT);
 }
 
 }  // namespace qnpolicy::tool

@@ -544,10 +544,18 @@ std::string CDocumentChanges::Summary() const {
     std::string summary = "with the new document the client would read " +
                           std::to_string(m_changes.size()) +
                           (m_changes.size() == 1 ? " setting" : " settings") + " differently:";
-    for (const SettingChange& change : m_changes) {
-        summary += "\n  " + ChangeLine(change, m_old, m_new);
+    for (const std::string& line : Lines()) {
+        summary += "\n  " + line;
     }
     return summary;
+}
+
+std::vector<std::string> CDocumentChanges::Lines() const {
+    std::vector<std::string> lines;
+    for (const SettingChange& change : m_changes) {
+        lines.push_back(ChangeLine(change, m_old, m_new));
+    }
+    return lines;
 }
 
 void CDocumentChanges::WriteJson(CJsonWriter& json) const {

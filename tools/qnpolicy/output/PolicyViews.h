@@ -64,6 +64,8 @@ class CDocumentChanges {
     // "the client would read the same policy", or how many settings it would read
     // differently, then one indented line each.
     std::string Summary() const;
+    // One "Element: old -> new" line a setting read differently, in catalogue order.
+    std::vector<std::string> Lines() const;
     void WriteJson(CJsonWriter& json) const;
 
   private:

@@ -203,6 +203,19 @@ std::vector<std::string> SplitServerList(const std::string& value) {
 
 STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::string& directory,
                                 std::string& rDocument) {
+    std::vector<StatedSetting> ordered;
+    ordered.reserve(settings.policies.size() + settings.updatePolicies.size());
+    for (const auto& [element, text] : settings.policies) {
+        ordered.push_back(StatedSetting{element, text, false});
+    }
+    for (const auto& [element, text] : settings.updatePolicies) {
+        ordered.push_back(StatedSetting{element, text, true});
+    }
+    return RenderPolicyDocumentInOrder(ordered, directory, rDocument);
+}
+
+STATUSCODE RenderPolicyDocumentInOrder(const std::vector<StatedSetting>& settings,
+                                       const std::string& directory, std::string& rDocument) {
     QNCSaxWriter xmlWriter(directory, kPolicyFileName, kRootElement);
     TStrPairList rootAttrs;
     rootAttrs.emplace_back("xmlns", kDocumentNamespace);
@@ -214,26 +227,29 @@ STATUSCODE RenderPolicyDocument(const PolicySettings& settings, const std::strin
     // The statuses of the building calls are not examined: the writer records the first
     // failure and takeDocument reports it.
     xmlWriter.startDocument(&rootAttrs);
-    for (const auto& policy : settings.policies) {
-        xmlWriter.startElement(policy.first, nullptr);
-        xmlWriter.characters(policy.second);
-        xmlWriter.endElement(policy.first);
-    }
-    if (!settings.updatePolicies.empty()) {
-        xmlWriter.startElement(kUpdatePolicyElement, nullptr);
-        for (const auto& policy : settings.updatePolicies) {
-            xmlWriter.startElement(policy.first, nullptr);
-            if (policy.first == kAuthorizedServerListElement) {
-                for (const std::string& server : SplitServerList(policy.second)) {
-                    xmlWriter.startElement(kServerNameElement, nullptr);
-                    xmlWriter.characters(server);
-                    xmlWriter.endElement(kServerNameElement);
-                }
+    bool bInSection = false;
+    for (const StatedSetting& setting : settings) {
+        if (setting.bUpdateSection != bInSection) {
+            if (bInSection) {
+                xmlWriter.endElement(kUpdatePolicyElement);
             } else {
-                xmlWriter.characters(policy.second);
+                xmlWriter.startElement(kUpdatePolicyElement, nullptr);
             }
-            xmlWriter.endElement(policy.first);
+            bInSection = setting.bUpdateSection;
         }
+        xmlWriter.startElement(setting.element, nullptr);
+        if (setting.element == kAuthorizedServerListElement) {
+            for (const std::string& server : SplitServerList(setting.text)) {
+                xmlWriter.startElement(kServerNameElement, nullptr);
+                xmlWriter.characters(server);
+                xmlWriter.endElement(kServerNameElement);
+            }
+        } else {
+            xmlWriter.characters(setting.text);
+        }
+        xmlWriter.endElement(setting.element);
+    }
+    if (bInSection) {
         xmlWriter.endElement(kUpdatePolicyElement);
     }
     xmlWriter.endDocument();

@@ -166,6 +166,23 @@ QUILLNET_API std::vector<std::string> SplitServerList(const std::string& value);
 QUILLNET_API STATUSCODE RenderPolicyDocument(const PolicySettings& settings,
                                              const std::string& directory, std::string& rDocument);
 
+// One setting element as a document states it, for rendering in an order of the caller's
+// choosing: its name and text (the server list's text holds its names, cut as above), and
+// whether it belongs in the "UpdatePolicy" section.
+struct StatedSetting {
+    std::string element;
+    std::string text;
+    bool bUpdateSection = false;
+};
+
+// The same form for settings in the order given: consecutive settings of the update section
+// share one "UpdatePolicy" element. RenderPolicyDocument is this with the ordinary settings,
+// then the update settings, each in name order; so a document rendered in its own order comes
+// back byte for byte.
+QUILLNET_API STATUSCODE RenderPolicyDocumentInOrder(const std::vector<StatedSetting>& settings,
+                                                    const std::string& directory,
+                                                    std::string& rDocument);
+
 // What storing a document did.
 struct StoreResult {
     enum Outcome {

@@ -27,6 +27,11 @@ description:
   - A path to the file that others could change (a directory writable by its group or by others, or owned by
     an untrusted user, from C(/) down) fails the task with the tool's message and nothing is written, in
     check mode too, unless I(allow_unsafe_directory=true).
+  - With I(merge=true) only the given settings change (C(qnpolicy set) and C(qnpolicy unset)); every other
+    setting keeps the value the file states, in the file's order.
+  - The tool takes the writers' lock of the install directory for every write, so that two writers never
+    interleave; a run that finds the lock held for 5 seconds fails the task with the holder named, and
+    nothing is written.
   - After the run the module reads the effective policy back with C(qnpolicy show --json), as the client
     reads it. In check mode it returns the policy that would be in force after the run instead.
 requirements:
@@ -46,7 +51,10 @@ options:
       - 'The tunnel restriction is C(rtp: tls) or C(rtp: ipsec) (C(rtp: false) lifts it). The tool writes the
         value as the client applies it, C(tls) or C(ipsec), in whatever case it is given: C(rtp: IPSec) writes
         C(ipsec).'
-      - Settings not named here are left out of the file, so the client applies its defaults to them.
+      - Settings not named here are left out of the file, so the client applies its defaults to them, unless
+        I(merge=true).
+      - 'With I(merge=true), the value C(absent) removes the setting from the file, so that its default holds
+        (C(sct: absent)).'
       - 'An empty dictionary, C(settings: {}), writes a policy file that sets nothing
         (C(qnpolicy generate --all-defaults)): the client runs with its defaults, and the file says so.'
       - 'Required when I(state=present). A null value (C(settings: ~), or an empty group variable) fails the
@@ -67,6 +75,23 @@ options:
     type: str
     choices: [present, absent]
     default: present
+  merge:
+    description:
+      - Change only the settings given, and keep every other setting as the file states it (C(qnpolicy set),
+        and C(qnpolicy unset) for the settings whose value is C(absent)); a missing file is created.
+      - Without it the file holds exactly I(settings).
+      - Settings to remove and settings to change are two writes, each under the writers' lock, removal first.
+        In check mode with both, I(policy) is what the changes alone would leave in force.
+    type: bool
+    default: false
+    version_added: 3.1.0
+  force:
+    description:
+      - With I(merge=true), drop what the file holds that a rewrite cannot keep (comments, elements and texts
+        the client ignores) instead of failing the task (C(qnpolicy set --force)).
+    type: bool
+    default: false
+    version_added: 3.1.0
   lenient:
     description:
       - Write the usable settings and warn about the others (C(qnpolicy generate --lenient)), instead of
@@ -115,6 +140,7 @@ attributes:
     details: >-
       The old and the new document; for a repaired file, its old and new attributes. A file that is not a
       regular file is never read: the diff names what it is, and a binary or oversized file shows as such.
+      Each change is followed by the settings the client reads differently, with their old and new values.
   platform:
     platforms: posix
 notes:
@@ -163,6 +189,13 @@ EXAMPLES = r'''
     allow_unsafe_directory: true
     settings:
       fm: true
+
+- name: Turn strict certificate trust on and drop the FIPS setting, keeping every other setting as it is
+  quillnet.localpolicy.local_policy:
+    merge: true
+    settings:
+      sct: true
+      fm: absent
 
 - name: Remove the policy file, so the client runs with its defaults
   quillnet.localpolicy.local_policy:
@@ -279,20 +312,26 @@ ARGUMENT_SPEC = dict(
     COMMON_ARGUMENT_SPEC,
     settings=dict(type='dict'),
     state=dict(type='str', choices=['present', 'absent'], default='present'),
+    merge=dict(type='bool', default=False),
+    force=dict(type='bool', default=False),
     lenient=dict(type='bool', default=False),
     allow_unsafe_directory=dict(type='bool', default=False),
     backup=dict(type='bool', default=False),
 )
 
-# Exit codes of generate whose JSON the module interprets: success, refused data, a file
-# that could not be written, and a write whose result is not durable.
-GENERATE_RCS = (0, 65, 73, 74)
+# Exit codes of generate, set and unset whose JSON the module interprets: success, a file set
+# cannot parse, refused data, a file that could not be written, a write whose result is not
+# durable, and a lock another writer held.
+GENERATE_RCS = (0, 2, 65, 73, 74, 75)
 
-# The results of generate that leave the file holding the document.
-DONE_RESULTS = ('written', 'unchanged', 'repaired')
+# The results of generate, set and unset that leave the file holding the document.
+DONE_RESULTS = ('written', 'created', 'unchanged', 'repaired')
 
-# The results of generate that are a change.
-CHANGED_RESULTS = ('written', 'repaired')
+# The results of generate, set and unset that are a change.
+CHANGED_RESULTS = ('written', 'created', 'repaired')
+
+# The value that, with merge, removes a setting.
+ABSENT = 'absent'
 
 # Exit codes of show whose JSON the module interprets: loaded (or the defaults), and a
 # file that cannot be loaded.
@@ -367,13 +406,47 @@ def installer_arguments(settings):
     return arguments, problems
 
 
+def merge_arguments(settings):
+    """Returns (set arguments, unset abbreviations, problems) of a merge: the value absent unsets."""
+    arguments, unsets, problems = [], [], []
+    for key, value in settings.items():
+        argument, problem = setting_argument(key, True if value == ABSENT else value)
+        if problem:
+            problems.append(problem)
+        elif value == ABSENT:
+            unsets.append(key)
+        else:
+            arguments.append(argument)
+    return arguments, unsets, problems
+
+
 def tool_problems(result):
-    """Every problem a generate result carries, as one line each."""
+    """Every problem a generate, set or unset result carries, as one line each."""
     problems = ['%s: %s' % (item.get('argument'), item.get('message')) for item in result.get('skipped', [])]
     for finding in result.get('findings', []):
         problems.append('%s: %s %s' % (finding.get('argument') or 'document', finding.get('severity'),
                                        finding.get('message')))
+    for item in result.get('dropped', []):
+        problems.append('line %s: %s, which a rewrite drops (force=true drops it)'
+                        % (item.get('line'), item.get('what')))
     return problems
+
+
+def value_text(value):
+    """A setting's value as the summary shows it."""
+    if isinstance(value, bool):
+        return 'true' if value else 'false'
+    if isinstance(value, list):
+        return ', '.join(value) if value else '(none)'
+    return str(value)
+
+
+def change_summary(changes):
+    """What the client reads differently, one line a setting, as the tool reports it."""
+    if not changes:
+        return 'the client reads the same policy\n'
+    return ''.join('%s: %s -> %s\n' % (change.get('setting'), value_text(change['old'].get('value')),
+                                       value_text(change['new'].get('value'))) for change in changes)
 
 
 def backup_name(path, pid, now):
@@ -425,18 +498,19 @@ def planned_diff(outcome, planned):
         return dict(before_header=header, after_header=header, before=attributes_text(planned['repaired'], 'was'),
                     after=attributes_text(planned['repaired'], 'now'))
     return dict(before_header=path, after_header=path, before=existing_text(path),
-                after=diff_text(planned.get('document', '').encode('utf-8')))
+                after=diff_text(planned.get('document', '').encode('utf-8')),
+                prepared='%s, as the client reads it:\n%s' % (path, change_summary(planned.get('changes'))))
 
 
-def generate(module, tool, arguments, data, outcome):
-    """Runs generate; fails the task, with outcome and what the tool said, unless the file holds
-    (or with --dry-run would hold) the document."""
-    rc, result = run_json(module, tool, 'generate', arguments, GENERATE_RCS + (66,), data=data,
+def generate(module, tool, arguments, data, outcome, subcommand='generate'):
+    """Runs generate (or set, unset); fails the task, with outcome and what the tool said, unless
+    the file holds (or with --dry-run would hold) the document."""
+    rc, result = run_json(module, tool, subcommand, arguments, GENERATE_RCS + (66,), data=data,
                           error_kinds=(NOT_INSTALLED_KIND,), failure=dict(outcome, result='failed'))
     if not_installed(result):
         outcome.update(result='not-installed', error=result['error'])
         module.fail_json(msg='the client is not installed on this host: %s'
-                         % tool_message('generate', result['error']), **outcome)
+                         % tool_message(subcommand, result['error']), **outcome)
     outcome.update(policy_file=result.get('path'), skipped_settings=result.get('skipped', []),
                    findings=result.get('findings', []), repaired=result.get('repaired', []))
     if result.get('result') in DONE_RESULTS and rc == 0:
@@ -450,8 +524,8 @@ def generate(module, tool, arguments, data, outcome):
         module.fail_json(msg='qnpolicy replaced %s but could not make the change durable (directory sync failed)'
                          % result.get('path'), **outcome)
     if result.get('error'):
-        module.fail_json(msg=tool_message('generate', result['error']), error=result['error'], **outcome)
-    module.fail_json(msg='qnpolicy generate ended with exit code %d and result %r' % (rc, result.get('result')),
+        module.fail_json(msg=tool_message(subcommand, result['error']), error=result['error'], **outcome)
+    module.fail_json(msg='qnpolicy %s ended with exit code %d and result %r' % (subcommand, rc, result.get('result')),
                      **outcome)
 
 
@@ -511,6 +585,53 @@ def ensure_present(module, tool, outcome):
     return document
 
 
+def write_planned(module, tool, subcommand, options, data, outcome):
+    """Plans one write with --dry-run, then (unless in check mode) makes it; returns the plan."""
+    planned = generate(module, tool, options + ['--dry-run'], data, outcome, subcommand)
+    for problem in tool_problems(planned):
+        module.warn(problem)
+    outcome['result'] = planned['result']
+    if planned['result'] == 'unchanged':
+        return planned
+    diff = planned_diff(outcome, planned) if module._diff else None
+    if not module.check_mode:
+        saved = backup(module, outcome['policy_file']) if module.params['backup'] else None
+        if saved:
+            outcome['backup_file'] = saved
+        outcome['result'] = 'failed'
+        done = generate(module, tool, options, data, outcome, subcommand)
+        outcome['result'] = done['result']
+        if done['result'] == 'repaired':
+            diff = planned_diff(outcome, done)
+    outcome['changed'] = outcome['changed'] or module.check_mode or outcome['result'] in CHANGED_RESULTS
+    if diff and outcome['changed']:
+        # A second write (set after unset) shows its own diff, from the file the first left.
+        outcome['diff'] = diff
+    return planned
+
+
+def ensure_merged(module, tool, outcome):
+    """Changes only the given settings (unset first, then set); returns the document the file
+    holds, or would hold in check mode."""
+    arguments, unsets, problems = merge_arguments(module.params['settings'] or {})
+    if problems:
+        module.fail_json(msg='invalid settings: %s' % '; '.join(problems), result='refused', **outcome)
+    options = ['--args-from', '-']
+    if module.params['force']:
+        options.append('--force')
+    if module.params['allow_unsafe_directory']:
+        options.append('--allow-unsafe-directory')
+    document = None
+    for subcommand, words in (('unset', unsets), ('set', arguments)):
+        if words:
+            data = ''.join(word + '\n' for word in words).encode('utf-8')
+            planned = write_planned(module, tool, subcommand, options, data, outcome)
+            document = planned.get('document', document)
+    if document is None:
+        outcome['result'] = 'unchanged'
+    return document
+
+
 def ensure_absent(module, tool, outcome):
     """Removes the file; returns None, the document of no file."""
     dummy, shown = run_json(module, tool, 'show', [], SHOW_RCS + (66,),
@@ -562,7 +683,9 @@ def main():
     if tool is None:
         module.fail_json(msg='the client is not installed on this host: %s' % missing_tool_message(module),
                          result='not-installed', **outcome)
-    if module.params['state'] == 'present':
+    if module.params['state'] == 'present' and module.params['merge']:
+        document = ensure_merged(module, tool, outcome)
+    elif module.params['state'] == 'present':
         document = ensure_present(module, tool, outcome)
     else:
         document = ensure_absent(module, tool, outcome)

@@ -15,6 +15,8 @@ description:
   - Reads the Quillnet VPN client's local policy file C(QuillnetLocalPolicy.xml) the way the client reads it
     (C(qnpolicy show --json)) and lints it (C(qnpolicy check --json)), so that a play can assert on a whole
     fleet, for example that FIPS mode is on everywhere or that no file has an error.
+  - Returns where each value comes from as well (C(qnpolicy show --origin --json)), the element that decided
+    it or the default.
   - With C(baseline_content), also judges the policy against that baseline (C(qnpolicy comply --json)), each
     rule's verdict with the expected value, the actual value and the element it comes from. The baseline's text
     goes to the tool on standard input, so nothing is copied to the host.
@@ -164,6 +166,21 @@ policy:
       RestrictPreferenceCaching: none
       RestrictTunnelProtocols: 'false'
       AuthorizedServerList: [gw1.example.com]
+origins:
+  description:
+    - Where each setting's value comes from, the C(settings) of C(qnpolicy show --origin --json) - for each
+      setting its C(value), C(origin) (the C(line) and C(column) of the element that decided it, or null for
+      the default), C(takesEffect) and every contributing element.
+  returned: when the client is installed
+  type: dict
+  version_added: 3.1.0
+  sample:
+    StrictCertificateTrust:
+      value: true
+      origin: null
+      takesEffect: next-load
+      contributors:
+        - {element: RestrictServerCertStore, line: 4, column: 5, text: 'true', contribution: forces}
 findings:
   description:
     - Every place where the client will not do what the file seems to say, and every part of its path that
@@ -279,6 +296,9 @@ def main():
         report_not_installed(module, policy['error'])
     outcome = dict(changed=False, policy_file=policy.get('policyFile'), exists=policy.get('exists'),
                    loaded=rc == 0 and policy.get('loaded') is True, policy=shown_policy(module, policy), findings=[])
+    dummy, origins = run_json(module, tool, 'show', ['--origin'], SHOW_RCS, error_kinds=('unreadable',),
+                              failure=outcome)
+    outcome['origins'] = origins.get('settings', {})
     arguments = []
     for kind in module.params['ignore']:
         arguments.extend(['--ignore', kind])

@@ -55,6 +55,22 @@ def test_arguments_go_to_generate_one_a_line_and_none_is_the_all_defaults_file()
     assert local_policy.generate_options(Module, []) == (['--overwrite', '--lenient', '--all-defaults'], None)
 
 
+def test_a_merge_sets_the_given_values_and_unsets_those_given_as_absent():
+    settings = dict(sct=True, fm='absent', upal=['gw1', 'gw2'], upcu='absent', bad=None)
+    assert local_policy.merge_arguments(settings) == (
+        ['sct=true', 'upal=gw1,gw2'], ['fm', 'upcu'], ['bad: ' + NOT_TEXT + 'nothing'])
+
+
+@pytest.mark.parametrize('changes, summary', [
+    ([], 'the client reads the same policy\n'),
+    ([dict(setting='StrictCertificateTrust', old=dict(value=True), new=dict(value=False)),
+      dict(setting='AuthorizedServerList', old=dict(value=[]), new=dict(value=['gw1', 'gw2']))],
+     'StrictCertificateTrust: true -> false\nAuthorizedServerList: (none) -> gw1, gw2\n'),
+])
+def test_the_diff_ends_with_what_the_client_reads_differently(changes, summary):
+    assert local_policy.change_summary(changes) == summary
+
+
 def make(path, kind):
     """Puts a file of the given kind at path."""
     contents = dict(text=b'<a>\xc3\xa9</a>\n', binary=b'<a>\0</a>', latin1=b'<a>\xe9</a>',
