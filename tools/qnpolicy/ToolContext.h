@@ -33,6 +33,10 @@ inline constexpr int kExitCannotCreate = 73;
 // EX_IOERR: reading or writing failed, standard output included.
 inline constexpr int kExitIoError = 74;
 
+// The operand that names standard input, and the name standard input goes by in reports.
+inline constexpr char kStandardInput[] = "-";
+inline constexpr char kStandardInputName[] = "<stdin>";
+
 // One exit status and what it means, as --help lists them.
 struct ExitCodeInfo {
     int code;

@@ -10,6 +10,7 @@
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
 #include "MessageText.h"
+#include "ToolContext.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
 #include "safety/PathAudit.h"
@@ -42,9 +43,6 @@ const char kCheckResultSchema[] = R"({
 })";
 
 namespace {
-
-constexpr char kStandardInput[] = "-";
-constexpr char kStandardInputName[] = "<stdin>";
 
 // One checked input: the name it is reported under, its result, and whether it was missing
 // (a FILE argument: no such file) or is the install directory's absent policy file (the
