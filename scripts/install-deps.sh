@@ -21,7 +21,7 @@ PACKAGES=(
     clang libclang-rt-14-dev gcovr
     # make format and make lint; instruction counts, times and peak memory of make bench and
     # make bench-cli
-    clang-format clang-tidy valgrind hyperfine time
+    clang-format clang-tidy valgrind time
     # Ansible collection: ansible-core (with ansible-test), its unit-test runners, the venv module
     # ansible-test's sanity tests run in (no package is installed into it), and the linters
     # (ansible-lint: the collection, its plays and the README's, in the production profile)
