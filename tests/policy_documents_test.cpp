@@ -21,6 +21,7 @@
 #include "LocalPolicySettings.h"
 #include "PolicyModel.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
@@ -47,7 +48,8 @@ Info read(const std::string& children) {
     qnpolicy::ReadOptions options;
     options.bLog = false;
     const qnpolicy::DocumentRead document = qnpolicy::ReadPolicyBytes(
-        "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">" + children + "</QuillnetLocalPolicy>",
+        "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) + "\">" +
+            children + "</QuillnetLocalPolicy>",
         "p.xml", options);
     EXPECT_EQ(document.status, 0) << children;
     return document.record;

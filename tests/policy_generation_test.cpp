@@ -29,8 +29,8 @@ std::string policyDocument(const Lines& children) {
            "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
            "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ "
            "QuillnetLocalPolicy.xsd\" "
-           "qnversion=\"5.1.8.105\""
-        << (children.empty() ? "/>\n" : ">\n");
+           "qnversion=\""
+        << qnpolicy::kClientVersion << "\"" << (children.empty() ? "/>\n" : ">\n");
     size_t depth = 1;
     for (const std::string& child : children) {
         const size_t equals = child.find('=');

@@ -11,15 +11,17 @@
 
 #include "LocalPolicySettings.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
-constexpr char kRootStart[] =
+const std::string kRootStart =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
-    "qnversion=\"5.1.8.105\">\n";
+    "qnversion=\"" +
+    std::string(qnpolicy::kClientVersion) + "\">\n";
 constexpr char kRootEnd[] = "</QuillnetLocalPolicy>\n";
 
 // xmllint's status: 0 valid, 3 invalid against the schema (1 would be not well-formed,

@@ -27,6 +27,7 @@
 #include "LocalPolicyDocument.h"
 #include "PolicyModel.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 #include "lint/PolicyTexts.h"
 
 namespace {
@@ -311,7 +312,7 @@ TEST(QnpolicyTool, DispatchesEachCommandLineWithAReason) {
             EXPECT_TRUE(run.out.empty()) << words;
         }
     }
-    EXPECT_EQ(ToolRun("--version").out, "qnpolicy 5.1.8.105\n");
+    EXPECT_EQ(ToolRun("--version").out, "qnpolicy " + std::string(qnpolicy::kClientVersion) + "\n");
     // With --json, whatever ends the run prints one object: the option parser's refusals too.
     for (const auto& [words, kind] : std::vector<std::pair<std::string, std::string>>{
              {"generate --json" + d, "usage"},
@@ -749,8 +750,8 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
 TEST(QnpolicyTool, CheckReportsWhatShowReadsDifferentlyFromTheFile) {
     qntest::TempDir dir;
     const auto policy = [](const std::string& children) {
-        return "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n" + children +
-               "\n</QuillnetLocalPolicy>\n";
+        return "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) +
+               "\">\n" + children + "\n</QuillnetLocalPolicy>\n";
     };
     const std::vector<std::tuple<std::string, std::string, Json, std::string>> cases = {
         {policy("<RestrictPreferenceCaching>Credentials, Thumbprints</RestrictPreferenceCaching>"),
@@ -937,13 +938,13 @@ TEST(QnpolicyTool, EveryFailedWriteEndsWithAnIoError) {
 // before the cut, as plain show does.
 TEST(QnpolicyTool, ShowTellsWhereEachValueComesFromAndWhatACutFileLeaves) {
     qntest::TempDir dir;
-    const std::string file =
-        dir.write("p.xml",
-                  "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n"
-                  "  <FipsMode>true</FipsMode><FipMode>false</FipMode>\n"
-                  "  <UpdatePolicy><AuthorizedServerList>\n"
-                  "    <ServerName>gw1</ServerName>\n"
-                  "  </AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy>\n");
+    const std::string file = dir.write(
+        "p.xml", "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) +
+                     "\">\n"
+                     "  <FipsMode>true</FipsMode><FipMode>false</FipMode>\n"
+                     "  <UpdatePolicy><AuthorizedServerList>\n"
+                     "    <ServerName>gw1</ServerName>\n"
+                     "  </AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy>\n");
     const ToolRun run("show --origin --json " + file + " upal fm");
     EXPECT_EQ(run.status, 0) << run.err;
     const Json shown = run.json();
@@ -1028,10 +1029,10 @@ TEST(QnpolicyTool, ShowFlatPrintsOneLinePerSettingAndServer) {
 // the install directory's file (the defaults when missing) is the old one.
 TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
     qntest::TempDir dir;
-    const std::string a =
-        dir.write("a.xml",
-                  "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n  <FipsMode>true</FipsMode>\n"
-                  "  <EnableCRLCheck>false</EnableCRLCheck>\n</QuillnetLocalPolicy>\n");
+    const std::string a = dir.write(
+        "a.xml", "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) +
+                     "\">\n  <FipsMode>true</FipsMode>\n"
+                     "  <EnableCRLCheck>false</EnableCRLCheck>\n</QuillnetLocalPolicy>\n");
     const std::string b =
         dir.write("b.xml",
                   "<QuillnetLocalPolicy qnversion=\"5.1.9\"><!-- same -->"
@@ -1042,10 +1043,10 @@ TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
                                     "</QuillnetLocalPolicy>\n");
     const ToolRun same("diff " + a + " " + b);
     EXPECT_EQ(same.status, 0);
-    EXPECT_EQ(same.out,
-              "qnversion: \"5.1.8.105\" -> \"5.1.9\" (no difference: the client reads "
-              "both alike)\n" +
-                  a + " and " + b + ": the client reads the same policy\n");
+    EXPECT_EQ(same.out, "qnversion: \"" + std::string(qnpolicy::kClientVersion) +
+                            "\" -> \"5.1.9\" (no difference: the client reads "
+                            "both alike)\n" +
+                            a + " and " + b + ": the client reads the same policy\n");
     const ToolRun different("diff " + a + " - < " + c);
     EXPECT_EQ(different.status, 1);
     EXPECT_EQ(different.out.substr(0, different.out.find("qnversion")),

@@ -103,7 +103,7 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
          "</AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy></QuillnetLocalPolicy>",
          "nested-root-element:2 newer-version:2 blank-in-server-name:3 blank-in-server-name:3"},
         // Clean documents give nothing.
-        {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
+        {"<QuillnetLocalPolicy><FipsMode>true</FipsMode>"
          "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
          "<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols></QuillnetLocalPolicy>",
          ""},
