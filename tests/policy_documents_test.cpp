@@ -19,6 +19,7 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
+#include "LocalQNPolicyOptionTexts.h"
 #include "PolicyModel.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -70,17 +71,13 @@ std::string valueOf(const std::string& element, const Info& info) {
         }
     }
     if (element == "RestrictPreferenceCaching") {
-        static const char* const kOptions[] = {"false",
-                                               "Credentials",
-                                               "Thumbprints",
-                                               "CredentialsAndThumbprints",
-                                               "AutomaticServerSelection",
-                                               "All"};
         const std::vector<bool> set = info.RestrictPrefCaching();
         std::string options;
         for (size_t option = 1; option < set.size(); ++option) {
             if (set[option]) {
-                options += (options.empty() ? "" : ",") + std::string(kOptions[option]);
+                options += (options.empty() ? "" : ",");
+                options +=
+                    qnpolicy::CachingOptionText(static_cast<RestrictPrefCachingOption>(option));
             }
         }
         return options.empty() ? "false" : options;
@@ -293,20 +290,6 @@ TEST(PolicyDocuments, TheArgumentCheckOptionsRefuseOrRespellOnlyTheirOwnCases) {
                       (checked.refused[0].serverName.empty() ? ""
                                                              : " " + checked.refused[0].serverName);
         EXPECT_EQ(outcome, expected) << argument << " " << flags;
-    }
-}
-
-// One setting overrides another, as both descriptions say: a restricted server certificate
-// store reads as strict certificate trust whatever StrictCertificateTrust says.
-TEST(PolicyDocuments, ARestrictedServerStoreReadsAsStrictTrust) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "true"), "true"},
-        {el("RestrictServerCertStore", "true") + el("StrictCertificateTrust", "false"), "true"},
-        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "false"), "false"},
-        {el("StrictCertificateTrust", "true"), "true"},
-    };
-    for (const auto& [children, expected] : cases) {
-        EXPECT_EQ(valueOf("StrictCertificateTrust", read(children)), expected) << children;
     }
 }
 

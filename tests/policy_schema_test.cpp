@@ -51,24 +51,15 @@ std::string generateInto(const qntest::TempDir& dir, const std::vector<std::stri
 }
 
 // The values an installer may give a row that the client then applies as given: the listed
-// values (for the tunnel, only the spellings the reader applies), else typical free texts.
+// values (for the tunnel, the one whose spelling the reader applies), else typical free texts.
 std::vector<std::string> appliedValues(const LocalPolicySettingInfo& setting) {
     switch (setting.kind) {
         case LocalPolicySettingKind::CACHING_LIST:
             return {"false", "Credentials,Thumbprints", "All", "AutomaticServerSelection,"};
         case LocalPolicySettingKind::SERVER_LIST:
             return {"gw1.example.com;gw2.example.com,gw3", ";", "vpn.example.com"};
-        case LocalPolicySettingKind::TUNNEL_PROTOCOL: {
-            std::vector<std::string> applied;
-            for (const std::string& value : setting.allowedValues) {
-                for (const std::string& text : LocalPolicyAppliedTunnelTexts()) {
-                    if (value == text) {
-                        applied.push_back(value);
-                    }
-                }
-            }
-            return applied;
-        }
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+            return {"false"};  // the vocabulary's "TLS" and "IPSec" are not applied as written
         default:
             return setting.allowedValues;
     }

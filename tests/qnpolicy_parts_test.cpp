@@ -90,12 +90,6 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
         {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>\n"
          "<StrictCertificateTrust>TRUE</StrictCertificateTrust>\n</QuillnetLocalPolicy>",
          "non-boolean-value:2 overridden-setting:2"},
-        {"<QuillnetLocalPolicy><StrictCertificateTrust>false</StrictCertificateTrust>"
-         "<RestrictServerCertStore>false</RestrictServerCertStore></QuillnetLocalPolicy>",
-         ""},
-        {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>"
-         "<StrictCertificateTrust>true</StrictCertificateTrust></QuillnetLocalPolicy>",
-         ""},
         // A root inside the root is read like the root, its version included; a server name
         // with a blank inside is kept as one name.
         {"<QuillnetLocalPolicy>\n<QuillnetLocalPolicy qnversion=\"9\">\n<UpdatePolicy>"
