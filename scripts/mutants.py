@@ -98,6 +98,6 @@ M = [
  ("ld-keepnames", "vpn/Common/Xml/LocalPolicyDocument.h", "bool bKeepServerNames = true;", "bool bKeepServerNames = false;"),
  ("rd-keepnames", "vpn/Common/Xml/LocalPolicyReader.h", "return m_bKeepServerNames || setting.kind != LocalPolicySettingKind::SERVER_NAME;", "return setting.kind != LocalPolicySettingKind::SERVER_NAME;"),
  ("lint-dupname", "tools/qnpolicy/lint/PolicyLinter.cpp", "            if (slot == kFree ||\n", "            if (true ||\n"),
- ("lint-dupline", "tools/qnpolicy/lint/PolicyLinter.cpp", "m_entries.push_back(Entry{m_texts.keep(name), line});", "m_entries.push_back(Entry{m_texts.keep(name), 0});"),
+ ("lint-dupline", "tools/qnpolicy/lint/PolicyLinter.cpp", "m_entries.push_back(Entry{m_texts.keep(name), line});", "m_entries.push_back(Entry{m_texts.keep(name), line + 1});"),
  ("lint-grow", "tools/qnpolicy/lint/PolicyLinter.cpp", "            m_slots[find(m_entries[index].name, hash)] = (hash & ~kIndexMask) | index;", "            m_slots[find(m_entries[index].name, hash)] = hash & ~kIndexMask;"),
 ]

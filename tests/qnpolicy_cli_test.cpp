@@ -870,14 +870,17 @@ TEST(QnpolicyTool, GenerateReadsArgumentsFromAFileOrStandardInput) {
 }
 
 // 100,000 servers, far more than a command line can carry, given on one upal= line through
-// --args-from, are written and load back with every name.
+// --args-from, are written and load back with every name; among as many, check finds the one
+// name listed twice.
 TEST(QnpolicyTool, GeneratesAHundredThousandServersThatLoadBackWithEveryName) {
     qntest::TempDir dir;
     std::string line = "upal=";
+    std::string listed = "<QuillnetLocalPolicy><UpdatePolicy><AuthorizedServerList>\n";
     Json expected = Json::array();
     for (int i = 0; i < 100000; ++i) {
         const std::string server = "gw" + std::to_string(i) + ".example.com";
         line += server + ";";
+        listed += "<ServerName>" + server + "</ServerName>\n";
         expected.push_back(server);
     }
     const std::string file = dir.write("arguments", "fm=true\n" + line + "\n");
@@ -885,6 +888,21 @@ TEST(QnpolicyTool, GeneratesAHundredThousandServersThatLoadBackWithEveryName) {
     ASSERT_EQ(ToolRun("generate --args-from " + file + d).status, 0);
     EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("AuthorizedServerList"),
               expected);
+    // The same names and the second once more: check finds that one repetition among them all.
+    const std::string repeated = dir.write(
+        "repeated.xml", listed +
+                            "<ServerName>gw1.example.com</ServerName>\n"
+                            "</AuthorizedServerList></UpdatePolicy></QuillnetLocalPolicy>\n");
+    const Json findings = ToolRun("check --json --ignore file-owner " + repeated)
+                              .json()
+                              .at("files")
+                              .at(0)
+                              .at("findings");
+    ASSERT_EQ(findings.size(), 1U) << findings.dump();
+    EXPECT_EQ(findings.at(0).at("kind"), "duplicate-server-name");
+    EXPECT_EQ(findings.at(0).at("line"), 100002);
+    EXPECT_EQ(findings.at(0).at("message"),
+              "Server name \"gw1.example.com\" is listed again (first at line 3).");
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
