@@ -820,15 +820,15 @@ TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
 // printed twice.
 TEST(QnpolicyTool, PrintsWhatComesFromTheFileSoThatItCannotForgeALine) {
     qntest::TempDir dir;
-    const std::string forged = dir.write(
-        "a\nb.xml", "<QuillnetLocalPolicy qnversion=\"5.1.8.106&#10;  FipsMode   true\"/>");
+    const std::string forged =
+        dir.write("a\nb.xml", "<QuillnetLocalPolicy qnversion=\"9.1&#10;  FipsMode   true\"/>");
     const ToolRun shown("show '" + forged + "'");
-    EXPECT_TRUE(shown.has("\nVersion:     \"5.1.8.106\\n  FipsMode   true\"\n")) << shown.out;
+    EXPECT_TRUE(shown.has("\nVersion:     \"9.1\\n  FipsMode   true\"\n")) << shown.out;
     EXPECT_TRUE(shown.has("Policy file: \"" + dir.path() + "a\\nb.xml\" (present)\n"));
     EXPECT_TRUE(ToolRun("check '" + forged + "'")
                     .has("\"" + dir.path() +
                          "a\\nb.xml\":1:1: newer-version: The file's version "
-                         "\"5.1.8.106\\n  FipsMode   true\" is newer"));
+                         "\"9.1\\n  FipsMode   true\" is newer"));
     ASSERT_EQ(::chmod(dir.path().c_str(), 0777), 0);
     const ToolRun unsafe("generate fm=true --install-dir " + dir.path());
     EXPECT_EQ(unsafe.status, 73);

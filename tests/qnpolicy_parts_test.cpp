@@ -47,7 +47,7 @@ std::string kindsAndLines(const LintResult& result) {
 TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"<?xml version=\"1.0\"?>\n<!-- no DTD: the client refuses a file with one -->\n"
-         "<QuillnetLocalPolicy qnversion=\"5.1.8.106\">\n<BypassDownloader/>\n"
+         "<QuillnetLocalPolicy qnversion=\"9.1\">\n<BypassDownloader/>\n"
          "<RestrictWebLaunch value=\"true\"/>\n<EnableCRLCheck>True</EnableCRLCheck>\n"
          "<ServerName>gw3</ServerName>\n"
          "<RestrictPreferenceCaching>Credentials,false,All</RestrictPreferenceCaching>\n"
