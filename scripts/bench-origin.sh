@@ -22,18 +22,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 policy="$work/QuillnetLocalPolicy.xml"
 
-# The document as the module writes it, as make bench-cli writes it: a few settings, then the
-# servers.
-{
-    printf '<?xml version="1.0" encoding="UTF-8"?>\n'
-    printf '<QuillnetLocalPolicy xmlns="http://schemas.xmlsoap.org/encoding/" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" xsi:schemaLocation="http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd" qnversion="5.1.8.105">\n'
-    printf '    <BypassDownloader>true</BypassDownloader>\n    <FipsMode>true</FipsMode>\n'
-    printf '    <UpdatePolicy>\n        <AllowSoftwareUpdatesFromAnyServer>false</AllowSoftwareUpdatesFromAnyServer>\n'
-    printf '        <AuthorizedServerList>\n'
-    awk -v n="$servers" 'BEGIN { for (i = 0; i < n; i++) printf "            <ServerName>gw%06d.example.com</ServerName>\n", i }'
-    printf '        </AuthorizedServerList>\n    </UpdatePolicy>\n</QuillnetLocalPolicy>\n'
-} >"$policy"
-chmod 0644 "$policy"
+bash "$(dirname "$0")/bench-policy.sh" "$policy" "$servers"
 
 # The instructions of one whole process running the tool with these arguments.
 count() {

@@ -19,8 +19,10 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
+#include "LocalQNPolicyOptionTexts.h"
 #include "PolicyModel.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
@@ -47,7 +49,8 @@ Info read(const std::string& children) {
     qnpolicy::ReadOptions options;
     options.bLog = false;
     const qnpolicy::DocumentRead document = qnpolicy::ReadPolicyBytes(
-        "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">" + children + "</QuillnetLocalPolicy>",
+        "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) + "\">" +
+            children + "</QuillnetLocalPolicy>",
         "p.xml", options);
     EXPECT_EQ(document.status, 0) << children;
     return document.record;
@@ -68,17 +71,13 @@ std::string valueOf(const std::string& element, const Info& info) {
         }
     }
     if (element == "RestrictPreferenceCaching") {
-        static const char* const kOptions[] = {"false",
-                                               "Credentials",
-                                               "Thumbprints",
-                                               "CredentialsAndThumbprints",
-                                               "AutomaticServerSelection",
-                                               "All"};
         const std::vector<bool> set = info.RestrictPrefCaching();
         std::string options;
         for (size_t option = 1; option < set.size(); ++option) {
             if (set[option]) {
-                options += (options.empty() ? "" : ",") + std::string(kOptions[option]);
+                options += (options.empty() ? "" : ",");
+                options +=
+                    qnpolicy::CachingOptionText(static_cast<RestrictPrefCachingOption>(option));
             }
         }
         return options.empty() ? "false" : options;
@@ -291,20 +290,6 @@ TEST(PolicyDocuments, TheArgumentCheckOptionsRefuseOrRespellOnlyTheirOwnCases) {
                       (checked.refused[0].serverName.empty() ? ""
                                                              : " " + checked.refused[0].serverName);
         EXPECT_EQ(outcome, expected) << argument << " " << flags;
-    }
-}
-
-// One setting overrides another, as both descriptions say: a restricted server certificate
-// store reads as strict certificate trust whatever StrictCertificateTrust says.
-TEST(PolicyDocuments, ARestrictedServerStoreReadsAsStrictTrust) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "true"), "true"},
-        {el("RestrictServerCertStore", "true") + el("StrictCertificateTrust", "false"), "true"},
-        {el("StrictCertificateTrust", "false") + el("RestrictServerCertStore", "false"), "false"},
-        {el("StrictCertificateTrust", "true"), "true"},
-    };
-    for (const auto& [children, expected] : cases) {
-        EXPECT_EQ(valueOf("StrictCertificateTrust", read(children)), expected) << children;
     }
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "PolicyDocumentFixture.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
@@ -148,9 +149,10 @@ TEST_F(PolicyReader, RootVersionIsStoredAndWarnedAboutOnlyWhenNewer) {
         "addAttribute", Logging::DBG_Warning,
         "The parsed Local Security Policy File version is newer than the current Quillnet "
         "Client. Unexpected behaviors can result.");
-    const std::pair<const char*, bool> cases[] = {
-        {"5.1.8.105", false}, {"5.1", false},  {"", false},
-        {"5.1.8.106", true},  {"5,1,9", true}, {"5.1.8.105.1", true},
+    const std::string client = qnpolicy::kClientVersion;
+    const std::pair<std::string, bool> cases[] = {
+        {client, false},       {"0.9", false},  {"", false},
+        {client + ".1", true}, {"99999", true}, {"99999,1", true},
     };
     for (const auto& [version, bNewer] : cases) {
         Info expected;  // a newer document applies as well

@@ -11,15 +11,17 @@
 
 #include "LocalPolicySettings.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
-constexpr char kRootStart[] =
+const std::string kRootStart =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
-    "qnversion=\"5.1.8.105\">\n";
+    "qnversion=\"" +
+    std::string(qnpolicy::kClientVersion) + "\">\n";
 constexpr char kRootEnd[] = "</QuillnetLocalPolicy>\n";
 
 // xmllint's status: 0 valid, 3 invalid against the schema (1 would be not well-formed,
@@ -49,24 +51,15 @@ std::string generateInto(const qntest::TempDir& dir, const std::vector<std::stri
 }
 
 // The values an installer may give a row that the client then applies as given: the listed
-// values (for the tunnel, only the spellings the reader applies), else typical free texts.
+// values (for the tunnel, the one whose spelling the reader applies), else typical free texts.
 std::vector<std::string> appliedValues(const LocalPolicySettingInfo& setting) {
     switch (setting.kind) {
         case LocalPolicySettingKind::CACHING_LIST:
             return {"false", "Credentials,Thumbprints", "All", "AutomaticServerSelection,"};
         case LocalPolicySettingKind::SERVER_LIST:
             return {"gw1.example.com;gw2.example.com,gw3", ";", "vpn.example.com"};
-        case LocalPolicySettingKind::TUNNEL_PROTOCOL: {
-            std::vector<std::string> applied;
-            for (const std::string& value : setting.allowedValues) {
-                for (const std::string& text : LocalPolicyAppliedTunnelTexts()) {
-                    if (value == text) {
-                        applied.push_back(value);
-                    }
-                }
-            }
-            return applied;
-        }
+        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
+            return {"false"};  // the vocabulary's "TLS" and "IPSec" are not applied as written
         default:
             return setting.allowedValues;
     }

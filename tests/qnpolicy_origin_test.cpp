@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "MessageText.h"
+#include "XmlLocalQNPolMgrConstants.h"
 #include "origin/EffectivePolicy.h"
 
 namespace {
@@ -41,8 +42,8 @@ std::string originOf(const EffectivePolicy& policy, const std::string& element) 
 }
 
 std::string document(const std::string& children) {
-    return "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n" + children +
-           "\n</QuillnetLocalPolicy>\n";
+    return "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) + "\">\n" +
+           children + "\n</QuillnetLocalPolicy>\n";
 }
 
 // Each document gives each named setting exactly this value, origin and contributors.

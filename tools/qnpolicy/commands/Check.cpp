@@ -9,8 +9,10 @@
 #include "CommandTable.h"
 #include "LocalPolicyDocument.h"
 #include "MessageText.h"
+#include "ToolContext.h"
 #include "lint/PolicyLinter.h"
 #include "output/Output.h"
+#include "output/PolicyViews.h"
 #include "safety/PathAudit.h"
 #include "sysutils.h"
 
@@ -41,9 +43,6 @@ const char kCheckResultSchema[] = R"({
 })";
 
 namespace {
-
-constexpr char kStandardInput[] = "-";
-constexpr char kStandardInputName[] = "<stdin>";
 
 // One checked input: the name it is reported under, its result, and whether it was missing
 // (a FILE argument: no such file) or is the install directory's absent policy file (the
@@ -142,10 +141,9 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
     }
     json.Key("findings").BeginArray();
     for (const LintFinding& finding : result.findings) {
-        json.BeginObject().Key("kind").String(finding.kind);
-        json.Key("severity").String(SeverityText(finding.eSeverity));
-        json.Key("line").Number(finding.line).Key("column").Number(finding.column);
-        json.Key("message").String(finding.message).EndObject();
+        json.BeginObject();
+        WriteFindingMembers(json, finding);
+        json.EndObject();
     }
     json.EndArray();
     if (!result.omitted.empty()) {

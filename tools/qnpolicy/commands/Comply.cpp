@@ -18,6 +18,7 @@
 #include "commands/ShowOrigin.h"
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
+#include "output/PolicyViews.h"
 #include "safety/PathAudit.h"
 #include "sysutils.h"
 
@@ -87,8 +88,6 @@ const char kComplyResultSchema[] = R"({
 })";
 
 namespace {
-
-constexpr char kStandardInput[] = "-";
 
 // One judged file: its verdicts, or why it could not be judged.
 // A FILE argument that is not there is missing (only the system's "nothing there": a path that
@@ -343,10 +342,9 @@ void writeVerdictJson(CJsonWriter& json, const RuleVerdict& verdict, const Basel
     if (pRule == nullptr) {
         json.Key("findings").BeginArray();
         for (const LintFinding& finding : verdict.findings) {
-            json.BeginObject().Key("kind").String(finding.kind);
-            json.Key("severity").String(SeverityText(finding.eSeverity));
-            json.Key("line").Number(finding.line).Key("column").Number(finding.column);
-            json.Key("message").String(finding.message).EndObject();
+            json.BeginObject();
+            WriteFindingMembers(json, finding);
+            json.EndObject();
         }
         json.EndArray();
     }
@@ -416,7 +414,7 @@ class CComplyCommand : public CCommand {
         if (!text.error.empty()) {
             return context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
         }
-        const std::string name = m_baseline == kStandardInput ? "<stdin>" : m_baseline;
+        const std::string name = m_baseline == kStandardInput ? kStandardInputName : m_baseline;
         const BaselineParse parse = ParseBaseline(text.text, name);
         if (!parse.error.empty()) {
             return refuseBaseline(context, name, parse.error);

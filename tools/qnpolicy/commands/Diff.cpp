@@ -4,6 +4,7 @@
 
 #include "CommandTable.h"
 #include "MessageText.h"
+#include "ToolContext.h"
 #include "commands/ShowOrigin.h"
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
@@ -40,9 +41,6 @@ const char kDiffResultSchema[] = R"({
 })";
 
 namespace {
-
-constexpr char kStandardInput[] = "-";
-constexpr char kStandardInputName[] = "<stdin>";
 
 // Where one side of the comparison comes from: a FILE argument, standard input, or the install
 // directory's file, which may be missing (then the client holds the defaults).

@@ -18,7 +18,6 @@ namespace qnpolicy::tool {
 
 namespace {
 
-constexpr char kStandardInput[] = "-";
 // The mode of every policy file the tool writes: its owner writes, all read.
 constexpr mode_t kPolicyFileMode = 0644;
 

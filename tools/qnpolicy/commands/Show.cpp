@@ -10,6 +10,7 @@
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
+#include "ToolContext.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "commands/ShowOrigin.h"
 #include "lint/PolicyTexts.h"
@@ -72,8 +73,6 @@ constexpr int kNameWidth = 52;
 constexpr char kFormatText[] = "text";
 constexpr char kFormatJson[] = "json";
 constexpr char kFormatFlat[] = "flat";
-constexpr char kStandardInput[] = "-";
-constexpr char kStandardInputName[] = "<stdin>";
 
 // One "name value" line, the values of all levels aligned in one column.
 void printLine(std::ostream& out, const std::string& name, const std::string& value,

@@ -8,13 +8,13 @@
 #include <algorithm>
 
 #include "MessageText.h"
+#include "ToolContext.h"
 #include "origin/EffectivePolicy.h"
 #include "output/Output.h"
 
 namespace qnpolicy::tool {
 
 ShowOperands SortShowOperands(const std::vector<std::string>& words, bool bOrigin) {
-    constexpr char kStandardInput[] = "-";
     ShowOperands operands;
     std::vector<std::string> names;
     for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {

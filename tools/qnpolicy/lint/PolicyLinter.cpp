@@ -4,9 +4,10 @@
 #include "PolicyLinter.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 
 #include "LocalPolicyDocument.h"
 #include "LocalPolicyKinds.h"
@@ -82,12 +83,13 @@ const std::vector<std::string>& knownNames() {
 }
 
 // Texts kept for as long as a lint runs, in chunks that never move, so that views of them stay
-// valid: the server names compared for repetition cost their bytes and no allocation each.
+// valid: the server names compared for repetition cost their bytes and no allocation each. A
+// chunk is not zero-filled: only the bytes copied into it are ever read.
 class TextArena {
   public:
     std::string_view keep(std::string_view text) {
         if (text.size() > kChunk - m_used || m_chunks.empty()) {
-            m_chunks.push_back(std::make_unique<char[]>(std::max(kChunk, text.size())));
+            m_chunks.emplace_back(new char[std::max(kChunk, text.size())]);
             m_used = 0;
         }
         char* at = m_chunks.back().get() + m_used;
@@ -100,6 +102,72 @@ class TextArena {
     static constexpr size_t kChunk = size_t{1} << 20;
     std::vector<std::unique_ptr<char[]>> m_chunks;
     size_t m_used = 0;
+};
+
+// The server names of a document with the line of each one's first occurrence: the entries
+// in one vector, in the order they came, and one flat table of slots (open addressing, linear
+// probing, at most half full, rebuilt twice as large when it would be fuller), each holding an
+// entry's index and the upper half of its name's hash, so that a lookup mostly touches one slot
+// of eight bytes and compares names only when their hashes agree. The names are views into a
+// TextArena: a name costs its bytes and no allocation of its own. The count of names is not
+// known before the read ends, hence the doubling.
+class ServerNameSet {
+  public:
+    struct Entry {
+        std::string_view name;
+        unsigned long line = 0;
+    };
+
+    // Adds name, first seen at line, and returns null; or returns its earlier entry. Past
+    // kMaxEntries names (a file of tens of gigabytes) the later ones are not looked for.
+    const Entry* add(std::string_view name, unsigned long line) {
+        if (m_entries.size() >= kMaxEntries) {
+            return nullptr;
+        }
+        if (2 * (m_entries.size() + 1) > m_slots.size()) {
+            grow();
+        }
+        const uint64_t hash = std::hash<std::string_view>()(name);
+        uint64_t& slot = m_slots[find(name, hash)];
+        if (slot != kFree) {
+            return &m_entries[slot & kIndexMask];
+        }
+        slot = (hash & ~kIndexMask) | m_entries.size();
+        m_entries.push_back(Entry{m_texts.keep(name), line});
+        return nullptr;
+    }
+
+  private:
+    static constexpr uint64_t kFree = ~uint64_t{0};
+    static constexpr uint64_t kIndexMask = 0xFFFFFFFF;
+    static constexpr size_t kInitialSlots = 1024;
+    // The most names kept: far more than a stream may hold, and within an index's range.
+    static constexpr size_t kMaxEntries = size_t{1} << 30;
+
+    // The slot of name, or the free slot where it belongs.
+    size_t find(std::string_view name, uint64_t hash) const {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t at = hash & mask;; at = (at + 1) & mask) {
+            const uint64_t slot = m_slots[at];
+            if (slot == kFree ||
+                (((slot ^ hash) & ~kIndexMask) == 0 && m_entries[slot & kIndexMask].name == name)) {
+                return at;
+            }
+        }
+    }
+
+    // Twice the slots, filled again from the entries (their names are distinct).
+    void grow() {
+        m_slots.assign(std::max(kInitialSlots, 2 * m_slots.size()), kFree);
+        for (size_t index = 0; index < m_entries.size(); ++index) {
+            const uint64_t hash = std::hash<std::string_view>()(m_entries[index].name);
+            m_slots[find(m_entries[index].name, hash)] = (hash & ~kIndexMask) | index;
+        }
+    }
+
+    TextArena m_texts;
+    std::vector<Entry> m_entries;
+    std::vector<uint64_t> m_slots;  // a power of two of them
 };
 
 // The linter's own view of an open element: what the findings made at its text and at its end
@@ -366,14 +434,13 @@ class CLinter final : public ReadObserver {
     }
 
     void checkRepeatedServer(const OpenElement& element, std::string_view server) {
-        const auto found = m_serverLines.find(server);
-        if (found == m_serverLines.end()) {
-            m_serverLines.emplace(m_serverTexts.keep(server), element.line);
+        const ServerNameSet::Entry* first = m_servers.add(server, element.line);
+        if (first == nullptr) {
             return;
         }
-        report(element, findingkind::kDuplicateServerName, [&found] {
-            return "Server name " + Quoted(found->first) + " is listed again (first at line " +
-                   std::to_string(found->second) + ").";
+        report(element, findingkind::kDuplicateServerName, [first] {
+            return "Server name " + Quoted(first->name) + " is listed again (first at line " +
+                   std::to_string(first->line) + ").";
         });
     }
 
@@ -414,8 +481,7 @@ class CLinter final : public ReadObserver {
     unsigned int m_uiOpenUpdatePolicies = 0;
     unsigned int m_uiOpenServerLists = 0;
     std::map<const LocalPolicySettingInfo*, unsigned long> m_firstLines;
-    TextArena m_serverTexts;
-    std::unordered_map<std::string_view, unsigned long> m_serverLines;
+    ServerNameSet m_servers;
     std::vector<TextProblem> m_problems;  // reused for every text
     // The last counting text of each on/off setting, and where its element starts.
     struct StatedFlag {
@@ -448,6 +514,8 @@ template <typename Read>
 DocumentRead readLinted(Read read, ReadObserver* pAlso, LintScope eScope, LintResult& rResult) {
     ReadOptions options;
     options.bLog = false;
+    // The lint needs the record's settings, not its list of servers; another observer may.
+    options.bKeepServerNames = pAlso != nullptr;
     CLinter linter(rResult, eScope);
     std::optional<CBothObservers> both;
     options.pObserver = &linter;

@@ -447,12 +447,8 @@ void WriteOriginsJson(std::ostream& out, const EffectivePolicy& policy,
             continue;
         }
         json.BeginObject().Key("element").String(finding.element);
-        json.Key("kind")
-            .String(finding.kind)
-            .Key("severity")
-            .String(SeverityText(finding.eSeverity));
-        json.Key("line").Number(finding.line).Key("column").Number(finding.column);
-        json.Key("message").String(finding.message).EndObject();
+        WriteFindingMembers(json, finding);
+        json.EndObject();
     }
     json.EndArray();
     if (selection.empty() && !policy.lint.omitted.empty()) {
@@ -463,6 +459,12 @@ void WriteOriginsJson(std::ostream& out, const EffectivePolicy& policy,
         json.EndObject();
     }
     json.EndObject().Finish();
+}
+
+void WriteFindingMembers(CJsonWriter& json, const LintFinding& finding) {
+    json.Key("kind").String(finding.kind).Key("severity").String(SeverityText(finding.eSeverity));
+    json.Key("line").Number(finding.line).Key("column").Number(finding.column);
+    json.Key("message").String(finding.message);
 }
 
 void WriteSettingValuesJson(CJsonWriter& json, const LocalQNPolicyInfo& record) {

@@ -34,6 +34,10 @@ void WriteOriginsJson(std::ostream& out, const EffectivePolicy& policy,
 void WriteOriginSettingsJson(CJsonWriter& json, const EffectivePolicy& policy,
                              const SettingSelection& selection);
 
+// A finding's members as every JSON output prints them, in this order: kind, severity, line,
+// column, message (the caller opens and closes the object).
+void WriteFindingMembers(CJsonWriter& json, const LintFinding& finding);
+
 // The "settings" object of show --json: one member per element, each value typed by its shape.
 void WriteSettingValuesJson(CJsonWriter& json, const LocalQNPolicyInfo& record);
 

@@ -323,7 +323,7 @@ PolicyLoad LoadPolicyDocument(const std::string& path, const DocumentSource& sou
     PolicyLoad load;
     XmlParser parser(&handler);
     parser.LogFailures(options.bLog);
-    reader.Begin(options.bLog, options.pObserver, &parser);
+    reader.Begin(options, &parser);
     struct ParseEnd {
         PolicyReader& rReader;
         ~ParseEnd() { rReader.End(); }

@@ -259,6 +259,9 @@ struct ReadOptions {
     bool bSecure = true;  // refuse a DOCTYPE, as the client does
     bool bLog = true;     // log what loading the file logs
     ReadObserver* pObserver = nullptr;
+    // false: the record's server list stays empty, though every name is read as ever (the
+    // observer sees each applied); for a caller that watches the read and needs no list.
+    bool bKeepServerNames = true;
 };
 
 // A document read as a fresh manager's first load reads it.

@@ -40,17 +40,18 @@ class PolicyReader final : public XmlMgr {
     bool FileUseFIPSMode() const { return m_rbFileUseFIPSMode; }
 
     // Before a parse: clears the file's FIPS value and the reader state (a parse that stopped
-    // inside a section must not change how the next file is read), and says how to report: the
-    // manager's records when bLog, every event to pObserver (null: none), with the position
-    // pParser gives.
-    void Begin(bool bLog, ReadObserver* pObserver, const XmlParser* pParser) {
+    // inside a section must not change how the next file is read), and takes the options: the
+    // manager's records when bLog, every event to pObserver (null: none) with the position
+    // pParser gives, the server names kept in the record or not.
+    void Begin(const ReadOptions& options, const XmlParser* pParser) {
         m_rbFileUseFIPSMode = false;
         m_rCurrentElement = std::string_view();
         m_rpCurrentSetting = nullptr;
         m_rbAuthorizedServerList = false;
         m_rbUpdatePolicySection = false;
-        m_bLog = bLog;
-        m_pObserver = pObserver;
+        m_bLog = options.bLog;
+        m_bKeepServerNames = options.bKeepServerNames;
+        m_pObserver = options.pObserver;
         m_pParser = pParser;
     }
     // After it: the parser is gone.
@@ -127,9 +128,10 @@ class PolicyReader final : public XmlMgr {
                 records::StructureIncorrect();
             }
             eAction = ReadAction::IGNORED_OUTSIDE_SECTION;
-        } else if (KindOf(setting->kind)
-                       .apply(*setting, elementValue, m_rRecord, m_rbFileUseFIPSMode) ==
-                   TextEffect::UNCHANGED) {
+        } else if (keeps(*setting) &&
+                   KindOf(setting->kind)
+                           .apply(*setting, elementValue, m_rRecord, m_rbFileUseFIPSMode) ==
+                       TextEffect::UNCHANGED) {
             eAction = ReadAction::UNCHANGED;
         }
         if (m_pObserver != nullptr) {
@@ -172,6 +174,12 @@ class PolicyReader final : public XmlMgr {
     static constexpr std::string_view kUpdatePolicyName = kUpdatePolicyElement;
     static constexpr std::string_view kServerListName = kAuthorizedServerListElement;
 
+    // Whether a text of setting goes into the record: all do, but a server name only when the
+    // read keeps the names; one that does not still reads it as applied.
+    bool keeps(const LocalPolicySettingInfo& setting) const {
+        return m_bKeepServerNames || setting.kind != LocalPolicySettingKind::SERVER_NAME;
+    }
+
     // The event reaches the observer with where it is.
     void notify(ReadEvent::Type eType, ReadAction eAction, std::string_view element,
                 const LocalPolicySettingInfo* pSetting, std::string_view name = std::string_view(),
@@ -197,6 +205,7 @@ class PolicyReader final : public XmlMgr {
     bool& m_rbAuthorizedServerList;
     bool& m_rbUpdatePolicySection;
     bool m_bLog = true;
+    bool m_bKeepServerNames = true;
     ReadObserver* m_pObserver = nullptr;
     const XmlParser* m_pParser = nullptr;
 };
