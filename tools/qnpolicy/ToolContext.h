@@ -57,7 +57,8 @@ inline constexpr ExitCodeInfo kExitCodes[] = {
     {kExitUsage,
      "usage error: unknown subcommand or option, an option the subcommand does not take, a "
      "missing or malformed argument"},
-    {kExitDataError, "generate, set, unset: arguments refused (nothing written); comply: a malformed baseline"},
+    {kExitDataError,
+     "generate, set, unset: arguments refused (nothing written); comply: a malformed baseline"},
     {kExitNoInput, "no such file or directory"},
     {kExitInternal, "internal error (an unexpected exception, such as running out of memory)"},
     {kExitCannotCreate,
