@@ -352,6 +352,32 @@ constexpr char kOriginSettingsSchema[] = R"({
         "additionalProperties": false
     }
 })";
+
+// An argument generate, set or unset skipped, and why.
+constexpr char kSkippedArgumentSchema[] = R"({
+    "type": "object",
+    "required": ["argument", "kind", "message"],
+    "properties": {
+        "argument": {"type": "string"},
+        "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
+                          "value-not-allowed", "server-name", "duplicate-argument"]},
+        "message": {"type": "string"}
+    },
+    "additionalProperties": false
+})";
+
+// One attribute of the policy file a writer repaired: what it was and what it is now.
+constexpr char kRepairSchema[] = R"({
+    "type": "object",
+    "required": ["attribute", "was", "now"],
+    "properties": {
+        "attribute": {"enum": ["owner", "group", "mode", "acl", "links"]},
+        "was": {"type": "string"},
+        "now": {"type": "string"}
+    },
+    "additionalProperties": false
+})";
+
 // One finding of check, as check and generate report it.
 constexpr char kFindingSchema[] = R"({
     "type": "object",
@@ -410,6 +436,8 @@ std::string OutputSchema(const CommandInfo& command) {
     schema["$defs"]["change"] = nlohmann::ordered_json::parse(kChangeSchema);
     schema["$defs"]["changeSide"] = nlohmann::ordered_json::parse(kChangeSideSchema);
     schema["$defs"]["audit"] = nlohmann::ordered_json::parse(kAuditSchema);
+    schema["$defs"]["skippedArgument"] = nlohmann::ordered_json::parse(kSkippedArgumentSchema);
+    schema["$defs"]["repair"] = nlohmann::ordered_json::parse(kRepairSchema);
     for (const auto& [name, definition] : definitions.items()) {
         schema["$defs"][name] = definition;
     }

@@ -58,30 +58,13 @@ const char kGenerateResultSchema[] = R"({
         "document": {"type": "string"},
         "diff": {"type": "string"},
         "changes": {"type": "array", "items": {"$ref": "#/$defs/change"}},
-        "skipped": {"type": "array", "items": {
-            "type": "object",
-            "required": ["argument", "kind", "message"],
-            "properties": {
-                "argument": {"type": "string"},
-                "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
-                                  "value-not-allowed", "server-name", "duplicate-argument"]},
-                "message": {"type": "string"}
-            },
-            "additionalProperties": false}},
+        "skipped": {"type": "array", "items": {"$ref": "#/$defs/skippedArgument"}},
         "findings": {"type": "array", "items": {
             "$ref": "#/$defs/finding",
             "required": ["argument"],
             "properties": {"argument": {"type": ["string", "null"]}},
             "unevaluatedProperties": false}},
-        "repaired": {"type": "array", "items": {
-            "type": "object",
-            "required": ["attribute", "was", "now"],
-            "properties": {
-                "attribute": {"enum": ["owner", "group", "mode", "acl", "links"]},
-                "was": {"type": "string"},
-                "now": {"type": "string"}
-            },
-            "additionalProperties": false}},
+        "repaired": {"type": "array", "items": {"$ref": "#/$defs/repair"}},
         "audit": {"$ref": "#/$defs/audit"},
         "error": {"$ref": "#/$defs/error"}
     },
@@ -103,16 +86,7 @@ const char kChangeResultSchema[] = R"({
         "document": {"type": "string"},
         "diff": {"type": "string"},
         "changes": {"type": "array", "items": {"$ref": "#/$defs/change"}},
-        "skipped": {"type": "array", "items": {
-            "type": "object",
-            "required": ["argument", "kind", "message"],
-            "properties": {
-                "argument": {"type": "string"},
-                "kind": {"enum": ["invalid-argument", "empty-value", "unknown-abbreviation",
-                                  "value-not-allowed", "server-name", "duplicate-argument"]},
-                "message": {"type": "string"}
-            },
-            "additionalProperties": false}},
+        "skipped": {"type": "array", "items": {"$ref": "#/$defs/skippedArgument"}},
         "findings": {"type": "array", "items": {
             "$ref": "#/$defs/finding",
             "required": ["argument", "refuses"],
@@ -128,15 +102,7 @@ const char kChangeResultSchema[] = R"({
                 "what": {"type": "string"}
             },
             "additionalProperties": false}},
-        "repaired": {"type": "array", "items": {
-            "type": "object",
-            "required": ["attribute", "was", "now"],
-            "properties": {
-                "attribute": {"enum": ["owner", "group", "mode", "acl", "links"]},
-                "was": {"type": "string"},
-                "now": {"type": "string"}
-            },
-            "additionalProperties": false}},
+        "repaired": {"type": "array", "items": {"$ref": "#/$defs/repair"}},
         "audit": {"$ref": "#/$defs/audit"},
         "error": {"$ref": "#/$defs/error"}
     },
