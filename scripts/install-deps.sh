@@ -15,10 +15,10 @@ PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev strace python3-jsonschema
     # the README's worked examples, run as printed
     jq
-    # command-line tool (yaml-cpp: baseline files, YAML with comments; libssl-dev: OpenSSL's
-    # libcrypto, the SHA-256 of the documents a writer reads and writes; script, from util-linux,
+    # command-line tool (yaml-cpp: baseline files, YAML with comments; nettle-dev: nettle,
+    # the SHA-256 of the documents a writer reads and writes; script, from util-linux,
     # which is essential, drives edit in its tests)
-    libcli11-dev nlohmann-json3-dev libyaml-cpp-dev libssl-dev
+    libcli11-dev nlohmann-json3-dev libyaml-cpp-dev nettle-dev
     # fuzzing (clang's libFuzzer and sanitizer runtimes) and coverage
     clang libclang-rt-14-dev gcovr
     # make format and make lint; instruction counts, times and peak memory of make bench and

@@ -215,7 +215,7 @@ const std::vector<CommandInfo>& Commands() {
     return commands;
 }
 
-void BuildCommandLine(CommandLine& line) {
+void BuildCommandLine(CommandLine& line, const CommandInfo* pOnly) {
     line.app.description(
         "qnpolicy " QN_CLIENT_VERSION
         ": generate, show and check the client's local policy file QuillnetLocalPolicy.xml.\n"
@@ -230,14 +230,17 @@ void BuildCommandLine(CommandLine& line) {
     addSharedOptions(line, line.app, allFlags);
     for (const CommandInfo& info : Commands()) {
         CLI::App* command = line.app.add_subcommand(info.name, info.description);
-        addSharedOptions(line, *command, info.flags);
         std::unique_ptr<CCommand> pCommand = info.create();
-        pCommand->AddOptions(*command);
-        for (auto& [name, values] : pCommand->OptionChoices()) {
-            line.choices[command->get_option(name)] = values;
+        const bool bComplete = pOnly == nullptr || pOnly == &info;
+        if (bComplete) {
+            addSharedOptions(line, *command, info.flags);
+            pCommand->AddOptions(*command);
+            for (auto& [name, values] : pCommand->OptionChoices()) {
+                line.choices[command->get_option(name)] = values;
+            }
         }
         command->allow_extras(false);
-        line.commands.push_back(CommandLine::Entry{&info, command, std::move(pCommand)});
+        line.commands.push_back(CommandLine::Entry{&info, command, std::move(pCommand), bComplete});
     }
     // Left-over words of the main command are an unknown subcommand or option, reported with
     // a suggestion instead of CLI11's generic message.

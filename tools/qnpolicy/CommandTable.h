@@ -18,6 +18,10 @@
 //   CommandLine line;
 //   BuildCommandLine(line);           // CLI11 app with every subcommand and option
 //   line.app.parse(argc, argv);
+//
+// A run that knows which subcommand its words name builds only that one's options
+// (BuildCommandLine(line, &info)): declaring every option of every subcommand costs more
+// than reading a typical policy file.
 namespace qnpolicy::tool {
 
 class CCommand {
@@ -88,11 +92,13 @@ struct CommandLine {
         const CommandInfo* pInfo;
         CLI::App* pApp;
         std::unique_ptr<CCommand> pCommand;
+        bool bComplete;  // its options are declared (false: its name and description only)
     };
     std::vector<Entry> commands;
     std::map<const CLI::Option*, std::vector<std::string>> choices;
 };
-void BuildCommandLine(CommandLine& line);
+// Every subcommand with its options; with pOnly, the others by name and description only.
+void BuildCommandLine(CommandLine& line, const CommandInfo* pOnly = nullptr);
 
 // The exit-code table as --help prints it.
 std::string ExitCodeHelp();

@@ -23,9 +23,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -108,20 +110,66 @@ int reportUnknown(const CommandLine& line, bool bJson) {
     return usageError(message + " (qnpolicy --help lists the subcommands and options)", bJson);
 }
 
+// The subcommand the words name, as the parser will find it: the first word that is a
+// subcommand's name and not the value of a main-command option, before any "--"; null when
+// there is none.
+const CommandInfo* namedCommand(int argc, char** argv) {
+    for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
+        const std::string word = argv[i];
+        if (word == "--install-dir" || word == "--log") {
+            ++i;
+            continue;
+        }
+        for (const CommandInfo& info : qnpolicy::tool::Commands()) {
+            if (word == info.name) {
+                return &info;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The command line parsed with only the named subcommand's options declared; when that parse
+// fails or finds another subcommand, parsed again with the whole table, so that what is
+// accepted, refused and printed is always the whole table's. Null when the run ends here
+// (--help, --version, a usage error) with *pStatus.
+std::unique_ptr<CommandLine> parseCommandLine(int argc, char** argv, bool bJson, int* pStatus) {
+    const CommandInfo* pOnly = namedCommand(argc, argv);
+    for (;;) {
+        auto pLine = std::make_unique<CommandLine>();
+        qnpolicy::tool::BuildCommandLine(*pLine, pOnly);
+        try {
+            pLine->app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            if (pOnly != nullptr) {
+                pOnly = nullptr;
+                continue;
+            }
+            // --help and --version end here with status 0; every real parse error is a usage
+            // error, whatever CLI11's own code for it.
+            *pStatus = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)
+                           ? pLine->app.exit(error)
+                           : usageError(error.what(), bJson);
+            return nullptr;
+        }
+        const auto partial = [](const CommandLine::Entry& e) {
+            return e.pApp->parsed() && !e.bComplete;
+        };
+        if (std::none_of(pLine->commands.begin(), pLine->commands.end(), partial)) {
+            return pLine;
+        }
+        pOnly = nullptr;
+    }
+}
+
 // Parses the command line and runs the chosen subcommand with the shared set-up.
 int run(int argc, char** argv, bool bJson) {
-    CommandLine line;
-    qnpolicy::tool::BuildCommandLine(line);
-    try {
-        line.app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        // --help and --version end here with status 0; every real parse error is a usage
-        // error, whatever CLI11's own code for it.
-        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-            return line.app.exit(error);
-        }
-        return usageError(error.what(), bJson);
+    int status = qnpolicy::tool::kExitSuccess;
+    const std::unique_ptr<CommandLine> pLine = parseCommandLine(argc, argv, bJson, &status);
+    if (!pLine) {
+        return status;
     }
+    CommandLine& line = *pLine;
     for (CommandLine::Entry& entry : line.commands) {
         if (!entry.pApp->parsed()) {
             continue;
@@ -148,7 +196,6 @@ int run(int argc, char** argv, bool bJson) {
         CCheckedOutputBuffer outBuffer(STDOUT_FILENO);
         std::ostream out(&outBuffer);
         CToolContext context(line.shared, entry.pInfo->name, out, std::cerr);
-        int status = qnpolicy::tool::kExitSuccess;
         if (!misplaced.empty()) {
             status = context.Fail(qnpolicy::tool::kExitUsage, qnpolicy::tool::errorkind::kUsage,
                                   misplaced + " does not apply to " + entry.pInfo->name);

@@ -4,14 +4,13 @@
 #include "safety/WriterLock.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
+#include <nettle/sha2.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <memory>
-#include <stdexcept>
+#include <cstdint>
 #include <thread>
 
 namespace qnpolicy::tool {
@@ -44,36 +43,29 @@ std::string holderPidOf(int fd) {
     return pid;
 }
 
-// A SHA-256 digest computed in pieces, through OpenSSL's EVP interface.
+// A SHA-256 digest computed in pieces, through nettle: a small library with no relocations
+// to speak of, so that the commands which never hash (check, show) do not pay at start-up for
+// binding a large cryptographic library.
 class CSha256 {
   public:
-    CSha256() : m_pContext(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        if (!m_pContext || EVP_DigestInit_ex(m_pContext.get(), EVP_sha256(), nullptr) != 1) {
-            throw std::runtime_error("SHA-256 is not available");
-        }
-    }
+    CSha256() { sha256_init(&m_context); }
     void Update(const void* data, size_t size) {
-        if (EVP_DigestUpdate(m_pContext.get(), data, size) != 1) {
-            throw std::runtime_error("SHA-256 failed");
-        }
+        sha256_update(&m_context, size, static_cast<const uint8_t*>(data));
     }
     std::string HexDigest() {
-        std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-        unsigned int size = 0;
-        if (EVP_DigestFinal_ex(m_pContext.get(), digest.data(), &size) != 1) {
-            throw std::runtime_error("SHA-256 failed");
-        }
+        std::array<uint8_t, SHA256_DIGEST_SIZE> digest{};
+        sha256_digest(&m_context, digest.size(), digest.data());
         static const char kHex[] = "0123456789abcdef";
         std::string hex;
-        for (unsigned int i = 0; i < size; ++i) {
-            hex += kHex[digest[i] >> 4U];
-            hex += kHex[digest[i] & 0xFU];
+        for (const uint8_t byte : digest) {
+            hex += kHex[byte >> 4U];
+            hex += kHex[byte & 0xFU];
         }
         return hex;
     }
 
   private:
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> m_pContext;
+    sha256_ctx m_context{};
 };
 
 }  // namespace
