@@ -40,7 +40,8 @@ tsan-test: deps
 	cmake --build --preset tsan
 	ctest --preset tsan
 
-# Each libFuzzer target for FUZZ_SECONDS seconds (default 60).
+# Each libFuzzer target for FUZZ_SECONDS seconds (default 60), as many at once as there are
+# processors.
 fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz

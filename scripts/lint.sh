@@ -33,7 +33,7 @@ output=$(mktemp)
 trap 'rm -f "$output"' EXIT
 tidy_status=0
 git ls-files -z 'vpn/*.cpp' 'tools/*.cpp' |
-    xargs -0 -n 4 -P 2 clang-tidy -p "$build_dir" --quiet >"$output" 2>&1 || tidy_status=$?
+    xargs -0 -n 1 -P 2 clang-tidy -p "$build_dir" --quiet >"$output" 2>&1 || tidy_status=$?
 grep -v -E '^[0-9]+ warnings? generated\.$' "$output" || true
 if [ "$tidy_status" -ne 0 ]; then
     echo "lint: clang-tidy found the problems above" >&2
