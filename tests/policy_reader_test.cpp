@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The policy document reader: every rule that turns a policy file's elements into settings,
-// driven through real files and the real parser, each outcome compared as a whole record.
-// (Certificate-store exclusions are loaded back from generated files in
-// policy_generation_test.)
+// The policy document reader: the rules of structure, lists and versions that turn a policy
+// file's elements into settings, driven through real files and the real parser, each outcome
+// compared as a whole record. (Which texts each setting applies, and that the last occurrence
+// wins: policy_documents_test; certificate-store exclusions: policy_generation_test.)
 
 #include <gtest/gtest.h>
 
@@ -41,61 +41,18 @@ class PolicyReader : public qntest::PolicyDocumentFixture {
     }
 };
 
-// Runs check for every on/off setting but FIPS mode (the loader's, see the loading suite),
-// with the value that differs from its default, the other value, and a function that places
-// children where the setting applies: update permissions inside "UpdatePolicy", other flags
-// anywhere (here in an unknown wrapper element).
-template <typename Check>
-void forEachFlag(Check check) {
-    for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
-        if (flag.element == std::string("FipsMode")) {
-            continue;
-        }
-        SCOPED_TRACE(flag.element);
-        const bool bChanged = !flag.bUpdate;
-        Info set;
-        (set.*flag.set)(bChanged);
-        const auto place = [&flag](const std::string& children) {
-            return flag.bUpdate ? section(children) : el("Wrapper", children);
-        };
-        check(flag, set, bChanged ? "true" : "false", bChanged ? "false" : "true", place);
-    }
-}
-
-TEST_F(PolicyReader, FlagIsTrueOnlyForTheExactTextTrue) {
-    forEachFlag([this](const qntest::PolicyFlag& flag, const Info& set, const std::string& changed,
-                       const std::string&, const auto& place) {
-        expectLoad(place(el(flag.element, changed)), set);
-        const bool bChanged = changed == "true";
-        for (const char* notTrue : {"True", " true", "1"}) {
-            expectLoad(place(el(flag.element, "true") + el(flag.element, notTrue)),
-                       bChanged ? Info() : set);
-        }
-    });
-}
-
-TEST_F(PolicyReader, LastOccurrenceOfAFlagWins) {
-    forEachFlag([this](const qntest::PolicyFlag& flag, const Info& set, const std::string& changed,
-                       const std::string& other, const auto& place) {
-        expectLoad(place(el(flag.element, other) + el(flag.element, changed)), set);
-        expectLoad(place(el(flag.element, changed) + el(flag.element, other)), Info());
-    });
-}
-
 // Outside the section (under the root, after the section closed, after an inner section
 // closed) an update permission changes nothing and draws one warning.
 TEST_F(PolicyReader, UpdatePermissionOutsideUpdatePolicyOnlyWarns) {
-    forEachFlag([this](const qntest::PolicyFlag& flag, const Info&, const std::string&,
-                       const std::string&, const auto&) {
-        if (!flag.bUpdate) {
-            return;
-        }
+    for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
         const std::string locked = el(flag.element, "false");
         for (const std::string& outside :
              {locked, "<UpdatePolicy/>" + locked, section(section("") + locked)}) {
-            expectLoad(outside, Info(), {qntest::structureWarning()});
+            if (flag.bUpdate) {
+                expectLoad(outside, Info(), {qntest::structureWarning()});
+            }
         }
-    });
+    }
 }
 
 // Each case: the caching elements' texts and the record's caching text.

@@ -5,10 +5,13 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
@@ -51,18 +54,21 @@ std::string generateInto(const qntest::TempDir& dir, const std::vector<std::stri
 }
 
 // The values an installer may give a row that the client then applies as given: the listed
-// values (for the tunnel, the one whose spelling the reader applies), else typical free texts.
+// values the reader applies in their listed spelling, else typical free texts.
 std::vector<std::string> appliedValues(const LocalPolicySettingInfo& setting) {
-    switch (setting.kind) {
-        case LocalPolicySettingKind::CACHING_LIST:
-            return {"false", "Credentials,Thumbprints", "All", "AutomaticServerSelection,"};
-        case LocalPolicySettingKind::SERVER_LIST:
-            return {"gw1.example.com;gw2.example.com,gw3", ";", "vpn.example.com"};
-        case LocalPolicySettingKind::TUNNEL_PROTOCOL:
-            return {"false"};  // the vocabulary's "TLS" and "IPSec" are not applied as written
-        default:
-            return setting.allowedValues;
+    if (setting.kind == LocalPolicySettingKind::CACHING_LIST) {
+        return {"false", "Credentials,Thumbprints", "All", "AutomaticServerSelection,"};
     }
+    if (setting.kind == LocalPolicySettingKind::SERVER_LIST) {
+        return {"gw1.example.com;gw2.example.com,gw3", ";", "vpn.example.com"};
+    }
+    const std::vector<std::string> applied = qnpolicy::AppliedTexts(setting);
+    std::vector<std::string> values;
+    std::copy_if(setting.allowedValues.begin(), setting.allowedValues.end(),
+                 std::back_inserter(values), [&applied](const std::string& value) {
+                     return std::find(applied.begin(), applied.end(), value) != applied.end();
+                 });
+    return values;
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "MessageText.h"
+#include "XmlLocalQNPolMgrConstants.h"
 #include "baseline/Baseline.h"
 
 namespace {
@@ -140,8 +141,8 @@ TEST(Baseline, RefusesEachClassOfMalformedBaselineAtItsLineAndColumn) {
 }
 
 std::string policy(const std::string& children) {
-    return "<QuillnetLocalPolicy qnversion=\"5.1.8.105\">\n" + children +
-           "\n</QuillnetLocalPolicy>\n";
+    return "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) + "\">\n" +
+           children + "\n</QuillnetLocalPolicy>\n";
 }
 
 // "RULE=STATE" for each verdict, a failure with its actual value (the server list's is the

@@ -19,7 +19,6 @@
 #include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -27,6 +26,7 @@
 
 #include "LocalPolicyDocument.h"
 #include "PolicyModel.h"
+#include "ShellRun.h"
 #include "TestSupport.h"
 #include "XmlLocalQNPolMgrConstants.h"
 #include "lint/PolicyTexts.h"
@@ -45,20 +45,11 @@ std::vector<std::pair<std::string, std::string>>& jsonOutputs() {
     return outputs;
 }
 
-// One run of the tool through the shell: "$Q" stands for the binary in words, which are run
-// as they are when they mention it or bRaw is given, else after it. Exit status, standard
-// output and error.
-struct ToolRun {
-    explicit ToolRun(const std::string& words, bool bRaw = false) {
-        const qntest::TempDir capture;
-        const std::string command =
-            bRaw || words.find("$Q") != std::string::npos ? words : "$Q " + words;
-        const std::string script = "Q='" QNPOLICY_BINARY "'; " + command;
-        const std::string shell = "sh -c '" + escapeQuotes(script) + "' >" + capture.path() +
-                                  "o 2>" + capture.path() + "e";
-        status = WEXITSTATUS(std::system(shell.c_str()));
-        out = qntest::readFile(capture.path() + "o");
-        err = qntest::readFile(capture.path() + "e");
+// One run of the tool: "$Q" stands for the binary in words, which are run as they are when
+// they mention it or bRaw is given, else after it. A --json output is kept for validation.
+struct ToolRun : qntest::ShellRun {
+    explicit ToolRun(const std::string& words, bool bRaw = false)
+        : ShellRun(bRaw || words.find("$Q") != std::string::npos ? words : "$Q " + words) {
         std::istringstream split(words);
         bool bJson = false;
         std::string subcommand;
@@ -74,19 +65,7 @@ struct ToolRun {
             jsonOutputs().emplace_back(subcommand, out);
         }
     }
-    bool has(const std::string& part) const { return (out + err).find(part) != std::string::npos; }
     Json json() const { return Json::parse(out); }
-    static std::string escapeQuotes(const std::string& text) {
-        std::string escaped;
-        for (const char c : text) {
-            escaped += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        }
-        return escaped;
-    }
-
-    int status;
-    std::string out;
-    std::string err;
 };
 
 // When the suite ends: every JSON output is exactly one object, valid against its
@@ -230,58 +209,46 @@ TEST(QnpolicyTool, ExitsWithTheCodeTheReadmeTableGivesForEachConditionAndSubcomm
         {"$D", safe},   {"$U", unsafe},   {"$R", unreadable},         {"$F", flawed},
         {"$B", broken}, {"$G", baseline}, {"$N", dir.path() + "none"}};
 
+    // The table's rows from its header on, each cell without the blanks around it.
+    std::vector<std::vector<std::string>> rows;
     std::ifstream readme(QN_README);
-    std::string line;
-    std::vector<std::string> columns;
-    size_t cells = 0;
+    for (std::string line;
+         std::getline(readme, line) && (rows.empty() || line.rfind('|', 0) == 0);) {
+        if (line.rfind("| condition |", 0) == 0 || (!rows.empty() && line.rfind("|---", 0) != 0)) {
+            std::istringstream split(line.substr(2));
+            rows.emplace_back();
+            for (std::string cell; std::getline(split, cell, '|');) {
+                rows.back().push_back(
+                    cell.substr(0, cell.size() - 1).substr(cell[0] == ' ' ? 1 : 0));
+            }
+        }
+    }
+    ASSERT_GT(rows.size(), 1U);
     std::set<std::pair<std::string, std::string>> provoked;
-    const std::regex row(R"(^\| ([^|]+) \|(( [^|]+ \|){7})$)");
-    bool bInTable = false;
-    while (std::getline(readme, line)) {
-        std::smatch match;
-        if (!std::regex_match(line, match, row)) {
-            if (bInTable && line.rfind("|---", 0) != 0) {
-                break;  // the table has ended
-            }
-            continue;
-        }
-        bInTable = bInTable || match[1] == "condition";
-        if (!bInTable) {
-            continue;
-        }
-        std::vector<std::string> fields;
-        std::istringstream split(match[2].str());
-        for (std::string field; std::getline(split, field, '|');) {
-            if (field.size() > 2) {
-                fields.push_back(field.substr(1, field.size() - 2));
-            }
-        }
-        if (match[1] == "condition") {
-            columns = fields;
-            continue;
-        }
-        ASSERT_EQ(columns.size(), 7U) << "the table's header comes first";
-        for (size_t column = 0; column < fields.size(); ++column) {
-            if (fields[column] == "-") {
-                continue;
-            }
+    size_t cells = 0;
+    for (size_t row = 1; row < rows.size(); ++row) {
+        for (size_t column = 1; column < rows[row].size(); ++column) {
+            const std::string& subcommand = rows[0].at(column);
             std::string key;
             for (const auto& scenario : scenarios) {
-                if (scenario.first.second == columns[column] &&
-                    match[1].str().find(scenario.first.first) != std::string::npos) {
+                if (scenario.first.second == subcommand &&
+                    rows[row][0].find(scenario.first.first) != std::string::npos) {
                     key = scenario.first.first;
                 }
             }
-            ASSERT_FALSE(key.empty()) << "no scenario for " << match[1] << " / " << columns[column];
-            std::string words = scenarios.at({key, columns[column]});
+            if (rows[row][column] == "-") {
+                continue;
+            }
+            ASSERT_FALSE(key.empty()) << "no scenario for " << rows[row][0] << " / " << subcommand;
+            std::string words = scenarios.at({key, subcommand});
             for (const auto& [name, path] : paths) {
                 for (size_t at = words.find(name); at != std::string::npos; at = words.find(name)) {
                     words.replace(at, name.size(), path);
                 }
             }
             const ToolRun run(words);
-            EXPECT_EQ(std::to_string(run.status), fields[column]) << words << "\n" << run.err;
-            provoked.insert({key, columns[column]});
+            EXPECT_EQ(std::to_string(run.status), rows[row][column]) << words << "\n" << run.err;
+            provoked.insert({key, subcommand});
             ++cells;
         }
     }
@@ -435,29 +402,6 @@ TEST(QnpolicyTool, GenerateRefusesWhatTheClientWouldNotApply) {
     EXPECT_EQ(shown.at("settings").at("RestrictTunnelProtocols"), "false");
 }
 
-// Every setting can be deployed: the tunnel restriction in any case the vocabulary accepts is
-// written in the spelling the client applies, and show reports it in force.
-TEST(QnpolicyTool, GenerateWritesTheTunnelRestrictionTheClientApplies) {
-    qntest::TempDir dir;
-    const std::string d = " --install-dir " + dir.path();
-    for (const auto& [value, applied] :
-         std::vector<std::pair<std::string, std::string>>{{"tls", "tls"},
-                                                          {"TLS", "tls"},
-                                                          {"IPSec", "ipsec"},
-                                                          {"ipsec", "ipsec"},
-                                                          {"FALSE", "false"}}) {
-        const ToolRun run("generate --json --overwrite rtp=" + value + d);
-        EXPECT_EQ(run.status, 0) << value << run.err;
-        EXPECT_EQ(kindsOf(run.json().at("findings")), "") << value;
-        EXPECT_NE(qntest::readFile(dir.path() + kPolicyFile)
-                      .find("<RestrictTunnelProtocols>" + applied + "</RestrictTunnelProtocols>"),
-                  std::string::npos)
-            << value;
-        EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("RestrictTunnelProtocols"),
-                  applied);
-    }
-}
-
 // What generate does with what is at the policy path: each row prepares the install directory
 // $I, which holds the document of fm=true ($P, root's, 0644), runs generate fm=true with its
 // options (as root, or as nobody with "N"), and gives the exit status with the result or error
@@ -530,31 +474,10 @@ TEST(QnpolicyTool, GenerateRewritesAnUnsafeFileAndRefusesWhatIsUnusableOrUnsafe)
     }
 }
 
-// A repair is a new inode: a writer that opened the unsafe file before the repair no longer
-// changes the policy, and the next run finds nothing to repair.
-TEST(QnpolicyTool, ARepairedFileCannotBeChangedThroughADescriptorOpenedBefore) {
-    qntest::TempDir dir;
-    const std::string path = dir.path() + kPolicyFile;
-    const std::string d = " --install-dir " + dir.path();
-    ASSERT_EQ(ToolRun("generate fm=true" + d).status, 0);
-    ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
-    const ino_t before = statOf(path).st_ino;
-    const int writer = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(writer, 0);
-    EXPECT_EQ(ToolRun("generate --json --overwrite fm=true" + d).json().at("result"), "repaired");
-    EXPECT_NE(statOf(path).st_ino, before);
-    const std::string forged =
-        "<QuillnetLocalPolicy><FipsMode>false</FipsMode></QuillnetLocalPolicy>";
-    EXPECT_EQ(::pwrite(writer, forged.data(), forged.size(), 0),
-              static_cast<ssize_t>(forged.size()));
-    ::close(writer);
-    EXPECT_EQ(ToolRun("show --json" + d).json().at("settings").at("FipsMode"), true);
-    EXPECT_EQ(ToolRun("generate --json --overwrite fm=true" + d).json().at("result"), "unchanged");
-}
-
 // What generate writes, show reads back and check finds clean: each on/off setting under its
 // element name (a flag is on in the runs of the set bits of its code, so no two rows can swap
-// unseen), the exclude mask, what the caching options restrict and the servers. Each row's code
+// unseen), the exclude mask, what the caching options restrict, the tunnel restriction in the
+// spelling the client applies (whatever case it was given in) and the servers. Each row's code
 // is its index, but strict certificate trust is on wherever the restricted server store is:
 // beside it, a false would be overridden, which check reports. Its code is the store's index
 // plus one bit above every row's index, so it is no row's code either.
@@ -574,7 +497,8 @@ TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
     }
     for (unsigned int bit = 0; bit <= indexBits; ++bit) {
         std::map<std::string, std::string> settings;
-        std::string args = "generate --overwrite ewn=true rpc=Credentials,All 'upal=gw1;gw2'";
+        std::string args =
+            "generate --overwrite ewn=true rpc=Credentials,All rtp=IPSec 'upal=gw1;gw2'";
         unsigned int row = 0;
         for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
             const unsigned int code =
@@ -593,6 +517,7 @@ TEST(QnpolicyTool, GenerateShowAndCheckAgreeOnEverySetting) {
         }
         EXPECT_EQ(shown.at("excludeCertStoreMask"), "0x000000C3");
         EXPECT_EQ(shown.at("settings").at("RestrictPreferenceCaching"), "Credentials,All");
+        EXPECT_EQ(shown.at("settings").at("RestrictTunnelProtocols"), "ipsec");
         EXPECT_EQ(shown.at("cachingOptions"), Json({"false", "Credentials", "All"}));
         EXPECT_EQ(shown.at("settings").at("AuthorizedServerList"), Json({"gw1", "gw2"}));
         EXPECT_FALSE(shown.at("descriptions").at("FipsMode").get<std::string>().empty());
@@ -667,27 +592,17 @@ TEST(QnpolicyTool, GenerateLeavesTheFileUntouchedUnlessItWritesADifferentDocumen
 // prints one JSON object, with the parser's reason and position, and exits 2.
 TEST(QnpolicyTool, ShowReadsAnyDocumentAndReportsAFailedLoad) {
     qntest::TempDir dir;
-    const std::vector<std::tuple<std::string, std::string, unsigned long>> cases = {
-        {"<QuillnetLocalPolicy><FipsMode>true</Fips", "unclosed token", 1},
-        {"<?xml version=\"1.0\"?>\n<!DOCTYPE QuillnetLocalPolicy>\n<QuillnetLocalPolicy/>",
-         "document type declaration", 2},
-    };
-    for (const auto& [content, message, line] : cases) {
-        const std::string file = dir.write("elsewhere.xml", content);
-        const ToolRun run("show --json " + file);
-        EXPECT_EQ(run.status, 2) << content;
-        const Json shown = run.json();
-        EXPECT_EQ(shown.at("loaded"), false);
-        EXPECT_EQ(shown.at("policyFile"), file);
-        EXPECT_EQ(shown.at("error").at("kind"), "unreadable");
-        EXPECT_NE(shown.at("error").at("message").get<std::string>().find(message),
-                  std::string::npos)
-            << shown;
-        EXPECT_EQ(shown.at("error").at("line"), line);
-        EXPECT_TRUE(
-            run.has("qnpolicy show: cannot load \"" + file + "\" at line " + std::to_string(line)));
-        EXPECT_TRUE(run.has(qnpolicy::tool::kUnreadableFileConsequence));
-    }
+    const std::string broken = dir.write(
+        "broken.xml", "<?xml version=\"1.0\"?>\n<QuillnetLocalPolicy><FipsMode>true</Fips");
+    const ToolRun failed("show --json " + broken);
+    EXPECT_EQ(failed.status, 2);
+    EXPECT_EQ(failed.json().at("loaded"), false);
+    EXPECT_EQ(failed.json().at("policyFile"), broken);
+    EXPECT_EQ(failed.json().at("error"),
+              Json::parse(R"({"kind": "unreadable", "line": 2,
+        "column": 36, "message": "unclosed token", "consequence": ")" +
+                          std::string(qnpolicy::tool::kUnreadableFileConsequence) + "\"}"));
+    EXPECT_TRUE(failed.has("qnpolicy show: cannot load \"" + broken + "\" at line 2"));
     const std::string file =
         dir.write("elsewhere.xml",
                   "<QuillnetLocalPolicy><FipsMode>true</FipsMode><RestrictPreferenceCaching>"
@@ -765,43 +680,14 @@ TEST(QnpolicyTool, CheckReportsEveryInputItIsGivenReadableOrNot) {
     EXPECT_EQ(ToolRun("check --json - < " + dir.path() + kPolicyFile).json().at("result"), "clean");
 }
 
-// Two files that read differently from how they look: a caching list with a blank after its
-// comma restricts nothing, and strict trust stated false beside a restricted server store is
-// on. show prints what the client holds; check reports each file, exit 1.
-TEST(QnpolicyTool, CheckReportsWhatShowReadsDifferentlyFromTheFile) {
-    qntest::TempDir dir;
-    const auto policy = [](const std::string& children) {
-        return "<QuillnetLocalPolicy qnversion=\"" + std::string(qnpolicy::kClientVersion) +
-               "\">\n" + children + "\n</QuillnetLocalPolicy>\n";
-    };
-    const std::vector<std::tuple<std::string, std::string, Json, std::string>> cases = {
-        {policy("<RestrictPreferenceCaching>Credentials, Thumbprints</RestrictPreferenceCaching>"),
-         "RestrictPreferenceCaching", Json("none"), ":2:1: unknown-caching-token: "},
-        {policy("<StrictCertificateTrust>false</StrictCertificateTrust>\n"
-                "<RestrictServerCertStore>true</RestrictServerCertStore>"),
-         "StrictCertificateTrust", Json(true), ":2:1: overridden-setting: "},
-    };
-    for (const auto& [content, element, shown, finding] : cases) {
-        const std::string file = dir.write("p.xml", content);
-        EXPECT_EQ(ToolRun("show --json " + file).json().at("settings").at(element), shown);
-        const ToolRun check("check --ignore file-owner --ignore file-permissions " + file);
-        EXPECT_EQ(check.status, 1) << check.out;
-        EXPECT_TRUE(check.has(file + finding)) << check.out;
-        EXPECT_TRUE(check.has(file + ": 1 finding\n")) << check.out;
-    }
-}
-
-// One condition, one exit status, in show as in check: the install directory's file absent is
-// the client's normal "no policy" (0); a FILE that is not there, 66; something there that
-// cannot be opened (a link to nothing, a directory, a file in a directory the caller may not
-// search) or read to its end (a stream beyond 64 MiB), 2.
+// One condition, one exit status, in show as in check: beyond the README table's cells,
+// something there that cannot be opened (a link to nothing, a directory, a file in a directory
+// the caller may not search) or read to its end (a stream beyond 64 MiB) is 2.
 TEST(QnpolicyTool, ShowAndCheckGiveEachConditionTheSameExitStatus) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root to drop to nobody";
     }
     const std::vector<std::tuple<std::string, std::string, int>> cases = {
-        {"mkdir -m 755 $T/i", "--install-dir $T/i", 0},
-        {"", "$T/none", 66},
         {"ln -s none $T/link", "$T/link", 2},
         {"mkdir -m 755 $T/j; ln -s none $T/j/QuillnetLocalPolicy.xml", "--install-dir $T/j", 2},
         {"mkdir $T/dir", "$T/dir", 2},
@@ -949,12 +835,9 @@ TEST(QnpolicyTool, ComparesWithAHugeFileWithoutReadingItWhole) {
 TEST(QnpolicyTool, EveryFailedWriteEndsWithAnIoError) {
     qntest::TempDir dir;
     const std::string d = " --install-dir " + dir.path();
-    for (const std::string& words :
-         std::vector<std::string>{"show --json" + d, "vocabulary", "generate fm=true" + d}) {
-        const ToolRun full(words + " >/dev/full");
-        EXPECT_EQ(full.status, 74) << words;
-        EXPECT_TRUE(full.has("cannot write to standard output: No space left on device")) << words;
-    }
+    // The status of each subcommand is the README table's; here, the reason.
+    EXPECT_TRUE(ToolRun("generate fm=true" + d + " >/dev/full")
+                    .has("cannot write to standard output: No space left on device"));
     std::string servers = "upal=";
     for (int i = 0; i < 12000; ++i) {
         servers += "gw" + std::to_string(i) + ";";
@@ -1020,13 +903,9 @@ TEST(QnpolicyTool, ShowTellsWhereEachValueComesFromAndWhatACutFileLeaves) {
                                       "<BypassDownloader>true</BypassDownloader>\n<Fips");
     const ToolRun origin("show --origin --json " + cut + " fm bd");
     EXPECT_EQ(origin.status, 2);
-    const Json failed = origin.json();
-    EXPECT_EQ(failed.at("error").at("consequence"), qnpolicy::tool::kUnreadableFileConsequence);
-    EXPECT_EQ(failed.at("settings").at("BypassDownloader").at("origin"),
-              Json::parse(R"({"line": 3, "column": 1})"));
-    EXPECT_EQ(failed.at("settings").at("FipsMode").at("value"), false);
-    EXPECT_EQ(failed.at("settings").at("FipsMode").at("contributors").at(0).at("contribution"),
-              "overridden");
+    EXPECT_EQ(
+        origin.json().at("settings").at("FipsMode").at("contributors").at(0).at("contribution"),
+        "overridden");
     const ToolRun plain("show --json " + cut);
     EXPECT_EQ(plain.status, 2);
     EXPECT_EQ(plain.json().at("settings").at("BypassDownloader"), true);
@@ -1104,9 +983,9 @@ TEST(QnpolicyTool, DiffReportsWhatTheClientReadsDifferently) {
 }
 
 // comply: each file's verdicts with the actual value's origin, file-safety failing where the
-// path audit finds others can change the policy, the gravest condition across files, a
-// malformed baseline refused where it is (standard input too), and a waiver of this host that
-// ends soon announced.
+// path audit finds others can change the policy (each way it can: PathAudit's suite), the gravest
+// condition across files, a malformed baseline refused where it is (standard input too), and a
+// waiver of this host that ends soon announced.
 TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
     qntest::TempDir dir;
     ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
@@ -1117,17 +996,11 @@ TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
         dir.write("drifted.xml",
                   "<QuillnetLocalPolicy>\n  <FipsMode>false</FipsMode>\n</QuillnetLocalPolicy>\n");
     const std::string broken = dir.write("broken.xml", "<QuillnetLocalPolicy>");
-    // The good policy below a directory everyone may write, without the sticky bit; through a
-    // link nobody (65534) owns; and through a link root owns, which the audit follows.
+    // The good policy below a directory everyone may write, without the sticky bit.
     ASSERT_EQ(::mkdir((dir.path() + "open").c_str(), 0777), 0);
     ASSERT_EQ(::chmod((dir.path() + "open").c_str(), 0777), 0);  // whatever the umask
     ASSERT_EQ(::mkdir((dir.path() + "open/in").c_str(), 0755), 0);
     const std::string exposed = dir.write("open/in/good.xml", fipsOn);
-    const std::string foreignLink = dir.path() + "foreign-link.xml";
-    const std::string rootLink = dir.path() + "root-link.xml";
-    ASSERT_EQ(::symlink("good.xml", foreignLink.c_str()), 0);
-    ASSERT_EQ(::lchown(foreignLink.c_str(), 65534, 65534), 0);
-    ASSERT_EQ(::symlink("good.xml", rootLink.c_str()), 0);
     // A waiver of FipsMode on host lab-1 whose last day is three days from now.
     const std::time_t soon = std::time(nullptr) + 3 * 24 * 3600;
     std::tm day{};
@@ -1157,10 +1030,6 @@ TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
         {"comply --baseline " + baseline + " " + exposed, 1,
          "  fail file-safety [high]\n    unsafe-path: The directory \"" + dir.path() +
              "open\" has mode 0777"},
-        {"comply --baseline " + baseline + " " + foreignLink, 1,
-         "  fail file-safety [high]\n    unsafe-path: The symbolic link \"" + foreignLink +
-             "\" is owned by user id 65534"},
-        {"comply --baseline " + baseline + " " + rootLink, 0, "  pass file-safety [high]\n"},
         {"comply --baseline " + baseline + " " + drifted + " " + broken, 2,
          "cannot load \"" + broken + "\" at line 1, column 22: no element found"},
         {"comply --baseline " + baseline + " " + broken + " " + dir.path() + "none", 66,
@@ -1183,10 +1052,6 @@ TEST(QnpolicyTool, ComplyJudgesEachFileAgainstTheBaseline) {
     EXPECT_EQ(verdicts.at("files").at(0).at("verdicts").at(1), Json::parse(R"({"rule": "FipsMode",
         "state": "fail", "severity": "medium", "comparison": "equals", "expected": [true],
         "actual": false, "origin": {"line": 2, "column": 3}})"));
-    const Json unsafe = ToolRun("comply --json --baseline " + baseline + " " + exposed).json();
-    EXPECT_EQ(unsafe.at("result"), "not-compliant");
-    EXPECT_EQ(unsafe.at("files").at(0).at("verdicts").at(0).at("state"), "fail");
-    EXPECT_EQ(unsafe.at("files").at(0).at("verdicts").at(0).at("actual"), "unsafe");
     const Json refused = ToolRun("comply --json --baseline " + good + " " + good).json();
     EXPECT_EQ(refused.at("error").at("kind"), "refused");
     EXPECT_EQ(refused.at("error").at("line"), 1);

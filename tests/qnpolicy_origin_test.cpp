@@ -63,9 +63,6 @@ TEST(EffectivePolicy, GivesEachSettingItsValueOriginAndContributingElements) {
         {"<StrictCertificateTrust>false</StrictCertificateTrust>\n"
          "<RestrictServerCertStore>true</RestrictServerCertStore>",
          "StrictCertificateTrust", "true@3:1 overridden@2:1 forces(RestrictServerCertStore)@3:1"},
-        {"<StrictCertificateTrust>true</StrictCertificateTrust>\n"
-         "<RestrictServerCertStore>true</RestrictServerCertStore>",
-         "StrictCertificateTrust", "true@2:1 sets@2:1 forces(RestrictServerCertStore)@3:1"},
         {"<RestrictServerCertStore>true</RestrictServerCertStore>", "StrictCertificateTrust",
          "true@2:1 forces(RestrictServerCertStore)@2:1"},
         {"<StrictCertificateTrust>false</StrictCertificateTrust>\n"

@@ -3,10 +3,7 @@
 // every writer honours the one lock and refuses a file changed behind its back, and edit is
 // driven through a pseudo-terminal (script from util-linux) as an administrator would drive it.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -14,35 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "ShellRun.h"
 #include "TestSupport.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
 using Json = nlohmann::json;
 
 constexpr char kPolicyFile[] = "QuillnetLocalPolicy.xml";
-constexpr char kLockFile[] = ".QuillnetLocalPolicy.lock";
 
-// One run through the shell with $Q the tool and $D the install directory: exit status,
-// standard output and error.
-struct ToolRun {
-    ToolRun(const std::string& command, const std::string& directory) {
-        const qntest::TempDir capture;
-        const std::string script =
-            "export Q='" QNPOLICY_BINARY "' D='" + directory + "'; " + command;
-        const std::string shell = "sh -c '" + escaped(script) + "' >" + capture.path() + "o 2>" +
-                                  capture.path() + "e </dev/null";
-        status = WEXITSTATUS(std::system(shell.c_str()));
-        out = qntest::readFile(capture.path() + "o");
-        err = qntest::readFile(capture.path() + "e");
-    }
-    static std::string escaped(const std::string& text) {
-        std::string result;
-        for (const char c : text) {
-            result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        }
-        return result;
-    }
+// One run through the shell with $Q the tool and $D the install directory.
+struct ToolRun : qntest::ShellRun {
+    ToolRun(const std::string& command, const std::string& directory)
+        : ShellRun(command, "export D='" + quoted(directory) + "'; ") {}
     // The JSON printed, after checking it against the published schema of its subcommand.
     Json json(const char* subcommand) const {
         const qntest::TempDir dir;
@@ -55,20 +37,17 @@ struct ToolRun {
         EXPECT_EQ(std::system(check.c_str()), 0) << out;
         return Json::parse(out);
     }
-
-    int status;
-    std::string out;
-    std::string err;
 };
 
 // A generated file as generate writes it, with a hand-ordered one and one with a comment.
-constexpr char kRoot[] =
+const std::string kRoot =
     "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
-    "qnversion=\"5.1.8.105\">\n";
+    "qnversion=\"" +
+    std::string(qnpolicy::kClientVersion) + "\">\n";
 std::string document(const std::string& body) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + std::string(kRoot) + body +
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + kRoot + body +
            "</QuillnetLocalPolicy>\n";
 }
 
@@ -115,7 +94,7 @@ TEST(QnpolicyWriters, SetAndUnsetChangeTheNamedSettingsAndKeepEverythingElse) {
                   "    <StrictCertificateTrust>true</StrictCertificateTrust>\n")},
         {"", "unset sct", 0,
          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" +
-             std::string(kRoot).insert(std::string(kRoot).size() - 2, "/")},
+             std::string(kRoot).insert(kRoot.size() - 2, "/")},
         {"<!DOCTYPE x><QuillnetLocalPolicy/>", "set sct=true", 2,
          "<!DOCTYPE x><QuillnetLocalPolicy/>"},
         {"<QuillnetLocalPolicy>", "unset sct", 2, "<QuillnetLocalPolicy>"},
@@ -190,29 +169,6 @@ TEST(QnpolicyWriters, ConcurrentSetsLoseNoChange) {
     EXPECT_EQ(qntest::readFile(dir.path() + kPolicyFile), expected.out);
 }
 
-// A writer that finds the lock held waits 5 s, then gives up naming the holder; the lock file
-// stays, mode 0600.
-TEST(QnpolicyWriters, AWriterGivesUpOnAHeldLock) {
-    const qntest::TempDir dir;
-    const std::string lockPath = dir.path() + kLockFile;
-    const int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_GE(fd, 0);
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    ASSERT_EQ(::fcntl(fd, F_OFD_SETLK, &lock), 0);
-    ASSERT_EQ(::write(fd, "4242\n", 5), 5);
-    const ToolRun run("$Q set sct=true --json --install-dir $D", dir.path());
-    ::close(fd);
-    EXPECT_EQ(run.status, 75);
-    EXPECT_EQ(run.json("set").at("error").at("kind"), "locked");
-    EXPECT_NE(run.err.find("(pid 4242)"), std::string::npos) << run.err;
-    EXPECT_FALSE(qntest::readFile(dir.path() + kPolicyFile).size() > 0);
-    const ToolRun after(
-        "$Q set sct=true --install-dir $D && stat -c %a $D/" + std::string(kLockFile), dir.path());
-    EXPECT_EQ(after.status, 0) << after.err;
-    EXPECT_NE(after.out.find("\n600\n"), std::string::npos) << after.out;
-}
-
 // edit through a pseudo-terminal: the editor is a command run on the working copy, and the
 // answers to the question are typed into the terminal. Each case: the editor, what is typed,
 // the exit status, what standard output and error show, and the file's setting afterwards.
@@ -236,7 +192,7 @@ TEST(QnpolicyWriters, EditBehavesLikeVisudoThroughATerminal) {
         dir.write("second.sh",
                   "EDITOR=true \"$Q\" edit --install-dir \"$D\" >\"$D/second\" 2>&1\n"
                   "echo $? >>\"$D/second\"\n");
-        const ToolRun run("printf '" + typed + "' | EDITOR='" + ToolRun::escaped(editor) +
+        const ToolRun run("printf '" + typed + "' | EDITOR='" + ToolRun::quoted(editor) +
                               "' script -qec \"$Q edit --install-dir $D\" /dev/null",
                           dir.path());
         EXPECT_EQ(run.status, status) << run.out;
