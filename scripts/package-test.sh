@@ -76,6 +76,15 @@ qnpolicy generate --install-dir "$work/install" fm=true bd=true "upal=gw1.exampl
 (cd "$work" && ! xmllint --noout --nonet --schema QuillnetLocalPolicy.xsd \
     "$root/examples/flawed-policy.xml" 2> /dev/null) || fail "the flawed sample validates"
 
+# The metrics service and timer: accepted by systemd-analyze as installed, and not enabled.
+systemd-analyze verify /lib/systemd/system/qnpolicy-metrics.service \
+    /lib/systemd/system/qnpolicy-metrics.timer > "$work/verify" 2>&1 ||
+    fail "systemd-analyze verify: $(cat "$work/verify")"
+[ ! -e /etc/systemd/system/timers.target.wants/qnpolicy-metrics.timer ] ||
+    fail "installing qnpolicy enabled qnpolicy-metrics.timer"
+[ "$(. /etc/default/qnpolicy && echo "$QNPOLICY_BASELINE")" = /etc/quillnet/qnpolicy-baseline.yml ] ||
+    fail "/etc/default/qnpolicy does not name the baseline"
+
 # The library: the consumer built against /usr with find_package and with pkg-config, shared
 # and static; then a client linked with the shared library runs with the runtime package alone.
 bash "$root/scripts/consumer-test.sh" --prefix /usr "$work" || fail "the consumer against /usr"
