@@ -31,7 +31,9 @@ class CMetricFamily {
         }
         m_rText += (labels.empty() ? " " : "} ") + value + '\n';
     }
-    void Sample(const Labels& labels, bool bValue) { Sample(labels, std::string(bValue ? "1" : "0")); }
+    void Sample(const Labels& labels, bool bValue) {
+        Sample(labels, std::string(bValue ? "1" : "0"));
+    }
     void Sample(const Labels& labels, size_t count) { Sample(labels, std::to_string(count)); }
 
   private:
@@ -46,7 +48,8 @@ std::string secondsText(double seconds) {
     return text;
 }
 
-constexpr RuleSeverity kSeverities[] = {RuleSeverity::LOW, RuleSeverity::MEDIUM, RuleSeverity::HIGH};
+constexpr RuleSeverity kSeverities[] = {RuleSeverity::LOW, RuleSeverity::MEDIUM,
+                                        RuleSeverity::HIGH};
 constexpr VerdictState kStates[] = {VerdictState::PASS, VerdictState::FAIL, VerdictState::WAIVED};
 
 RuleSeverity severityOf(const RuleVerdict& verdict, const Baseline& baseline) {
@@ -68,8 +71,8 @@ void appendVerdicts(std::string& rText, const Baseline& baseline,
     for (const RuleSeverity eSeverity : kSeverities) {
         size_t count = 0;
         for (const RuleVerdict& verdict : pVerdicts->verdicts) {
-            count += verdict.eState == VerdictState::FAIL &&
-                     severityOf(verdict, baseline) == eSeverity;
+            count +=
+                verdict.eState == VerdictState::FAIL && severityOf(verdict, baseline) == eSeverity;
         }
         findings.Sample({{"severity", RuleSeverityText(eSeverity)}}, count);
     }

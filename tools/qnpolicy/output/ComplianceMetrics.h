@@ -28,8 +28,8 @@ struct MetricsSubject {
     const EffectivePolicy* pPolicy = nullptr;
     const ComplianceVerdicts* pVerdicts = nullptr;
     std::optional<bool> filePresent;  // unset: the run did not look (the baseline failed first)
-    std::optional<double> modified;  // the file's modification time, seconds since the epoch
-    double checked = 0;              // when the run judged it, seconds since the epoch
+    std::optional<double> modified;   // the file's modification time, seconds since the epoch
+    double checked = 0;               // when the run judged it, seconds since the epoch
 };
 
 // The exposition of subject: qnpolicy_check_success is 1 only with verdicts; the findings by
