@@ -626,7 +626,7 @@ class CComplyCommand : public CCommand {
                 writeFileJson(json, file, baseline);
             }
             json.EndArray().EndObject().Finish();
-        } else if (m_format == kFormatText) {
+        } else if (m_format != kFormatPrometheus) {
             for (const JudgedFile& file : judged) {
                 printText(context.Out(), file, baseline, host, context.Options().bQuiet);
             }
@@ -639,7 +639,7 @@ class CComplyCommand : public CCommand {
 
     std::string m_baseline;
     std::string m_host;
-    std::string m_format = kFormatText;
+    std::string m_format;  // empty: text, or JSON with --json
     std::string m_output;
     std::vector<std::string> m_files;
 };
