@@ -46,8 +46,10 @@ dpkg -i "$packages_dir"/libquillnet-localpolicy1_"$version"_*.deb \
 for package in "${packages[@]}"; do
     installed "$package" || fail "$package is not installed"
 done
-# Every file the packages hold, to check after removal.
+# Every file the packages hold, to check after removal, and their configuration files, which
+# removal keeps and purging removes.
 mapfile -t owned < <(dpkg -L "${packages[@]}" | sort -u)
+mapfile -t conffiles < <(dpkg-query -W -f='${Conffiles}\n' "${packages[@]}" | awk 'NF { print $1 }')
 
 # The tool, its manual pages and its completion.
 [ "$(qnpolicy --version)" = "qnpolicy $version" ] || fail "qnpolicy --version: $(qnpolicy --version)"
@@ -95,7 +97,7 @@ dpkg -r libquillnet-localpolicy-dev > /dev/null
 # Removal leaves only configuration files; purging leaves nothing.
 dpkg -r libquillnet-localpolicy1 qnpolicy
 for file in "${owned[@]}"; do
-    if [ -e "$file" ] && [ ! -d "$file" ]; then
+    if [ -e "$file" ] && [ ! -d "$file" ] && ! printf '%s\n' "${conffiles[@]}" | grep -q -x -F "$file"; then
         fail "$file is left after dpkg -r"
     fi
 done
@@ -106,7 +108,7 @@ for package in "${packages[@]}"; do
     fi
 done
 for path in /usr/include/quillnet /usr/share/xml/quillnet /usr/lib/*/cmake/QuillnetLocalPolicy \
-    /etc/xml/qnpolicy.xml; do
+    /etc/xml/qnpolicy.xml "${conffiles[@]}"; do
     [ ! -e "$path" ] || fail "$path is left after dpkg -P"
 done
 # The catalogs in use; xml-core's *.old copies are its own backups of an earlier state.
