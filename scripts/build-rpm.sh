@@ -42,7 +42,8 @@ tar -C "$work/tree" --owner=0 --group=0 --numeric-owner -czf \
 # compressed with gzip (rpm's brp-compress needs bash, and Debian's /bin/sh is dash), and the
 # compiler and linker flags of redhat-rpm-config (fortified calls, stack protector and clash
 # protection, control-flow protection, full RELRO; Debian's gcc makes position-independent
-# executables by default).
+# executables by default), and systemd-rpm-macros' unit directory and scriptlets (on a RHEL-family
+# system the presets decide, and the default preset enables nothing of a package's own).
 build_cxxflags="-O2 -g -pipe -Wall -Werror=format-security -Wp,-D_FORTIFY_SOURCE=2 -fexceptions"
 build_cxxflags+=" -fstack-protector-strong -fasynchronous-unwind-tables -fstack-clash-protection"
 build_cxxflags+=" -fcf-protection"
@@ -64,6 +65,9 @@ rpmbuild -bb --nodeps \
     --define "_build_name_fmt %%{NAME}-%%{VERSION}-%%{RELEASE}.%%{ARCH}.rpm" \
     --define "build_cxxflags $build_cxxflags" \
     --define "build_ldflags $build_ldflags" \
+    --define "_unitdir /usr/lib/systemd/system" \
+    --define "systemd_post() if [ \$1 -eq 1 ] && [ -x /usr/lib/systemd/systemd-update-helper ]; then /usr/lib/systemd/systemd-update-helper install-system-units %{?*} || :; fi" \
+    --define "systemd_preun() if [ \$1 -eq 0 ] && [ -x /usr/lib/systemd/systemd-update-helper ]; then /usr/lib/systemd/systemd-update-helper remove-system-units %{?*} || :; fi" \
     "$recipe"
 
 echo "packages in $out:"

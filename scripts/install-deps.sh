@@ -42,6 +42,9 @@ PACKAGES=(
     dpkg-dev debhelper lintian xml-core
     # RPM packages (make rpm): rpmbuild and rpm, and rpmlint
     rpm rpmlint
+    # metrics: promtool (check metrics, test rules) and a real node_exporter whose textfile
+    # collector serves what comply wrote
+    prometheus prometheus-node-exporter
 )
 
 missing=()

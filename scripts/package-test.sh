@@ -46,8 +46,10 @@ dpkg -i "$packages_dir"/libquillnet-localpolicy1_"$version"_*.deb \
 for package in "${packages[@]}"; do
     installed "$package" || fail "$package is not installed"
 done
-# Every file the packages hold, to check after removal.
+# Every file the packages hold, to check after removal, and their configuration files, which
+# removal keeps and purging removes.
 mapfile -t owned < <(dpkg -L "${packages[@]}" | sort -u)
+mapfile -t conffiles < <(dpkg-query -W -f='${Conffiles}\n' "${packages[@]}" | awk 'NF { print $1 }')
 
 # The tool, its manual pages and its completion.
 [ "$(qnpolicy --version)" = "qnpolicy $version" ] || fail "qnpolicy --version: $(qnpolicy --version)"
@@ -76,6 +78,15 @@ qnpolicy generate --install-dir "$work/install" fm=true bd=true "upal=gw1.exampl
 (cd "$work" && ! xmllint --noout --nonet --schema QuillnetLocalPolicy.xsd \
     "$root/examples/flawed-policy.xml" 2> /dev/null) || fail "the flawed sample validates"
 
+# The metrics service and timer: accepted by systemd-analyze as installed, and not enabled.
+systemd-analyze verify /lib/systemd/system/qnpolicy-metrics.service \
+    /lib/systemd/system/qnpolicy-metrics.timer > "$work/verify" 2>&1 ||
+    fail "systemd-analyze verify: $(cat "$work/verify")"
+[ ! -e /etc/systemd/system/timers.target.wants/qnpolicy-metrics.timer ] ||
+    fail "installing qnpolicy enabled qnpolicy-metrics.timer"
+[ "$(. /etc/default/qnpolicy && echo "$QNPOLICY_BASELINE")" = /etc/quillnet/qnpolicy-baseline.yml ] ||
+    fail "/etc/default/qnpolicy does not name the baseline"
+
 # The library: the consumer built against /usr with find_package and with pkg-config, shared
 # and static; then a client linked with the shared library runs with the runtime package alone.
 bash "$root/scripts/consumer-test.sh" --prefix /usr "$work" || fail "the consumer against /usr"
@@ -86,7 +97,7 @@ dpkg -r libquillnet-localpolicy-dev > /dev/null
 # Removal leaves only configuration files; purging leaves nothing.
 dpkg -r libquillnet-localpolicy1 qnpolicy
 for file in "${owned[@]}"; do
-    if [ -e "$file" ] && [ ! -d "$file" ]; then
+    if [ -e "$file" ] && [ ! -d "$file" ] && ! printf '%s\n' "${conffiles[@]}" | grep -q -x -F "$file"; then
         fail "$file is left after dpkg -r"
     fi
 done
@@ -97,7 +108,7 @@ for package in "${packages[@]}"; do
     fi
 done
 for path in /usr/include/quillnet /usr/share/xml/quillnet /usr/lib/*/cmake/QuillnetLocalPolicy \
-    /etc/xml/qnpolicy.xml; do
+    /etc/xml/qnpolicy.xml "${conffiles[@]}"; do
     [ ! -e "$path" ] || fail "$path is left after dpkg -P"
 done
 # The catalogs in use; xml-core's *.old copies are its own backups of an earlier state.

@@ -66,6 +66,7 @@ deb_entries() {
     dpkg-deb -c "$1" | awk '{ path = substr($0, index($0, "./") + 1); print $1, path }' |
         sed -e 's| -> .*$||' -e 's|^\(d[^ ]*\) \(.*[^/]\)$|\1 \2/|' -e '/ \/$/d' |
         sed -e 's| /usr/lib/x86_64-linux-gnu/| /usr/lib64/|' -e 's| /etc/default/| /etc/sysconfig/|' \
+            -e 's| /lib/systemd/system/| /usr/lib/systemd/system/|' \
             -e 's| /usr/share/zsh/vendor-completions/| /usr/share/zsh/site-functions/|' \
             -e "s| /usr/share/doc/$(dpkg-deb -f "$1" Package)/| /usr/share/doc/$2/|" |
         sed -E -e 's|^-rw-r--r-- (/usr/lib64/lib[^/]+\.so\.[0-9.]+)$|-rwxr-xr-x \1|' \
@@ -124,6 +125,13 @@ for pair in "${pairs[@]}"; do
             /usr/bin/* | /usr/lib64/*) continue ;;
         esac
         deb_copy="$work/deb/$deb_name${file/#\/etc\/sysconfig\//\/etc\/default\/}"
+        deb_copy=${deb_copy/\/usr\/lib\/systemd\/system\//\/lib\/systemd\/system\/}
+        # The metrics service reads its defaults where each family keeps them.
+        if [[ "$file" == */qnpolicy-metrics.service ]]; then
+            cmp -s <(sed 's|/etc/default/|/etc/sysconfig/|' "$deb_copy") "$work/rpm/$rpm_name$file" ||
+                fail "$file differs between $deb_name.deb and $rpm_name.rpm beyond its defaults path"
+            continue
+        fi
         # zsh reads vendor completions from another directory on each family.
         deb_copy=${deb_copy/\/usr\/share\/zsh\/site-functions\//\/usr\/share\/zsh\/vendor-completions\/}
         deb_copy=${deb_copy/\/usr\/share\/doc\/$rpm_name\//\/usr\/share\/doc\/$deb_name\/}

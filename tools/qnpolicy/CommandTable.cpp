@@ -199,7 +199,11 @@ const std::vector<CommandInfo>& Commands() {
          "defaults) against a baseline (qnpolicy-baseline(5)): each rule's verdict, pass, fail "
          "with the expected value, the actual value and the element it comes from, or waived "
          "with the waiver's reason and last day, and file-safety, the audit of who can change the "
-         "file. Exit 0: compliant, 1: not compliant, 65: a malformed baseline.",
+         "file. Exit 0: compliant, 1: not compliant, 65: a malformed baseline. "
+         "--format=prometheus prints the verdict on one file as metrics for node_exporter's "
+         "textfile collector (qnpolicy-metrics.service runs it every five minutes once its "
+         "timer is enabled); with --output they are stored atomically and the run exits 0 "
+         "whatever the verdict.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateComplyCommand, kComplyResultSchema},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "

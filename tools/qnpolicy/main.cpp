@@ -13,7 +13,8 @@
 //   qnpolicy show [OPTIONS] [--origin] [--format FORMAT] [FILE] [SETTING...]
 //   qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]
 //   qnpolicy diff [OPTIONS] FILE [FILE]
-//   qnpolicy comply [OPTIONS] --baseline BASELINE [--host NAME] [FILE...]
+//   qnpolicy comply [OPTIONS] --baseline BASELINE [--host NAME] [--format FORMAT]
+//                   [--output OUTPUT] [FILE...]
 //   qnpolicy vocabulary [OPTIONS]
 //   qnpolicy schema [OPTIONS] [--json-schema COMMAND]
 //   qnpolicy --version | --help | SUBCOMMAND --help

@@ -2,21 +2,25 @@
 // qnpolicy comply: each policy file's verdicts against a baseline, from the reader's own reading
 // of the file with the origin of each value.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <list>
 
+#include "AtomicFileReplace.h"
 #include "CommandTable.h"
 #include "LocalPolicyKinds.h"
 #include "MessageText.h"
 #include "baseline/Baseline.h"
 #include "commands/ShowOrigin.h"
 #include "origin/EffectivePolicy.h"
+#include "output/ComplianceMetrics.h"
 #include "output/Output.h"
 #include "output/PolicyViews.h"
 #include "safety/PathAudit.h"
@@ -92,16 +96,18 @@ namespace {
 // One judged file: its verdicts, or why it could not be judged.
 // A FILE argument that is not there is missing (only the system's "nothing there": a path that
 // cannot be examined counts as present); the install directory's file is read as the client
-// reads it, a missing one as the defaults. The policy is built in place (its record, a
-// hundred thousand servers perhaps, has no move), so a judged file never moves either.
+// reads it, a missing one as the defaults. Without a baseline (one that could not be used) it
+// is read and not judged. The policy is built in place (its record, a hundred thousand
+// servers perhaps, has no move), so a judged file never moves either.
 struct JudgedFile {
-    JudgedFile(const std::string& path, bool bArgument, const Baseline& baseline,
+    JudgedFile(const std::string& path, bool bArgument, const Baseline* pBaseline,
                const std::string& host)
         : file(path),
           bMissing(bArgument && !qnsys::fileExists(path)),
           policy(bMissing ? EffectivePolicy{} : ReadEffectivePolicyFile(path, path, false)) {
-        if (!bMissing && policy.Complete()) {
-            verdicts = JudgePolicy(baseline, policy, PolicyPathFindings(path), host, Today());
+        if (pBaseline != nullptr && !bMissing && policy.Complete()) {
+            verdicts = JudgePolicy(*pBaseline, policy, PolicyPathFindings(path), host, Today());
+            bJudged = true;
         }
     }
     JudgedFile(const JudgedFile&) = delete;
@@ -111,6 +117,7 @@ struct JudgedFile {
     bool bMissing;
     EffectivePolicy policy;
     ComplianceVerdicts verdicts;
+    bool bJudged = false;
 };
 
 // The baseline's text from a file or standard input, at most kMaxBaselineBytes and one more, so
@@ -378,6 +385,38 @@ void writeFileJson(CJsonWriter& json, const JudgedFile& judged, const Baseline& 
     json.EndArray().EndObject();
 }
 
+constexpr char kFormatText[] = "text";
+constexpr char kFormatJson[] = "json";
+constexpr char kFormatPrometheus[] = "prometheus";
+
+const std::vector<std::string>& formats() {
+    static const std::vector<std::string> values = {kFormatText, kFormatJson, kFormatPrometheus};
+    return values;
+}
+
+double secondsSinceEpoch(const struct timespec& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// What the metrics say of one judged file: present as the client sees it (a FILE operand as
+// comply's own test found it), its modification time when it can be examined.
+MetricsSubject metricsSubject(const JudgedFile& judged, const Baseline* pBaseline) {
+    MetricsSubject subject;
+    subject.pBaseline = pBaseline;
+    subject.filePresent = !judged.bMissing && judged.policy.read.bExists;
+    if (!judged.bMissing) {
+        subject.pPolicy = &judged.policy;
+    }
+    if (judged.bJudged) {
+        subject.pVerdicts = &judged.verdicts;
+    }
+    struct stat status {};
+    if (*subject.filePresent && ::stat(judged.file.c_str(), &status) == 0) {
+        subject.modified = secondsSinceEpoch(status.st_mtim);
+    }
+    return subject;
+}
+
 class CComplyCommand : public CCommand {
   public:
     void AddOptions(CLI::App& command) override {
@@ -393,6 +432,18 @@ class CComplyCommand : public CCommand {
                         "machine's)")
             ->type_name("NAME");
         command
+            .add_option("--format", m_format,
+                        "text (the default), json (as --json) or prometheus: the verdict as "
+                        "metrics in Prometheus' text format, for node_exporter's textfile "
+                        "collector (one FILE at most)")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember(formats()));
+        command
+            .add_option("--output", m_output,
+                        "With --format=prometheus: store the metrics in OUTPUT, replaced "
+                        "atomically (mode 0644), and exit 0 once stored whatever the verdict")
+            ->type_name("OUTPUT");
+        command
             .add_option("FILE", m_files,
                         "Policy files to judge (default: the policy file in the install "
                         "directory, judged as the client reads it: a missing one as the "
@@ -400,9 +451,20 @@ class CComplyCommand : public CCommand {
             ->type_name("FILE");
     }
 
+    std::map<std::string, std::vector<std::string>> OptionChoices() const override {
+        return {{"--format", formats()}};
+    }
+
+    void AdjustSharedOptions(SharedOptions& rOptions) const override {
+        rOptions.bJson = rOptions.bJson || m_format == kFormatJson;
+    }
+
     bool UsesInstallDir() const override { return m_files.empty(); }
 
     int Run(CToolContext& context) override {
+        if (const int status = checkFormat(context); status != kExitSuccess) {
+            return status;
+        }
         for (const std::string& file : m_files) {
             if (file == kStandardInput) {
                 return context.Fail(kExitUsage, errorkind::kUsage,
@@ -412,12 +474,16 @@ class CComplyCommand : public CCommand {
         }
         const BaselineText text = readBaseline(m_baseline);
         if (!text.error.empty()) {
-            return context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
+            const int status = deliverUnjudged(context);
+            return status != kExitSuccess
+                       ? status
+                       : context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
         }
         const std::string name = m_baseline == kStandardInput ? kStandardInputName : m_baseline;
         const BaselineParse parse = ParseBaseline(text.text, name);
         if (!parse.error.empty()) {
-            return refuseBaseline(context, name, parse.error);
+            const int status = deliverUnjudged(context);
+            return status != kExitSuccess ? status : refuseBaseline(context, name, parse.error);
         }
         const std::string host = m_host.empty() ? machineHostName() : m_host;
         std::vector<std::string> files = m_files;
@@ -426,12 +492,82 @@ class CComplyCommand : public CCommand {
         }
         std::list<JudgedFile> judged;
         for (const std::string& file : files) {
-            judged.emplace_back(file, !m_files.empty(), parse.baseline, host);
+            judged.emplace_back(file, !m_files.empty(), &parse.baseline, host);
         }
-        return report(context, judged, parse.baseline, host);
+        const int status = report(context, judged, parse.baseline, host);
+        if (m_format != kFormatPrometheus) {
+            return status;
+        }
+        return deliverMetrics(context, metricsSubject(judged.front(), &parse.baseline),
+                              m_output.empty() ? status : kExitSuccess);
     }
 
   private:
+    int checkFormat(CToolContext& context) const {
+        const bool bPrometheus = m_format == kFormatPrometheus;
+        if (context.Options().bJson && bPrometheus) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--json and --format=prometheus exclude each other");
+        }
+        if (context.Options().bJson && m_format == kFormatText) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--json and --format=text exclude each other");
+        }
+        if (!m_output.empty() && !bPrometheus) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--output applies to --format=prometheus only");
+        }
+        if (bPrometheus && m_files.size() > 1) {
+            return context.Fail(kExitUsage, errorkind::kUsage,
+                                "--format=prometheus describes one policy file: give one FILE "
+                                "at most");
+        }
+        return kExitSuccess;
+    }
+
+    // With --format=prometheus, the metrics of a run whose baseline could not be used: check
+    // success 0, so that a scrape does not keep the last verdict, and the file as the client
+    // reads it, whose settings need no baseline. 0, or the status of a failed store.
+    int deliverUnjudged(CToolContext& context) const {
+        if (m_format != kFormatPrometheus) {
+            return kExitSuccess;
+        }
+        const JudgedFile judged(m_files.empty() ? context.InstallPolicyPath() : m_files.front(),
+                                !m_files.empty(), nullptr, std::string());
+        return deliverMetrics(context, metricsSubject(judged, nullptr), kExitSuccess);
+    }
+
+    // Prints the metrics, or with --output stores them atomically, so that a reader of OUTPUT
+    // sees the previous file or this one whole. Returns status, or 74 when storing failed.
+    int deliverMetrics(CToolContext& context, MetricsSubject subject, int status) const {
+        if (subject.checked == 0) {
+            subject.checked = secondsSinceEpoch(now());
+        }
+        const std::string text = ComplianceMetricsText(subject);
+        if (m_output.empty()) {
+            context.Out() << text;
+            return status;
+        }
+        const qnfile::ReplaceResult stored =
+            qnfile::replaceFileAtomically(m_output, text, 0644, qnfile::EXISTING_REPLACE);
+        if (stored.outcome == qnfile::OUTCOME_FAILED) {
+            return context.Fail(kExitIoError, errorkind::kIoError,
+                                "cannot store the metrics in " + m_output + ": " + stored.step +
+                                    ": " + std::strerror(stored.error));
+        }
+        if (stored.outcome == qnfile::OUTCOME_NOT_SYNCED) {
+            context.Warning("stored the metrics in " + m_output + ", but " + stored.step +
+                            " failed: " + std::strerror(stored.error));
+        }
+        return status;
+    }
+
+    static struct timespec now() {
+        struct timespec time {};
+        ::clock_gettime(CLOCK_REALTIME, &time);
+        return time;
+    }
+
     static int refuseBaseline(CToolContext& context, const std::string& name,
                               const BaselineError& error) {
         const std::string where =
@@ -453,10 +589,10 @@ class CComplyCommand : public CCommand {
     }
 
     // Says on standard error what could not be judged and which waivers end soon, prints the
-    // verdicts, and returns the gravest condition: a missing file, then one that cannot be
-    // parsed, then one that is not compliant.
-    static int report(CToolContext& context, const std::list<JudgedFile>& judged,
-                      const Baseline& baseline, const std::string& host) {
+    // verdicts (not the metrics, which the caller delivers), and returns the gravest condition: a
+    // missing file, then one that cannot be parsed, then one that is not compliant.
+    int report(CToolContext& context, const std::list<JudgedFile>& judged, const Baseline& baseline,
+               const std::string& host) const {
         bool bMissing = false;
         bool bUnreadable = false;
         bool bFailing = false;
@@ -490,7 +626,7 @@ class CComplyCommand : public CCommand {
                 writeFileJson(json, file, baseline);
             }
             json.EndArray().EndObject().Finish();
-        } else {
+        } else if (m_format != kFormatPrometheus) {
             for (const JudgedFile& file : judged) {
                 printText(context.Out(), file, baseline, host, context.Options().bQuiet);
             }
@@ -503,6 +639,8 @@ class CComplyCommand : public CCommand {
 
     std::string m_baseline;
     std::string m_host;
+    std::string m_format;  // empty: text, or JSON with --json
+    std::string m_output;
     std::vector<std::string> m_files;
 };
 
