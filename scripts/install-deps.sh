@@ -42,6 +42,8 @@ PACKAGES=(
     dpkg-dev debhelper lintian xml-core
     # RPM packages (make rpm): rpmbuild and rpm, and rpmlint
     rpm rpmlint
+    # SCAP content (qnpolicy scap) evaluated and validated by oscap in the tests and benchmarks
+    openscap-scanner
 )
 
 missing=()

@@ -201,6 +201,13 @@ const std::vector<CommandInfo>& Commands() {
          "with the waiver's reason and last day, and file-safety, the audit of who can change the "
          "file. Exit 0: compliant, 1: not compliant, 65: a malformed baseline.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateComplyCommand, kComplyResultSchema},
+        {"scap",
+         "Print a baseline (qnpolicy-baseline(5)) as SCAP content for oscap: one SCAP 1.3 source "
+         "data stream with an XCCDF 1.2 benchmark, one rule per setting plus the rule that the "
+         "file is in the form the client reads plainly, and the OVAL checks of the install "
+         "directory's policy file; with --tailoring, the waivers that hold today as an XCCDF "
+         "tailoring file. Exit 65: a malformed baseline.",
+         COMMAND_INSTALL_DIR, CreateScapCommand, nullptr},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
          "and meaning, and the values generate writes.",

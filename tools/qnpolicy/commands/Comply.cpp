@@ -147,12 +147,6 @@ BaselineText readBaseline(const std::string& path) {
     return result;
 }
 
-// The machine's host name, which decides the waivers unless --host names another.
-std::string machineHostName() {
-    char name[HOST_NAME_MAX + 1] = {};
-    return ::gethostname(name, sizeof name - 1) == 0 ? std::string(name) : std::string();
-}
-
 std::string positionText(const std::string& file, const SourcePosition& position) {
     return position.Known()
                ? file + ":" + std::to_string(position.line) + ":" + std::to_string(position.column)
@@ -378,6 +372,25 @@ void writeFileJson(CJsonWriter& json, const JudgedFile& judged, const Baseline& 
     json.EndArray().EndObject();
 }
 
+int refuseBaseline(CToolContext& context, const std::string& name, const BaselineError& error) {
+    const std::string where =
+        name + (error.position.line != 0 ? ":" + std::to_string(error.position.line) + ":" +
+                                               std::to_string(error.position.column)
+                                         : std::string());
+    context.Error(where + ": " + error.message);
+    if (context.Options().bJson) {
+        CJsonWriter json(context.Out());
+        json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
+        json.Key("kind")
+            .String(errorkind::kRefused)
+            .Key("message")
+            .String(where + ": " + error.message);
+        json.Key("line").Number(error.position.line);
+        json.Key("column").Number(error.position.column).EndObject().EndObject().Finish();
+    }
+    return kExitDataError;
+}
+
 class CComplyCommand : public CCommand {
   public:
     void AddOptions(CLI::App& command) override {
@@ -410,16 +423,11 @@ class CComplyCommand : public CCommand {
                                     "path to audit (--baseline - reads the baseline)");
             }
         }
-        const BaselineText text = readBaseline(m_baseline);
-        if (!text.error.empty()) {
-            return context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
+        BaselineParse parse;
+        if (const int status = LoadBaseline(context, m_baseline, parse); status != kExitSuccess) {
+            return status;
         }
-        const std::string name = m_baseline == kStandardInput ? kStandardInputName : m_baseline;
-        const BaselineParse parse = ParseBaseline(text.text, name);
-        if (!parse.error.empty()) {
-            return refuseBaseline(context, name, parse.error);
-        }
-        const std::string host = m_host.empty() ? machineHostName() : m_host;
+        const std::string host = m_host.empty() ? MachineHostName() : m_host;
         std::vector<std::string> files = m_files;
         if (files.empty()) {
             files.push_back(context.InstallPolicyPath());
@@ -432,26 +440,6 @@ class CComplyCommand : public CCommand {
     }
 
   private:
-    static int refuseBaseline(CToolContext& context, const std::string& name,
-                              const BaselineError& error) {
-        const std::string where =
-            name + (error.position.line != 0 ? ":" + std::to_string(error.position.line) + ":" +
-                                                   std::to_string(error.position.column)
-                                             : std::string());
-        context.Error(where + ": " + error.message);
-        if (context.Options().bJson) {
-            CJsonWriter json(context.Out());
-            json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
-            json.Key("kind")
-                .String(errorkind::kRefused)
-                .Key("message")
-                .String(where + ": " + error.message);
-            json.Key("line").Number(error.position.line);
-            json.Key("column").Number(error.position.column).EndObject().EndObject().Finish();
-        }
-        return kExitDataError;
-    }
-
     // Says on standard error what could not be judged and which waivers end soon, prints the
     // verdicts, and returns the gravest condition: a missing file, then one that cannot be
     // parsed, then one that is not compliant.
@@ -507,6 +495,21 @@ class CComplyCommand : public CCommand {
 };
 
 }  // namespace
+
+std::string MachineHostName() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return ::gethostname(name, sizeof name - 1) == 0 ? std::string(name) : std::string();
+}
+
+int LoadBaseline(CToolContext& context, const std::string& path, BaselineParse& rParse) {
+    const BaselineText text = readBaseline(path);
+    if (!text.error.empty()) {
+        return context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
+    }
+    const std::string name = path == kStandardInput ? kStandardInputName : path;
+    rParse = ParseBaseline(text.text, name);
+    return rParse.error.empty() ? kExitSuccess : refuseBaseline(context, name, rParse.error);
+}
 
 std::unique_ptr<CCommand> CreateComplyCommand() {
     return std::make_unique<CComplyCommand>();
