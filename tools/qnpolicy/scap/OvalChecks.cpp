@@ -273,9 +273,10 @@ std::string namesOf(Predicate selects) {
     return names.empty() ? "false()" : names;
 }
 
-// Whether the document is in the plain form: its root the policy's, no prefixed element, every
-// setting in its own section and nowhere else, no section within another, no leaf with a child
-// element (the reader drops such a leaf's text), at most one caching list.
+// Whether the document is in the plain form as far as XPath can tell: its root the policy's,
+// every setting in its own section and nowhere else, no section within another, no leaf with a
+// child element (the reader drops such a leaf's text), at most one caching list. oscap's XPath
+// sees no prefixes, so those, a DOCTYPE and a file cut short are found in the text.
 std::string plainFormCondition() {
     const auto inSection = [](LocalPolicySection section) {
         return namesOf([section](const LocalPolicySettingInfo& row) {
@@ -295,11 +296,11 @@ std::string plainFormCondition() {
     const std::string section = "*[local-name()='" + std::string(kUpdatePolicyElement) + "']";
     const std::string list = "*[local-name()='" + std::string(kAuthorizedServerListElement) + "']";
     return "string(name(/*)='" + std::string(kRootElement) + "' and count(//*[local-name()='" +
-           kRootElement + "'])=1 and not(//*[contains(name(),':')]) and count(//*[" + root +
-           "])=count(/*/*[" + root + "]) and count(//" + section + ")=count(/*/" + section +
-           ") and count(//*[" + update + "])=count(/*/" + section + "/*[" + update +
-           "]) and count(//*[" + names + "])=count(/*/" + section + "/" + list + "/*[" + names +
-           "]) and not(//*[" + leaves + "][*]) and count(//*[" + caching + "])<=1)";
+           kRootElement + "'])=1 and count(//*[" + root + "])=count(/*/*[" + root +
+           "]) and count(//" + section + ")=count(/*/" + section + ") and count(//*[" + update +
+           "])=count(/*/" + section + "/*[" + update + "]) and count(//*[" + names +
+           "])=count(/*/" + section + "/" + list + "/*[" + names + "]) and not(//*[" + leaves +
+           "][*]) and count(//*[" + caching + "])<=1)";
 }
 
 // Writes the tests, objects and states of the definitions, numbered in order.
@@ -347,11 +348,13 @@ class COvalWriter {
         return id("tst", number);
     }
 
-    // A test that no line of the file matches pattern (none when the file is absent).
-    std::string NoMatchTest(const std::string& comment, const std::string& pattern) {
+    // A test that the file's text matches pattern (bPresent) or does not; with the file absent
+    // the pattern is not there.
+    std::string PatternTest(const std::string& comment, const std::string& pattern, bool bPresent) {
         const unsigned number = next();
         m_tests << "    <ind:textfilecontent54_test id=\"" << id("tst", number)
-                << "\" version=\"1\" check=\"all\" check_existence=\"none_exist\" comment=\""
+                << "\" version=\"1\" check=\"all\" check_existence=\""
+                << (bPresent ? "at_least_one_exists" : "none_exist") << "\" comment=\""
                 << attribute(comment) << "\">\n      <ind:object object_ref=\"" << id("obj", number)
                 << "\"/>\n    </ind:textfilecontent54_test>\n";
         m_objects << "    <ind:textfilecontent54_object id=\"" << id("obj", number)
@@ -452,13 +455,23 @@ std::string OvalDefinitions(const Baseline& baseline, const ScapTarget& target) 
     definitions.push_back(
         {kPlainFormDefinition, "compliance",
          "The policy file is in the form the client reads plainly",
-         "The policy file is absent, or it parses, has no DOCTYPE, and holds every setting "
-         "unprefixed in its own section under the root element, at most one caching list.",
+         "The policy file is absent, or it ends with the root element's end, has no DOCTYPE, "
+         "and holds every setting unprefixed in its own section under the root element, at most "
+         "one caching list. A file that does not parse gives an error where it is not cut short.",
          "<criteria operator=\"OR\">" + absentCriterion + "<criteria operator=\"AND\">" +
              criterion(
                  writer.ValueTest("the file is in the plain form", plainFormCondition(), "^true$"),
                  "the plain form") +
-             criterion(writer.NoMatchTest("the file has no DOCTYPE", "<!DOCTYPE"), "no DOCTYPE") +
+             criterion(writer.PatternTest("the file has no DOCTYPE", "<!DOCTYPE", false),
+                       "no DOCTYPE") +
+             criterion(
+                 writer.PatternTest("no element name has a prefix", "<[^\\s!?/>][^\\s/>]*:", false),
+                 "no prefix") +
+             criterion(writer.PatternTest("the file ends with the root's end",
+                                          "(?:</" + std::string(kRootElement) + "\\s*|<" +
+                                              kRootElement + "(?:\\s[^>]*)?/)>\\s*\\z",
+                                          true),
+                       "not cut short") +
              "</criteria></criteria>"});
     const EffectivePolicy defaults =
         ReadEffectivePolicyBytes("<" + std::string(kRootElement) + "/>", "defaults", false);
