@@ -14,6 +14,7 @@
 //   qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]
 //   qnpolicy diff [OPTIONS] FILE [FILE]
 //   qnpolicy comply [OPTIONS] --baseline BASELINE [--host NAME] [FILE...]
+//   qnpolicy scap [OPTIONS] --baseline BASELINE [--tailoring] [--host NAME]
 //   qnpolicy vocabulary [OPTIONS]
 //   qnpolicy schema [OPTIONS] [--json-schema COMMAND]
 //   qnpolicy --version | --help | SUBCOMMAND --help
