@@ -195,7 +195,7 @@ std::string cachingPattern(const BaselineRule& rule) {
     };
     const std::string restricts =
         allIn(std::vector<std::string>(options.begin() + 1, options.end()));
-    const auto holds = [&allIn](const std::string& entry) {
+    const auto holds = [](const std::string& entry) {
         return "(?=(?:.*,)?" + regexQuoted(entry) + "(?:,|\\z))";
     };
     const auto exactly = [&](const std::vector<std::string>& set) {
@@ -394,7 +394,6 @@ std::string ruleTest(COvalWriter& writer, const BaselineRule& rule) {
     const std::string comment = row.element + " meets the baseline";
     switch (KindOf(row.kind).shape) {
         case ValueShape::BOOLEAN:
-        case ValueShape::NONE:
             return writer.ValueTest(comment, booleanValue(row),
                                     "^" + alternatives(rule.expected) + "$");
         case ValueShape::TEXT:
@@ -408,6 +407,7 @@ std::string ruleTest(COvalWriter& writer, const BaselineRule& rule) {
                                     textOr(lastApplied(row, AppliedTexts(row)), defaultValue(row)),
                                     "^" + alternatives(rule.expected) + "$");
         case ValueShape::LIST:
+        case ValueShape::NONE:  // the server name's: a baseline names the list instead
             return writer.ValueTest(comment, serversHold(rule), "^true$");
     }
     return {};
