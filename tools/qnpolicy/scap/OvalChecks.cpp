@@ -156,8 +156,10 @@ std::vector<Forcing> forcingsOf(const LocalPolicySettingInfo& row) {
 std::string booleanValue(const LocalPolicySettingInfo& row) {
     std::string value = ownBoolean(row);
     for (const Forcing& forcing : forcingsOf(row)) {
-        value = forcing.bForcedOn ? "(" + value + " or " + ownBoolean(*forcing.pOther) + ")"
-                                  : "(" + value + " and not(" + ownBoolean(*forcing.pOther) + "))";
+        value.insert(0, "(");
+        value += forcing.bForcedOn ? " or " : " and not(";
+        value += ownBoolean(*forcing.pOther);
+        value += forcing.bForcedOn ? ")" : "))";
     }
     return "string(" + value + ")";
 }
@@ -479,14 +481,15 @@ std::string OvalDefinitions(const Baseline& baseline, const ScapTarget& target) 
         JudgePolicy(baseline, defaults, {}, std::string(), CalendarDay{9999, 12, 31});
     for (size_t i = 0; i < baseline.rules.size(); ++i) {
         const BaselineRule& rule = baseline.rules[i];
-        const std::string value = criterion(ruleTest(writer, rule), "the effective value");
         // verdicts[0] is file-safety; the rules follow in order.
         const bool bDefaultMeets = atDefaults.verdicts[i + 1].eState == VerdictState::PASS;
-        definitions.push_back(
-            {kFirstRuleDefinition + static_cast<unsigned>(i), "compliance",
-             rule.pRow->element + " meets the baseline", rule.pRow->description,
-             bDefaultMeets ? "<criteria operator=\"OR\">" + absentCriterion + value + "</criteria>"
-                           : "<criteria>" + value + "</criteria>"});
+        std::string criteria = bDefaultMeets ? "<criteria operator=\"OR\">" + absentCriterion
+                                             : std::string("<criteria>");
+        criteria += criterion(ruleTest(writer, rule), "the effective value");
+        criteria += "</criteria>";
+        definitions.push_back({kFirstRuleDefinition + static_cast<unsigned>(i), "compliance",
+                               rule.pRow->element + " meets the baseline", rule.pRow->description,
+                               criteria});
     }
     std::ostringstream out;
     out << "<oval_definitions xmlns=\"http://oval.mitre.org/XMLSchema/oval-definitions-5\" "
