@@ -45,6 +45,8 @@ PACKAGES=(
     # metrics: promtool (check metrics, test rules) and a real node_exporter whose textfile
     # collector serves what comply wrote
     prometheus prometheus-node-exporter
+    # SCAP content (qnpolicy scap) evaluated and validated by oscap in the tests and benchmarks
+    openscap-scanner
 )
 
 missing=()

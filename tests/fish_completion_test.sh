@@ -25,7 +25,7 @@ offers() {
         "$completion" "$1" | cut -f1 | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate scap schema set show unset vocabulary'
 expect 'qnpolicy gen' 'generate'
 expect 'qnpolicy unset up' 'upal upcu uphlp uploc upmv uppp upres upscr upsp upsu upvp'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'

@@ -41,7 +41,7 @@ offers() {
     printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' '
 }
 
-expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate scap schema set show unset vocabulary'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
 expect 'qnpolicy --log ' 'stderr syslog'
 expect 'qnpolicy --log syslog ch' 'check'

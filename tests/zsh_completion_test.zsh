@@ -115,7 +115,7 @@ expect_line() {
 # As installed: compinit finds _qnpolicy in $fpath by its #compdef line and autoloads it.
 start_shell "fpath=($work/functions \$fpath); autoload -Uz compinit && compinit -u -D"
 
-expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate scap schema set show unset vocabulary'
 expect 'qnpolicy gen' 'generate'
 expect 'qnpolicy unset up' 'upal upcu uphlp uploc upmv uppp upres upscr upsp upsu upvp'
 expect 'qnpolicy --' '--help --install-dir --json --log --quiet --verbose --version'
@@ -149,7 +149,7 @@ expect_line 'qnpolicy --install-dir su' 'qnpolicy --install-dir sub/'
 
 # Without the package: compinit first, then the file sourced registers itself with compdef.
 start_shell "autoload -Uz compinit && compinit -u -D && source $work/functions/_qnpolicy"
-expect 'qnpolicy ' 'check comply diff edit generate schema set show unset vocabulary'
+expect 'qnpolicy ' 'check comply diff edit generate scap schema set show unset vocabulary'
 expect 'qnpolicy generate ecc=' 'false true'
 expect 'qnpolicy check --json a' 'a.xml'
 

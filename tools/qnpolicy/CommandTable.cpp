@@ -205,6 +205,13 @@ const std::vector<CommandInfo>& Commands() {
          "timer is enabled); with --output they are stored atomically and the run exits 0 "
          "whatever the verdict.",
          COMMAND_INSTALL_DIR | COMMAND_JSON, CreateComplyCommand, kComplyResultSchema},
+        {"scap",
+         "Print a baseline (qnpolicy-baseline(5)) as SCAP content for oscap: one SCAP 1.3 source "
+         "data stream with an XCCDF 1.2 benchmark, one rule per setting plus the rule that the "
+         "file is in the form the client reads plainly, and the OVAL checks of the install "
+         "directory's policy file; with --tailoring, the waivers that hold today as an XCCDF "
+         "tailoring file. Exit 65: a malformed baseline.",
+         COMMAND_INSTALL_DIR, CreateScapCommand, nullptr},
         {"vocabulary",
          "List the installer abbreviations with their element, section, default, allowed values "
          "and meaning, and the values generate writes.",

@@ -3,6 +3,7 @@
 #define QNPOLICY_COMMANDTABLE_H
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -80,8 +81,19 @@ std::unique_ptr<CCommand> CreateShowCommand();
 std::unique_ptr<CCommand> CreateCheckCommand();
 std::unique_ptr<CCommand> CreateDiffCommand();
 std::unique_ptr<CCommand> CreateComplyCommand();
+std::unique_ptr<CCommand> CreateScapCommand();
 std::unique_ptr<CCommand> CreateVocabularyCommand();
 std::unique_ptr<CCommand> CreateSchemaCommand();
+
+// What comply and scap share: the machine's host name, which decides the waivers unless --host
+// names another; and the baseline at path (- reads standard input) read into rParse: 0, or the
+// exit status of a failure, reported (66 no such file, 65 a malformed baseline). When the
+// baseline cannot be used, beforeRefusing (if given) runs first, and a status other than 0 it
+// returns is returned instead (comply's metrics are written before the refusal).
+std::string MachineHostName();
+struct BaselineParse;
+int LoadBaseline(CToolContext& context, const std::string& path, BaselineParse& rParse,
+                 const std::function<int()>& beforeRefusing = nullptr);
 
 // The command line the table describes: the CLI11 app with a subcommand per command, the shared
 // options, and the values an option accepts where it names them (for the completion).

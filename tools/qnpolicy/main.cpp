@@ -15,6 +15,7 @@
 //   qnpolicy diff [OPTIONS] FILE [FILE]
 //   qnpolicy comply [OPTIONS] --baseline BASELINE [--host NAME] [--format FORMAT]
 //                   [--output OUTPUT] [FILE...]
+//   qnpolicy scap [OPTIONS] --baseline BASELINE [--tailoring] [--host NAME]
 //   qnpolicy vocabulary [OPTIONS]
 //   qnpolicy schema [OPTIONS] [--json-schema COMMAND]
 //   qnpolicy --version | --help | SUBCOMMAND --help

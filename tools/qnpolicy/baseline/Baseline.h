@@ -84,6 +84,8 @@ struct BaselineWaiver {
 
     // Whether it names host (glob, ignoring case as host names do); true without patterns.
     bool Covers(const std::string& host) const;
+    // Whether today is not past its last day.
+    bool HoldsOn(const CalendarDay& today) const;
 };
 
 struct Baseline {

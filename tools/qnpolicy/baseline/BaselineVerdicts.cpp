@@ -83,6 +83,10 @@ bool BaselineWaiver::Covers(const std::string& host) const {
            });
 }
 
+bool BaselineWaiver::HoldsOn(const CalendarDay& today) const {
+    return today.DaysSinceEpoch() <= expires.DaysSinceEpoch();
+}
+
 const BaselineRule* Baseline::RuleOf(const LocalPolicySettingInfo& row) const {
     for (const BaselineRule& rule : rules) {
         if (rule.pRow == &row) {
@@ -207,10 +211,6 @@ RuleVerdict judgeRule(const BaselineRule& rule, const EffectivePolicy& policy) {
     return verdict;
 }
 
-bool holdsOn(const BaselineWaiver& waiver, const CalendarDay& today) {
-    return today.DaysSinceEpoch() <= waiver.expires.DaysSinceEpoch();
-}
-
 }  // namespace
 
 ComplianceVerdicts JudgePolicy(const Baseline& baseline, const EffectivePolicy& policy,
@@ -227,7 +227,7 @@ ComplianceVerdicts JudgePolicy(const Baseline& baseline, const EffectivePolicy& 
         RuleVerdict verdict = judgeRule(rule, policy);
         for (const BaselineWaiver& waiver : baseline.waivers) {
             if (verdict.eState == VerdictState::FAIL && waiver.rule == verdict.rule &&
-                waiver.Covers(host) && holdsOn(waiver, today)) {
+                waiver.Covers(host) && waiver.HoldsOn(today)) {
                 verdict.eState = VerdictState::WAIVED;
                 verdict.pWaiver = &waiver;
             }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <list>
 
@@ -152,12 +153,6 @@ BaselineText readBaseline(const std::string& path) {
         result.error = "cannot read the baseline " + path;
     }
     return result;
-}
-
-// The machine's host name, which decides the waivers unless --host names another.
-std::string machineHostName() {
-    char name[HOST_NAME_MAX + 1] = {};
-    return ::gethostname(name, sizeof name - 1) == 0 ? std::string(name) : std::string();
 }
 
 std::string positionText(const std::string& file, const SourcePosition& position) {
@@ -417,6 +412,25 @@ MetricsSubject metricsSubject(const JudgedFile& judged, const Baseline* pBaselin
     return subject;
 }
 
+int refuseBaseline(CToolContext& context, const std::string& name, const BaselineError& error) {
+    const std::string where =
+        name + (error.position.line != 0 ? ":" + std::to_string(error.position.line) + ":" +
+                                               std::to_string(error.position.column)
+                                         : std::string());
+    context.Error(where + ": " + error.message);
+    if (context.Options().bJson) {
+        CJsonWriter json(context.Out());
+        json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
+        json.Key("kind")
+            .String(errorkind::kRefused)
+            .Key("message")
+            .String(where + ": " + error.message);
+        json.Key("line").Number(error.position.line);
+        json.Key("column").Number(error.position.column).EndObject().EndObject().Finish();
+    }
+    return kExitDataError;
+}
+
 class CComplyCommand : public CCommand {
   public:
     void AddOptions(CLI::App& command) override {
@@ -472,20 +486,13 @@ class CComplyCommand : public CCommand {
                                     "path to audit (--baseline - reads the baseline)");
             }
         }
-        const BaselineText text = readBaseline(m_baseline);
-        if (!text.error.empty()) {
-            const int status = deliverUnjudged(context);
-            return status != kExitSuccess
-                       ? status
-                       : context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error);
+        BaselineParse parse;
+        const int loaded =
+            LoadBaseline(context, m_baseline, parse, [&] { return deliverUnjudged(context); });
+        if (loaded != kExitSuccess) {
+            return loaded;
         }
-        const std::string name = m_baseline == kStandardInput ? kStandardInputName : m_baseline;
-        const BaselineParse parse = ParseBaseline(text.text, name);
-        if (!parse.error.empty()) {
-            const int status = deliverUnjudged(context);
-            return status != kExitSuccess ? status : refuseBaseline(context, name, parse.error);
-        }
-        const std::string host = m_host.empty() ? machineHostName() : m_host;
+        const std::string host = m_host.empty() ? MachineHostName() : m_host;
         std::vector<std::string> files = m_files;
         if (files.empty()) {
             files.push_back(context.InstallPolicyPath());
@@ -568,29 +575,9 @@ class CComplyCommand : public CCommand {
         return time;
     }
 
-    static int refuseBaseline(CToolContext& context, const std::string& name,
-                              const BaselineError& error) {
-        const std::string where =
-            name + (error.position.line != 0 ? ":" + std::to_string(error.position.line) + ":" +
-                                                   std::to_string(error.position.column)
-                                             : std::string());
-        context.Error(where + ": " + error.message);
-        if (context.Options().bJson) {
-            CJsonWriter json(context.Out());
-            json.BeginObject().Key("formatVersion").Number(1).Key("error").BeginObject();
-            json.Key("kind")
-                .String(errorkind::kRefused)
-                .Key("message")
-                .String(where + ": " + error.message);
-            json.Key("line").Number(error.position.line);
-            json.Key("column").Number(error.position.column).EndObject().EndObject().Finish();
-        }
-        return kExitDataError;
-    }
-
     // Says on standard error what could not be judged and which waivers end soon, prints the
-    // verdicts (not the metrics, which the caller delivers), and returns the gravest condition: a
-    // missing file, then one that cannot be parsed, then one that is not compliant.
+    // verdicts (not the metrics, which the caller delivers), and returns the gravest condition:
+    // a missing file, then one that cannot be parsed, then one that is not compliant.
     int report(CToolContext& context, const std::list<JudgedFile>& judged, const Baseline& baseline,
                const std::string& host) const {
         bool bMissing = false;
@@ -645,6 +632,29 @@ class CComplyCommand : public CCommand {
 };
 
 }  // namespace
+
+std::string MachineHostName() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return ::gethostname(name, sizeof name - 1) == 0 ? std::string(name) : std::string();
+}
+
+int LoadBaseline(CToolContext& context, const std::string& path, BaselineParse& rParse,
+                 const std::function<int()>& beforeRefusing) {
+    const BaselineText text = readBaseline(path);
+    const std::string name = path == kStandardInput ? kStandardInputName : path;
+    if (text.error.empty()) {
+        rParse = ParseBaseline(text.text, name);
+        if (rParse.error.empty()) {
+            return kExitSuccess;
+        }
+    }
+    const int status = beforeRefusing ? beforeRefusing() : kExitSuccess;
+    if (status != kExitSuccess) {
+        return status;
+    }
+    return !text.error.empty() ? context.Fail(kExitNoInput, errorkind::kNoSuchFile, text.error)
+                               : refuseBaseline(context, name, rParse.error);
+}
 
 std::unique_ptr<CCommand> CreateComplyCommand() {
     return std::make_unique<CComplyCommand>();

@@ -1,0 +1,216 @@
+# SPDX-License-Identifier: Apache-2.0
+"""qnpolicy scap checked by oscap itself.
+
+oscap accepts the data stream; `oscap xccdf eval` gives, per rule, the verdict `comply` gives
+(pass or fail) on a compliant file, on each drift case of the baseline tests and on list and
+caching cases; every shape XPath cannot follow fails the plain-form rule; the tailoring deselects
+a live waiver; a host without the install directory is not applicable. The HTML report of the
+drifted file is kept in ARTIFACTS.
+
+Usage: scap_content_test.py QNPOLICY ARTIFACTS
+"""
+
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import xml.etree.ElementTree as ET
+
+QNPOLICY, ARTIFACTS = sys.argv[1], sys.argv[2]
+XCCDF = '{http://checklists.nist.gov/xccdf/1.2}'
+RULE = 'xccdf_com.quillnet_rule_'
+
+EXAMPLE = """version: 1
+settings:
+  FipsMode: true
+  StrictCertificateTrust: true
+  RestrictTunnelProtocols: {one_of: [tls, ipsec]}
+  AllowSoftwareUpdatesFromAnyServer: false
+  AuthorizedServerList: {subset_of: [gw1.example.com, gw2.example.com]}
+severity:
+  FipsMode: high
+rationale:
+  FipsMode: Government customers require FIPS 140 validated cryptography.
+waivers:
+  - setting: StrictCertificateTrust
+    hosts: [lab-*]
+    reason: lab machines, ticket SEC-142
+    expires: 2999-03-31
+"""
+# Lists and caching options: equals keeps the order, the others compare sets.
+LISTS = [
+    'AuthorizedServerList: {equals: [b, a]}\n'
+    '  RestrictPreferenceCaching: {superset_of: [Thumbprints]}',
+    'AuthorizedServerList: {equals: [a, b]}\n'
+    '  RestrictPreferenceCaching: {one_of: [none, Credentials]}',
+    'AuthorizedServerList: {superset_of: [a, c]}\n'
+    '  RestrictPreferenceCaching: {subset_of: [Thumbprints]}',
+    'AuthorizedServerList: {subset_of: [a, b, "it\'s \\"q\\""]}\n'
+    '  RestrictPreferenceCaching: Credentials,Thumbprints',
+]
+
+
+def policy(children):
+    return ('<QuillnetLocalPolicy qnversion="5.1.8.105">\n' + children +
+            '\n</QuillnetLocalPolicy>\n')
+
+
+UPDATE = ('<UpdatePolicy><AllowSoftwareUpdatesFromAnyServer>false'
+          '</AllowSoftwareUpdatesFromAnyServer>{}</UpdatePolicy>')
+COMPLIANT = policy(
+    '<FipsMode>true</FipsMode><StrictCertificateTrust>true</StrictCertificateTrust>'
+    '<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols>' + UPDATE.format(
+        '<AuthorizedServerList><ServerName>gw2.example.com</ServerName>'
+        '</AuthorizedServerList>'))
+DRIFTS = {
+    'compliant': COMPLIANT,
+    'no file': None,
+    'duplicated FIPS mode off, TLS not applied, a rogue server': policy(
+        '<FipsMode>true</FipsMode>\n<FipsMode>false</FipsMode>\n'
+        '<RestrictServerCertStore>true</RestrictServerCertStore>\n'
+        '<RestrictTunnelProtocols>TLS</RestrictTunnelProtocols>\n' + UPDATE.format(
+            '<AuthorizedServerList><ServerName>gw1.example.com</ServerName>\n'
+            '<ServerName>rogue.example.net</ServerName></AuthorizedServerList>')),
+    'strict trust off': policy(
+        '<FipsMode>true</FipsMode><StrictCertificateTrust>false</StrictCertificateTrust>'
+        '<RestrictTunnelProtocols>tls</RestrictTunnelProtocols>' + UPDATE.format('')),
+    'texts taken exactly, an empty element changes nothing': policy(
+        '<FipsMode>True</FipsMode><StrictCertificateTrust>true</StrictCertificateTrust>'
+        '<StrictCertificateTrust/><RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols>'
+        '<RestrictTunnelProtocols>IPSec</RestrictTunnelProtocols>'
+        '<UpdatePolicy/>' + UPDATE.format('<AuthorizedServerList><ServerName> gw1.example.com'
+                                          '</ServerName><ServerName/></AuthorizedServerList>')
+        + '<UpdatePolicy><AllowSoftwareUpdatesFromAnyServer>true'
+        '</AllowSoftwareUpdatesFromAnyServer></UpdatePolicy>'),
+    'a default namespace, a comment in a value': policy(
+        '<FipsMode xmlns="urn:other">tr<!-- x -->ue</FipsMode>'
+        '<StrictCertificateTrust><![CDATA[true]]></StrictCertificateTrust>'),
+}
+LIST_FILES = {
+    'servers b, a; caching in any order': policy(
+        UPDATE.format('<AuthorizedServerList><ServerName>b</ServerName></AuthorizedServerList>'
+                      '<AuthorizedServerList><ServerName>a</ServerName>'
+                      '</AuthorizedServerList>') +
+        '<RestrictPreferenceCaching>Thumbprints,Credentials</RestrictPreferenceCaching>'),
+    'an unknown caching option clears the list': policy(
+        '<RestrictPreferenceCaching>Credentials, Thumbprints</RestrictPreferenceCaching>'),
+    'a quoted server': policy(UPDATE.format(
+        '<AuthorizedServerList><ServerName>it\'s "q"</ServerName></AuthorizedServerList>')),
+}
+SHAPES = {
+    'a prefixed element': policy('<q:FipsMode xmlns:q="urn:q">true</q:FipsMode>'),
+    'a setting under an unknown element': policy('<Extra><FipsMode>true</FipsMode></Extra>'),
+    'another root': '<Policy><FipsMode>true</FipsMode></Policy>\n',
+    'a nested section': policy('<UpdatePolicy><UpdatePolicy/>'
+                               '<AllowSoftwareUpdatesFromAnyServer>false'
+                               '</AllowSoftwareUpdatesFromAnyServer></UpdatePolicy>'),
+    'several caching lists': policy('<RestrictPreferenceCaching>Credentials'
+                                    '</RestrictPreferenceCaching><RestrictPreferenceCaching>'
+                                    'Thumbprints</RestrictPreferenceCaching>'),
+    'a DOCTYPE': '<!DOCTYPE QuillnetLocalPolicy>\n' + COMPLIANT,
+    'a file cut short': '<QuillnetLocalPolicy><FipsMode>true</Fips',
+    'a setting with a child element': policy('<FipsMode>true<Extra/></FipsMode>'),
+}
+# XPath cannot read it and no pattern shows it: an error, which counts as not compliant.
+MISMATCHED = policy('<FipsMode>true</StrictCertificateTrust>')
+
+
+def run(args, ok=(0,)):
+    result = subprocess.run(args, capture_output=True, text=True, check=False)
+    if result.returncode not in ok:
+        raise AssertionError('%s exited %d: %s' % (args, result.returncode, result.stderr))
+    return result
+
+
+class Case:
+    """One install directory with its content, and the verdicts of comply and oscap there."""
+
+    def __init__(self, root, name, baseline, document):
+        self.dir = os.path.join(root, str(abs(hash(name))))
+        os.mkdir(self.dir)
+        self.baseline = os.path.join(self.dir, 'baseline.yml')
+        with open(self.baseline, 'w', encoding='utf-8') as out:
+            out.write(baseline)
+        if document is not None:
+            with open(os.path.join(self.dir, 'QuillnetLocalPolicy.xml'), 'w',
+                      encoding='utf-8') as out:
+                out.write(document)
+        self.content = self.scap([], 'ds.xml')
+
+    def scap(self, options, name):
+        path = os.path.join(self.dir, name)
+        with open(path, 'w', encoding='utf-8') as out:
+            out.write(run([QNPOLICY, '--install-dir', self.dir, 'scap', '--baseline',
+                           self.baseline] + options).stdout)
+        return path
+
+    def comply(self, host='web-1'):
+        """Each setting rule's state; None for a file comply cannot read."""
+        result = run([QNPOLICY, '--install-dir', self.dir, 'comply', '--json', '--host', host,
+                      '--baseline', self.baseline], ok=(0, 1, 2))
+        report = json.loads(result.stdout)['files'][0]
+        if not report['readable']:
+            return None
+        return {v['rule']: v['state'] for v in report['verdicts'] if v['rule'] != 'file-safety'}
+
+    def oscap(self, options=(), report=None):
+        results = self.content + '.results.xml'
+        run(['oscap', 'xccdf', 'eval', '--results', results] + list(options) +
+            (['--report', report] if report else []) + [self.content], ok=(0, 2))
+        return {r.get('idref')[len(RULE):]: r.find(XCCDF + 'result').text
+                for r in ET.parse(results).iter(XCCDF + 'rule-result')}
+
+
+def main():
+    failures = []
+    os.makedirs(ARTIFACTS, exist_ok=True)
+    root = tempfile.mkdtemp(prefix='scap-test-', dir=ARTIFACTS)
+    try:
+        cases = [(name, EXAMPLE, doc) for name, doc in DRIFTS.items()]
+        for i, rules in enumerate(LISTS):
+            cases += [('%s / lists %d' % (name, i), 'version: 1\nsettings:\n  %s\n' % rules, doc)
+                      for name, doc in LIST_FILES.items()]
+        for name, baseline, document in cases:
+            case = Case(root, name, baseline, document)
+            report = os.path.join(ARTIFACTS, 'scap-report.html') if 'rogue' in name else None
+            expected = dict(case.comply(), **{'plain-form': 'pass'})
+            if case.oscap(report=report) != expected:
+                failures.append('%s: oscap %s, comply %s' % (name, case.oscap(), expected))
+        for name, document in SHAPES.items():
+            result = Case(root, name, EXAMPLE, document).oscap().get('plain-form')
+            if result != 'fail':
+                failures.append('%s: the plain-form rule gave %s' % (name, result))
+
+        result = Case(root, 'mismatched', EXAMPLE, MISMATCHED).oscap()
+        if set(result.values()) != {'error'}:
+            failures.append('a mismatched end tag: %s' % result)
+
+        case = Case(root, 'waiver', EXAMPLE, DRIFTS['strict trust off'])
+        for args in (['ds', 'sds-validate'], ['xccdf', 'validate']):
+            run(['oscap'] + args + [case.content])
+        tailoring = case.scap(['--tailoring', '--host', 'lab-7'], 'tailoring.xml')
+        # oscap has no schematron rules for a tailoring file: its XML Schema only.
+        run(['oscap', 'xccdf', 'validate', '--skip-schematron', tailoring])
+        tailored = case.oscap(['--tailoring-file', tailoring, '--profile',
+                               'xccdf_com.quillnet_profile_baseline_waived'])
+        if case.comply('lab-7')['StrictCertificateTrust'] != 'waived' or \
+                tailored['StrictCertificateTrust'] != 'notselected' or \
+                tailored['FipsMode'] != 'pass':
+            failures.append('the tailored waiver: %s' % tailored)
+        case.content = shutil.copy(case.content, root)
+        shutil.rmtree(case.dir)
+        if set(case.oscap().values()) != {'notapplicable'}:
+            failures.append('no install directory: %s' % case.oscap())
+    finally:
+        shutil.rmtree(root)
+    for failure in failures:
+        print('FAIL', failure)
+    print('%d passed, %d failed' % (len(DRIFTS) + len(LISTS) * len(LIST_FILES) + len(SHAPES) + 3
+                                    - len(failures), len(failures)))
+    return 1 if failures else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
