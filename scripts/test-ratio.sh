@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # The share of tests in the code, as the house counts it: non-blank lines that are not comments
 # (a line starting with // or #, preprocessor lines included) of the tracked files
-#   tests: the .h/.cpp files under tests/ and fuzz/, and the .py files of the Ansible
-#          integration under a tests/ directory (the collection's unit tests and the integration
-#          runner beside it);
+#   tests: the .h/.cpp files under tests/ and fuzz/, the .py files under tests/, and the .py
+#          files of the Ansible integration under a tests/ directory (the collection's unit tests
+#          and the integration runner beside it);
 #   code:  every other tracked .h/.cpp file (bench/ aside) and the integration's other .py files.
 # Shell, YAML and generated files count on neither side.
 #   scripts/test-ratio.sh            prints the counts and the share
@@ -15,11 +15,11 @@ cd "$(dirname "$0")/.."
 count() { xargs -r -d '\n' cat 2>/dev/null | grep -cvE '^\s*(//.*|#.*)?$' || true; }
 
 cpp=$(git ls-files | grep -E '\.(h|hpp|cc|cpp)$' || true)
-py=$(git ls-files 'integrations/*.py' || true)
+py=$(git ls-files 'integrations/*.py' 'tests/*.py' || true)
 cpp_tests=$(grep -E '^(tests|fuzz)/' <<<"$cpp" | count)
 cpp_code=$(grep -vE '^(tests|fuzz|bench)/' <<<"$cpp" | count)
-py_tests=$(grep -E '/tests/' <<<"$py" | count)
-py_code=$(grep -vE '/tests/' <<<"$py" | count)
+py_tests=$(grep -E '(^|/)tests/' <<<"$py" | count)
+py_code=$(grep -vE '(^|/)tests/' <<<"$py" | count)
 
 tests=$((cpp_tests + py_tests))
 code=$((cpp_code + py_code))
