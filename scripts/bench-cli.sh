@@ -38,12 +38,7 @@ mkdir -m 755 "$work/large" "$work/typical"
 large="$work/large/QuillnetLocalPolicy.xml"
 typical="$work/typical/QuillnetLocalPolicy.xml"
 bash "$root/scripts/bench-policy.sh" "$large" 100000
-"$tool" generate --quiet --install-dir "$work/typical" bdl=false bd=true ecc=true efn=false \
-    emn=true epf=false ewn=true fm=true orc=true rhwd=true rlwd=true \
-    rpc=Credentials,Thumbprints rrwd=true rswd=true rsc=false rtp=false rwl=true sct=true \
-    upcu=false uphlp=false uploc=false upmv=false uppp=false upres=false upscr=false \
-    upsp=false upsu=false upvp=false \
-    "upal=$(printf 'vpn-gateway-%06d.example.com;' 0 1 2 3 4)"
+bash "$root/scripts/bench-policy.sh" --typical "$tool" "$work/typical"
 
 status=0
 for policy in "$large" "$typical"; do

@@ -25,23 +25,9 @@ trap 'rm -rf "$work"' EXIT
 chmod 0755 "$work"
 mkdir "$work/typical" "$work/large"
 
-# The typical policy, as generate writes it: every installer setting, five servers.
-"$tool" generate --quiet --install-dir "$work/typical" fm=true bd=true bdl=false rswd=true rhwd=true \
-    rrwd=true rlwd=true rwl=true sct=true ecc=true orc=true rpc=Credentials,Thumbprints rtp=tls \
-    efn=true epf=true emn=false ewn=false rsc=false upsu=false upcu=false upvp=false upmv=false \
-    uppp=false upsp=false upscr=false uphlp=false upres=false uploc=false \
-    "upal=gw000000.example.com;gw000001.example.com;gw000002.example.com;gw000003.example.com;gw000004.example.com"
-# The make bench-cli policy: a few settings, then 100,000 servers.
-{
-    printf '<?xml version="1.0" encoding="UTF-8"?>\n'
-    printf '<QuillnetLocalPolicy xmlns="http://schemas.xmlsoap.org/encoding/" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" xsi:schemaLocation="http://schemas.xmlsoap.org/encoding/ QuillnetLocalPolicy.xsd" qnversion="5.1.8.105">\n'
-    printf '    <BypassDownloader>true</BypassDownloader>\n    <FipsMode>true</FipsMode>\n'
-    printf '    <UpdatePolicy>\n        <AllowSoftwareUpdatesFromAnyServer>false</AllowSoftwareUpdatesFromAnyServer>\n'
-    printf '        <AuthorizedServerList>\n'
-    awk 'BEGIN { for (i = 0; i < 100000; i++) printf "            <ServerName>gw%06d.example.com</ServerName>\n", i }'
-    printf '        </AuthorizedServerList>\n    </UpdatePolicy>\n</QuillnetLocalPolicy>\n'
-} >"$work/large/QuillnetLocalPolicy.xml"
-chmod 0644 "$work"/*/QuillnetLocalPolicy.xml
+# The typical policy and the make bench-cli policy of 100,000 servers.
+bash "$(dirname "$0")/bench-policy.sh" --typical "$tool" "$work/typical"
+bash "$(dirname "$0")/bench-policy.sh" "$work/large/QuillnetLocalPolicy.xml" 100000
 # The fleet's baseline: five rules and file-safety, one waiver.
 cat >"$work/baseline.yml" <<'YAML'
 version: 1

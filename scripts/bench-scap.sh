@@ -20,11 +20,7 @@ trap 'rm -rf "$work"' EXIT
 chmod 0755 "$work"
 mkdir "$work/typical" "$work/large"
 
-"$tool" generate --quiet --install-dir "$work/typical" fm=true bd=true bdl=false rswd=true rhwd=true \
-    rrwd=true rlwd=true rwl=true sct=true ecc=true orc=true rpc=Credentials,Thumbprints rtp=tls \
-    efn=true epf=true emn=false ewn=false rsc=false upsu=false upcu=false upvp=false upmv=false \
-    uppp=false upsp=false upscr=false uphlp=false upres=false uploc=false \
-    "upal=gw000000.example.com;gw000001.example.com;gw000002.example.com;gw000003.example.com;gw000004.example.com"
+bash "$here/bench-policy.sh" --typical "$tool" "$work/typical"
 bash "$here/bench-policy.sh" "$work/large/QuillnetLocalPolicy.xml" 100000
 cat >"$work/baseline.yml" <<'YAML'
 version: 1
