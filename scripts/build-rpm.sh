@@ -6,7 +6,7 @@
 # Debian packages). rpmbuild runs with --nodeps: the build dependencies are Debian packages,
 # which the RPM database does not know. The packages land in OUT_DIR (default build-rpm/),
 # then rpmlint checks the recipe and the three packages with packaging/rpm/rpmlint.toml: any
-# error fails. Packages that pass get the digest of their tree beside them (tree.sha256).
+# error or warning fails. Packages that pass get the digest of their tree beside them (tree.sha256).
 #   build-rpm.sh [OUT_DIR]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -72,6 +72,6 @@ rpmbuild -bb --nodeps \
 
 echo "packages in $out:"
 ls -l "$out"/*.rpm
-rpmlint -c "$root/packaging/rpm/rpmlint.toml" "$recipe" "$out"/*.rpm
+rpmlint --strict -c "$root/packaging/rpm/rpmlint.toml" "$recipe" "$out"/*.rpm
 # Checked packages of this tree (rpm-test.sh compares them with the Debian packages of the same).
 echo "$digest" > "$out/tree.sha256"
