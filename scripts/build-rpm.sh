@@ -43,7 +43,8 @@ tar -C "$work/tree" --owner=0 --group=0 --numeric-owner -czf \
 # compiler and linker flags of redhat-rpm-config (fortified calls, stack protector and clash
 # protection, control-flow protection, full RELRO; Debian's gcc makes position-independent
 # executables by default), and systemd-rpm-macros' unit directory and scriptlets (on a RHEL-family
-# system the presets decide, and the default preset enables nothing of a package's own).
+# system the presets decide, and the default preset enables nothing of a package's own). The
+# packager is the builder's, set here as a distributor sets it, not in the recipe.
 build_cxxflags="-O2 -g -pipe -Wall -Werror=format-security -Wp,-D_FORTIFY_SOURCE=2 -fexceptions"
 build_cxxflags+=" -fstack-protector-strong -fasynchronous-unwind-tables -fstack-clash-protection"
 build_cxxflags+=" -fcf-protection"
@@ -63,6 +64,7 @@ rpmbuild -bb --nodeps \
     --define "_sourcedir $work/SOURCES" \
     --define "_rpmdir $out" \
     --define "_build_name_fmt %%{NAME}-%%{VERSION}-%%{RELEASE}.%%{ARCH}.rpm" \
+    --define "packager Quillnet Maintainers <maintainers@quillnet.example>" \
     --define "build_cxxflags $build_cxxflags" \
     --define "build_ldflags $build_ldflags" \
     --define "_unitdir /usr/lib/systemd/system" \
