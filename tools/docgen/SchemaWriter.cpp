@@ -27,17 +27,8 @@ constexpr char kServerNamePattern[] = "[^\\s\\p{Cc}]+";
 
 // Element content and attribute values, escaped by the rules the policy document's writer
 // follows.
-std::string escapedText(const std::string& text) {
-    std::string escaped;
-    qnxml::appendEscapedText(escaped, text);
-    return escaped;
-}
-
-std::string escapedAttribute(const std::string& value) {
-    std::string escaped;
-    qnxml::appendEscapedAttribute(escaped, value);
-    return escaped;
-}
+using qnxml::escapedAttribute;
+using qnxml::escapedText;
 
 // A literal inside an XML Schema regular expression.
 std::string escapeRegex(std::string_view text) {

@@ -19,17 +19,7 @@ namespace {
 
 constexpr char kIdPrefix[] = "oval:com.quillnet.qnpolicy:";
 
-std::string escaped(const std::string& text) {
-    std::string out;
-    qnxml::appendEscapedText(out, text);
-    return out;
-}
-
-std::string attribute(const std::string& text) {
-    std::string out;
-    qnxml::appendEscapedAttribute(out, text);
-    return out;
-}
+using qnxml::escapedText;
 
 // An XPath 1.0 string literal of any text: one that holds both quote characters is spelled
 // with concat().
@@ -317,16 +307,17 @@ class COvalWriter {
         m_tests << "    <ind:xmlfilecontent_test id=\"" << id("tst", number)
                 << "\" version=\"1\" check=\"all\" check_existence=\"at_least_one_exists\" "
                    "comment=\""
-                << attribute(comment) << "\">\n      <ind:object object_ref=\"" << id("obj", number)
-                << "\"/>\n      <ind:state state_ref=\"" << id("ste", number) << "\"/>\n"
+                << qnxml::escapedAttribute(comment) << "\">\n      <ind:object object_ref=\""
+                << id("obj", number) << "\"/>\n      <ind:state state_ref=\"" << id("ste", number)
+                << "\"/>\n"
                 << "    </ind:xmlfilecontent_test>\n";
         m_objects << "    <ind:xmlfilecontent_object id=\"" << id("obj", number)
-                  << "\" version=\"1\">\n      <ind:filepath>" << escaped(m_target.policyPath)
-                  << "</ind:filepath>\n      <ind:xpath>" << escaped(xpath)
+                  << "\" version=\"1\">\n      <ind:filepath>" << escapedText(m_target.policyPath)
+                  << "</ind:filepath>\n      <ind:xpath>" << escapedText(xpath)
                   << "</ind:xpath>\n    </ind:xmlfilecontent_object>\n";
         m_states << "    <ind:xmlfilecontent_state id=\"" << id("ste", number)
                  << "\" version=\"1\">\n      <ind:value_of operation=\"pattern match\">"
-                 << escaped(pattern) << "</ind:value_of>\n    </ind:xmlfilecontent_state>\n";
+                 << escapedText(pattern) << "</ind:value_of>\n    </ind:xmlfilecontent_state>\n";
         return id("tst", number);
     }
 
@@ -337,14 +328,14 @@ class COvalWriter {
         m_tests << "    <unix:file_test id=\"" << id("tst", number)
                 << "\" version=\"1\" check=\"all\" check_existence=\""
                 << (bAbsent ? "none_exist" : "at_least_one_exists") << "\" comment=\""
-                << attribute(comment) << "\">\n      <unix:object object_ref=\""
+                << qnxml::escapedAttribute(comment) << "\">\n      <unix:object object_ref=\""
                 << id("obj", number) << "\"/>\n    </unix:file_test>\n";
         m_objects << "    <unix:file_object id=\"" << id("obj", number) << "\" version=\"1\">\n";
         if (bDirectory) {
-            m_objects << "      <unix:path>" << escaped(path)
+            m_objects << "      <unix:path>" << escapedText(path)
                       << "</unix:path>\n      <unix:filename xsi:nil=\"true\"/>\n";
         } else {
-            m_objects << "      <unix:filepath>" << escaped(path) << "</unix:filepath>\n";
+            m_objects << "      <unix:filepath>" << escapedText(path) << "</unix:filepath>\n";
         }
         m_objects << "    </unix:file_object>\n";
         return id("tst", number);
@@ -357,12 +348,12 @@ class COvalWriter {
         m_tests << "    <ind:textfilecontent54_test id=\"" << id("tst", number)
                 << "\" version=\"1\" check=\"all\" check_existence=\""
                 << (bPresent ? "at_least_one_exists" : "none_exist") << "\" comment=\""
-                << attribute(comment) << "\">\n      <ind:object object_ref=\"" << id("obj", number)
-                << "\"/>\n    </ind:textfilecontent54_test>\n";
+                << qnxml::escapedAttribute(comment) << "\">\n      <ind:object object_ref=\""
+                << id("obj", number) << "\"/>\n    </ind:textfilecontent54_test>\n";
         m_objects << "    <ind:textfilecontent54_object id=\"" << id("obj", number)
-                  << "\" version=\"1\">\n      <ind:filepath>" << escaped(m_target.policyPath)
+                  << "\" version=\"1\">\n      <ind:filepath>" << escapedText(m_target.policyPath)
                   << "</ind:filepath>\n      <ind:pattern operation=\"pattern match\">"
-                  << escaped(pattern)
+                  << escapedText(pattern)
                   << "</ind:pattern>\n      <ind:instance datatype=\"int\" "
                      "operation=\"greater than or equal\">1</ind:instance>\n"
                   << "    </ind:textfilecontent54_object>\n";
@@ -387,7 +378,8 @@ class COvalWriter {
 };
 
 std::string criterion(const std::string& test, const std::string& comment) {
-    return "<criterion test_ref=\"" + test + "\" comment=\"" + attribute(comment) + "\"/>";
+    return "<criterion test_ref=\"" + test + "\" comment=\"" + qnxml::escapedAttribute(comment) +
+           "\"/>";
 }
 
 // The value test of one rule.
@@ -426,8 +418,8 @@ struct Definition {
 void writeDefinition(std::ostream& out, const Definition& definition) {
     out << "    <definition id=\"" << OvalDefinitionId(definition.number)
         << "\" version=\"1\" class=\"" << definition.eClass << "\">\n      <metadata>\n"
-        << "        <title>" << escaped(definition.title) << "</title>\n        <description>"
-        << escaped(definition.description) << "</description>\n      </metadata>\n      "
+        << "        <title>" << escapedText(definition.title) << "</title>\n        <description>"
+        << escapedText(definition.description) << "</description>\n      </metadata>\n      "
         << definition.criteria << "\n    </definition>\n";
 }
 

@@ -33,6 +33,18 @@ void appendEscapedText(std::string& out, const std::string& text);
 // would be normalised to spaces by a parser).
 void appendEscapedAttribute(std::string& out, const std::string& value);
 
+// The same, as a new string: for documents composed with +.
+inline std::string escapedText(const std::string& text) {
+    std::string out;
+    appendEscapedText(out, text);
+    return out;
+}
+inline std::string escapedAttribute(const std::string& value) {
+    std::string out;
+    appendEscapedAttribute(out, value);
+    return out;
+}
+
 }  // namespace qnxml
 
 #endif  // QUILLNET_XMLWRITERSYNTAX_H
