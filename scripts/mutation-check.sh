@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # Plants each fault of scripts/mutants.py, one at a time, in a scratch copy of the working tree
 # (build-mutation/), rebuilds, runs the whole suite and reports per fault which tests failed
-# ("caught ...") or "SURVIVED". Usage: scripts/mutation-check.sh [fault id ...]. Takes about
-# 15 minutes for all faults on two cores; not part of `make test`.
+# ("caught" and the first test that failed) or "SURVIVED". Usage:
+# scripts/mutation-check.sh [fault id ...]. A caught fault stops the suite at its first failure;
+# a surviving one runs all of it. Not part of `make test`.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 scratch="$root/build-mutation/src"
@@ -33,7 +34,7 @@ PY
     if ! cmake --build build -j2 > /dev/null 2>&1; then
         result="caught (build)"
     else
-        failed=$(cd build && ctest -j2 --timeout 120 2>&1 | sed -nE 's/^\s+[0-9]+ - ([^ ]+).*/\1/p' | tr '\n' ' ')
+        failed=$(cd build && ctest -j2 --timeout 120 --stop-on-failure 2>&1 | sed -nE 's/^\s+[0-9]+ - ([^ ]+).*/\1/p' | tr '\n' ' ')
         result=${failed:+caught $failed}
         result=${result:-SURVIVED}
     fi
