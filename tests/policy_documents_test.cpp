@@ -28,9 +28,7 @@ namespace {
 
 using Info = LocalQNPolicyInfo;
 
-std::string el(const std::string& name, const std::string& text) {
-    return "<" + name + ">" + text + "</" + name + ">";
-}
+using qntest::el;
 
 // Children placed where the row counts.
 std::string placed(const LocalPolicySettingInfo& row, const std::string& children) {
@@ -89,7 +87,7 @@ std::string valueOf(const std::string& element, const Info& info) {
             {RESTRICT_TUNNEL_PROTOCOL_IPSEC, "ipsec"}};
         return texts.at(info.RestrictTunnelProtocols());
     }
-    if (element == "AuthorizedServerList" || element == "ServerName") {
+    if (element == "ServerName") {
         std::string servers;
         for (const std::string& server : info.GetAuthorizedServerList()) {
             servers += (servers.empty() ? "" : "|") + server;
@@ -203,32 +201,6 @@ TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheCheckAccepts) {
         }
         const qnpolicy::ArgumentCheck other = check(row.abbreviation + "=maybe");
         EXPECT_EQ(other.accepted.size(), row.allowedValues.empty() ? 1U : 0U);
-    }
-}
-
-// The installer values that are free text, written as the kinds table says and read back: the
-// caching list unchanged (a blank after a comma then restricts nothing), the server list cut at
-// "," and ";" into one name per non-empty piece, blanks kept.
-TEST(PolicyDocuments, FreeInstallerValuesAreWrittenAndReadAsDocumented) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"rpc=Credentials,Thumbprints", "Credentials,Thumbprints"},
-        {"rpc=Credentials, Thumbprints", "false"},
-        {"rpc=All,false", "false"},
-        {"rpc=,All,", "All"},
-        {"upal=gw1, gw2", "gw1| gw2"},
-        {"upal=,,gw1;;gw2,", "gw1|gw2"},
-        {"upal=gw1.example.com;gw2.example.com", "gw1.example.com|gw2.example.com"},
-    };
-    qnpolicy::ReadOptions quiet;
-    quiet.bLog = false;
-    for (const auto& [argument, expected] : cases) {
-        const char* argv[] = {argument.c_str()};
-        const qnpolicy::ArgumentCheck checked = qnpolicy::CheckInstallerArguments(argv, 1);
-        ASSERT_EQ(checked.accepted.size(), 1U) << argument;
-        std::string document;
-        ASSERT_EQ(qnpolicy::RenderPolicyDocument(checked.settings, "/", document), 0);
-        const Info info = qnpolicy::ReadPolicyBytes(document, "p", quiet).record;
-        EXPECT_EQ(valueOf(checked.accepted[0].pSetting->element, info), expected) << argument;
     }
 }
 
