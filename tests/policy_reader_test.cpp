@@ -86,10 +86,10 @@ TEST_F(PolicyReader, ServerNamesCountOnlyInsideTheListInsideUpdatePolicy) {
     };
     const std::string names = el("ServerName", "gw1") + el("ServerName", "gw1") +
                               el("ServerName", " gw 2 ") + "<ServerName/>" +
-                              el("ServerName", "a&amp;b");
+                              el("ServerName", "a&amp;b,c;d");
     EXPECT_EQ(
         load(section(list(names)) + section(list(el("ServerName", "c")))).GetAuthorizedServerList(),
-        (std::list<std::string>{"gw1", "gw1", " gw 2 ", "a&b", "c"}));
+        (std::list<std::string>{"gw1", "gw1", " gw 2 ", "a&b,c;d", "c"}));
     for (const std::string& outside :
          {list(names), section(names), section(list("") + names), list(section(names))}) {
         expectLoad(outside, Info());
