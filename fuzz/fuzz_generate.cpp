@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Generation end to end: fuzzed installer arguments through GenerateLocalPolicy into a real
-// file, loaded back with LoadLocalQuillnetPolicy and compared with qntest::expectedRecord of
-// the settings the arguments ask for.
+// file, loaded back with LoadLocalQuillnetPolicy and compared with what the reader makes of a
+// document that states the settings the arguments ask for directly (statedDocument).
 //
 // The input is cut at NUL bytes into at most 40 pieces, one argument each (see argumentFrom).
 // Oracle: an argument counts when it names a known abbreviation with a non-empty value, one of
@@ -24,10 +24,12 @@
 
 #include "AppLog.h"
 #include "FuzzCheck.h"
+#include "LocalPolicyDocument.h"
 #include "PolicyModel.h"
 #include "QnBuildConfig.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgr.h"
+#include "XmlWriterSyntax.h"
 
 namespace {
 
@@ -68,6 +70,31 @@ std::string argumentFrom(const std::string& piece, const Vocabulary& vocabulary,
         accepted.emplace(row.tstrFullName, written);
     }
     return abbreviation + "=" + value;
+}
+
+// The document that states the accepted settings as the arguments give them: each text escaped
+// as XML needs, in its row's section, the server list one element per non-empty name between
+// "," and ";".
+std::string statedDocument(const std::map<std::string, std::string>& accepted,
+                           const Vocabulary& vocabulary) {
+    std::string root;
+    std::string update;
+    for (const auto& [abbreviation, row] : vocabulary) {
+        const auto found = accepted.find(row.tstrFullName);
+        if (found == accepted.end()) {
+            continue;
+        }
+        std::string text = qnxml::escapedText(found->second);
+        if (row.tstrFullName == "AuthorizedServerList") {
+            text.clear();
+            for (const std::string& server : qntest::pieces(found->second, ",;")) {
+                text += qntest::el("ServerName", qnxml::escapedText(server));
+            }
+        }
+        (row.bIsUpdatePolicy ? update : root) += qntest::el(row.tstrFullName, text);
+    }
+    return "<QuillnetLocalPolicy qnversion=\"" QN_CLIENT_VERSION "\">" + root +
+           qntest::el("UpdatePolicy", update) + "</QuillnetLocalPolicy>";
 }
 
 }  // namespace
@@ -117,7 +144,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(written.str().find("<ServerName/>") == std::string::npos);
     XmlLocalQNPolMgr loader;  // fresh: no FIPS mode retained from an earlier input
     check(loader.LoadLocalQuillnetPolicy() == XMLLOCALQNPOLMGR_SUCCESS);
-    check(qntest::summarize(loader.GetLocalPolicyInfo()) ==
-          qntest::summarize(qntest::expectedRecord(accepted, QN_CLIENT_VERSION)));
+    qnpolicy::ReadOptions quiet;
+    quiet.bLog = false;
+    const qnpolicy::DocumentRead stated =
+        qnpolicy::ReadPolicyBytes(statedDocument(accepted, vocabulary), "stated", quiet);
+    check(stated.status == 0);
+    check(qntest::summarize(loader.GetLocalPolicyInfo()) == qntest::summarize(stated.record));
     return 0;
 }

@@ -87,16 +87,6 @@ class Armed {
 extern "C" {
 int __real_open(const char* path, int flags, ...);
 int __real_openat(int dirFd, const char* path, int flags, ...);
-int __real_fstat(int fd, struct stat* info);
-ssize_t __real_read(int fd, void* buffer, size_t size);
-ssize_t __real_write(int fd, const void* buffer, size_t size);
-int __real_fsync(int fd);
-int __real_fchown(int fd, uid_t owner, gid_t group);
-int __real_fremovexattr(int fd, const char* name);
-int __real_fchmod(int fd, mode_t mode);
-int __real_linkat(int fromDir, const char* from, int toDir, const char* to, int flags);
-int __real_renameat(int fromDir, const char* from, int toDir, const char* to);
-int __real_renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags);
 int __real_close(int fd);
 
 // The mode argument is there only when the file may be created.
@@ -123,36 +113,26 @@ int __wrap_openat(int dirFd, const char* path, int flags, ...) {
     }
     return intercept("openat") ? -1 : __real_openat(dirFd, path, flags, mode);
 }
-int __wrap_fstat(int fd, struct stat* info) {
-    return intercept("fstat") ? -1 : __real_fstat(fd, info);
-}
-ssize_t __wrap_read(int fd, void* buffer, size_t size) {
-    return intercept("read") ? -1 : __real_read(fd, buffer, size);
-}
-ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
-    return intercept("write") ? -1 : __real_write(fd, buffer, size);
-}
-int __wrap_fsync(int fd) {
-    return intercept("fsync") ? -1 : __real_fsync(fd);
-}
-int __wrap_fchown(int fd, uid_t owner, gid_t group) {
-    return intercept("fchown") ? -1 : __real_fchown(fd, owner, group);
-}
-int __wrap_fremovexattr(int fd, const char* name) {
-    return intercept("fremovexattr") ? -1 : __real_fremovexattr(fd, name);
-}
-int __wrap_fchmod(int fd, mode_t mode) {
-    return intercept("fchmod") ? -1 : __real_fchmod(fd, mode);
-}
-int __wrap_linkat(int fromDir, const char* from, int toDir, const char* to, int flags) {
-    return intercept("linkat") ? -1 : __real_linkat(fromDir, from, toDir, to, flags);
-}
-int __wrap_renameat(int fromDir, const char* from, int toDir, const char* to) {
-    return intercept("renameat") ? -1 : __real_renameat(fromDir, from, toDir, to);
-}
-int __wrap_renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags) {
-    return intercept("renameat2") ? -1 : __real_renameat2(fromDir, from, toDir, to, flags);
-}
+// A call of fixed arguments: failed when the plan says so, else passed to the C library.
+#define QN_WRAP(result, call, parameters, arguments)            \
+    result __real_##call parameters;                            \
+    result __wrap_##call parameters {                           \
+        return intercept(#call) ? -1 : __real_##call arguments; \
+    }
+QN_WRAP(int, fstat, (int fd, struct stat* info), (fd, info))
+QN_WRAP(ssize_t, read, (int fd, void* buffer, size_t size), (fd, buffer, size))
+QN_WRAP(ssize_t, write, (int fd, const void* buffer, size_t size), (fd, buffer, size))
+QN_WRAP(int, fsync, (int fd), (fd))
+QN_WRAP(int, fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group))
+QN_WRAP(int, fremovexattr, (int fd, const char* name), (fd, name))
+QN_WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode))
+QN_WRAP(int, linkat, (int fromDir, const char* from, int toDir, const char* to, int flags),
+        (fromDir, from, toDir, to, flags))
+QN_WRAP(int, renameat, (int fromDir, const char* from, int toDir, const char* to),
+        (fromDir, from, toDir, to))
+QN_WRAP(int, renameat2, (int fromDir, const char* from, int toDir, const char* to, unsigned flags),
+        (fromDir, from, toDir, to, flags))
+#undef QN_WRAP
 // Linux releases the descriptor even when close fails, and so does the wrapper.
 int __wrap_close(int fd) {
     const bool bFail = intercept("close");
@@ -192,8 +172,7 @@ constexpr STATUSCODE kWritten = QNCSAXWRITER_SUCCESS;
 constexpr STATUSCODE kFailed = QNCSAXWRITER_ERROR_FILE_WRITE;
 constexpr STATUSCODE kNotSynced = QNCSAXWRITER_ERROR_NOT_SYNCED;
 
-// The write path, replacing (unnamed temporary file), keeping an existing file, and where
-// the file system refuses O_TMPFILE (the plan fails that call with EOPNOTSUPP).
+// The write path replacing a file through an unnamed temporary file.
 const std::vector<Step> kReplacing = {{"openat", "open of the directory", kFailed, false},
                                       {"openat", "open of the temporary file", kFailed, false},
                                       {"fchown", "fchown", kFailed, false},
@@ -206,20 +185,28 @@ const std::vector<Step> kReplacing = {{"openat", "open of the directory", kFaile
                                       {"renameat", "rename", kFailed, true},
                                       {"fsync", "fsync of the directory", kNotSynced, false},
                                       {"close", "", kWritten, false}};
-std::vector<Step> keeping() {
-    std::vector<Step> steps = kReplacing;
-    steps[9].call = "renameat2";
-    return steps;
-}
-std::vector<Step> withoutTmpfile() {
-    std::vector<Step> steps = kReplacing;
-    steps[1] = {"openat", "", kWritten, false};  // EOPNOTSUPP: the fallback takes over
-    steps.insert(steps.begin() + 2, {"openat", "open of the temporary file", kFailed, false});
-    steps.erase(steps.begin() + 8);  // no link: the file is named at creation
+// A write path: replacing, keeping an existing file, and where the file system refuses
+// O_TMPFILE (the plan fails that call with EOPNOTSUPP).
+struct WritePath {
+    const char* name;
+    bool bKeep;
+    std::vector<Step> steps;
+    std::map<size_t, int> failures;
+};
+std::vector<WritePath> writePaths() {
+    std::vector<Step> keeping = kReplacing;
+    keeping[9].call = "renameat2";
+    std::vector<Step> withoutTmpfile = kReplacing;
+    withoutTmpfile[1] = {"openat", "", kWritten, false};  // EOPNOTSUPP: the fallback takes over
+    withoutTmpfile.insert(withoutTmpfile.begin() + 2,
+                          {"openat", "open of the temporary file", kFailed, false});
+    withoutTmpfile.erase(withoutTmpfile.begin() + 8);  // no link: the file is named at creation
     for (size_t i = 3; i < 9; ++i) {
-        steps[i].bNamed = true;
+        withoutTmpfile[i].bNamed = true;
     }
-    return steps;
+    return {{"replacing", false, kReplacing, {}},
+            {"keeping", true, keeping, {}},
+            {"without O_TMPFILE", false, withoutTmpfile, {{1, EOPNOTSUPP}}}};
 }
 
 class FaultInjection : public qntest::PolicyDocumentFixture {
@@ -267,15 +254,7 @@ class FaultInjection : public qntest::PolicyDocumentFixture {
 // no stray name, and one record naming the step that failed.
 TEST_F(FaultInjection, AFailingWriteCallAtAnyStepFailsCleanly) {
     const std::string document = newDocument();
-    const struct {
-        const char* name;
-        bool bKeep;
-        std::vector<Step> steps;
-        std::map<size_t, int> failures;
-    } paths[] = {{"replacing", false, kReplacing, {}},
-                 {"keeping", true, keeping(), {}},
-                 {"without O_TMPFILE", false, withoutTmpfile(), {{1, EOPNOTSUPP}}}};
-    for (const auto& writePath : paths) {
+    for (const WritePath& writePath : writePaths()) {
         SCOPED_TRACE(writePath.name);
         std::vector<std::string> expectedCalls;
         for (const Step& step : writePath.steps) {
@@ -322,17 +301,14 @@ TEST_F(FaultInjection, AFailingWriteCallAtAnyStepFailsCleanly) {
     }
 }
 
-// A writer killed at each call of each write path, in a child, leaves the old file or the new
-// one whole; a temporary name it strands is removed by the next write.
+// A writer killed at each call of each replacing write path, in a child, leaves the old file or
+// the new one whole; a temporary name it strands is removed by the next write.
 TEST_F(FaultInjection, AWriterKilledAtAnyCallLeavesNoLastingDamage) {
     const std::string document = newDocument();
-    const struct {
-        const char* name;
-        std::vector<Step> steps;
-        std::map<size_t, int> failures;
-    } paths[] = {{"replacing", kReplacing, {}},
-                 {"without O_TMPFILE", withoutTmpfile(), {{1, EOPNOTSUPP}}}};
-    for (const auto& writePath : paths) {
+    for (const WritePath& writePath : writePaths()) {
+        if (writePath.bKeep) {
+            continue;  // nothing old to damage
+        }
         for (size_t i = 0; i < writePath.steps.size(); ++i) {
             SCOPED_TRACE(std::string(writePath.name) + " " + std::to_string(i));
             m_dir.write(kName, kOld);

@@ -28,9 +28,7 @@ namespace {
 
 using Info = LocalQNPolicyInfo;
 
-std::string el(const std::string& name, const std::string& text) {
-    return "<" + name + ">" + text + "</" + name + ">";
-}
+using qntest::el;
 
 // Children placed where the row counts.
 std::string placed(const LocalPolicySettingInfo& row, const std::string& children) {
@@ -57,7 +55,7 @@ Info read(const std::string& children) {
 }
 
 // The value of an element's setting in a record, as document text: "true" or "false", the
-// tunnel text, the caching options set (or "false" for none), the servers joined by "|".
+// tunnel text, the caching options set (or "false" for none).
 std::string valueOf(const std::string& element, const Info& info) {
     for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
         if (element == flag.element) {
@@ -88,13 +86,6 @@ std::string valueOf(const std::string& element, const Info& info) {
             {RESTRICT_TUNNEL_PROTOCOL_TLS, "tls"},
             {RESTRICT_TUNNEL_PROTOCOL_IPSEC, "ipsec"}};
         return texts.at(info.RestrictTunnelProtocols());
-    }
-    if (element == "AuthorizedServerList" || element == "ServerName") {
-        std::string servers;
-        for (const std::string& server : info.GetAuthorizedServerList()) {
-            servers += (servers.empty() ? "" : "|") + server;
-        }
-        return servers;
     }
     ADD_FAILURE() << "no accessor for " << element;
     return std::string();
@@ -135,7 +126,7 @@ TEST(PolicyDocuments, TheDocumentedTextsAreExactlyTheOnesTheReaderApplies) {
         const std::vector<std::string> documented = qnpolicy::AppliedTexts(row);
         if (row.kind == LocalPolicySettingKind::SERVER_LIST ||
             row.kind == LocalPolicySettingKind::SERVER_NAME) {
-            EXPECT_TRUE(documented.empty()) << row.element;  // free text, below
+            EXPECT_TRUE(documented.empty()) << row.element;  // free text: policy_reader_test
             continue;
         }
         ASSERT_FALSE(documented.empty()) << row.element;
@@ -160,11 +151,6 @@ TEST(PolicyDocuments, TheDocumentedTextsAreExactlyTheOnesTheReaderApplies) {
                 }
             }
         }
-    }
-    // Server names are free text, kept exactly as written.
-    const LocalPolicySettingInfo* name = FindLocalPolicySetting("ServerName");
-    for (const std::string server : {"gw1.example.com", " gw2 ", "GW3", "a,b;c"}) {
-        EXPECT_EQ(valueOf("ServerName", read(placed(*name, el("ServerName", server)))), server);
     }
 }
 
@@ -203,32 +189,6 @@ TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheCheckAccepts) {
         }
         const qnpolicy::ArgumentCheck other = check(row.abbreviation + "=maybe");
         EXPECT_EQ(other.accepted.size(), row.allowedValues.empty() ? 1U : 0U);
-    }
-}
-
-// The installer values that are free text, written as the kinds table says and read back: the
-// caching list unchanged (a blank after a comma then restricts nothing), the server list cut at
-// "," and ";" into one name per non-empty piece, blanks kept.
-TEST(PolicyDocuments, FreeInstallerValuesAreWrittenAndReadAsDocumented) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"rpc=Credentials,Thumbprints", "Credentials,Thumbprints"},
-        {"rpc=Credentials, Thumbprints", "false"},
-        {"rpc=All,false", "false"},
-        {"rpc=,All,", "All"},
-        {"upal=gw1, gw2", "gw1| gw2"},
-        {"upal=,,gw1;;gw2,", "gw1|gw2"},
-        {"upal=gw1.example.com;gw2.example.com", "gw1.example.com|gw2.example.com"},
-    };
-    qnpolicy::ReadOptions quiet;
-    quiet.bLog = false;
-    for (const auto& [argument, expected] : cases) {
-        const char* argv[] = {argument.c_str()};
-        const qnpolicy::ArgumentCheck checked = qnpolicy::CheckInstallerArguments(argv, 1);
-        ASSERT_EQ(checked.accepted.size(), 1U) << argument;
-        std::string document;
-        ASSERT_EQ(qnpolicy::RenderPolicyDocument(checked.settings, "/", document), 0);
-        const Info info = qnpolicy::ReadPolicyBytes(document, "p", quiet).record;
-        EXPECT_EQ(valueOf(checked.accepted[0].pSetting->element, info), expected) << argument;
     }
 }
 

@@ -13,7 +13,6 @@
 
 #include "PolicyDocumentFixture.h"
 #include "QNCSaxWriter.h"
-#include "XmlLocalQNPolMgrConstants.h"
 #include "XmlLocalQNPolMgrTestPeer.h"
 
 namespace {
@@ -24,13 +23,7 @@ using Lines = std::vector<std::string>;
 // "Name=text" a leaf, "+Name" and "-Name" a start and an end tag, "Name/" an empty element.
 std::string policyDocument(const Lines& children) {
     std::ostringstream doc;
-    doc << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy "
-           "xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
-           "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-           "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ "
-           "QuillnetLocalPolicy.xsd\" "
-           "qnversion=\""
-        << qnpolicy::kClientVersion << "\"" << (children.empty() ? "/>\n" : ">\n");
+    doc << qntest::kPolicyRootOpen << (children.empty() ? "/>\n" : ">\n");
     size_t depth = 1;
     for (const std::string& child : children) {
         const size_t equals = child.find('=');
@@ -134,20 +127,15 @@ TEST_F(PolicyGeneration, AFailedWriteIsReportedOnceWithTheWritersStatus) {
     EXPECT_EQ(qntest::readFile(policyPath()), "not even XML");
 }
 
-// Generates from one argument with a fresh manager (no FIPS mode retained from an earlier
-// load) and loads the file back.
-LocalQNPolicyInfo generateAndLoad(const std::string& argument) {
-    XmlLocalQNPolMgr mgr;
-    EXPECT_TRUE(qntest::generate(mgr, {argument.c_str()}));
-    EXPECT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
-    return mgr.GetLocalPolicyInfo();
-}
-
 // Generation writes every server name exactly as given, whatever XML must escape in it (every
-// allowed value's round trip is the document layer's test).
+// allowed value's round trip is the document layer's test). A fresh manager loads it back: no
+// FIPS mode retained from an earlier load.
 TEST_F(PolicyGeneration, EveryServerNameLoadsBackAsGiven) {
-    EXPECT_EQ(generateAndLoad("upal= gw1 ,a<b>&c\"d'e;line1\r\nline2\r,\ttab\t;]]>;caf\xC3\xA9")
-                  .GetAuthorizedServerList(),
+    XmlLocalQNPolMgr mgr;
+    EXPECT_TRUE(
+        qntest::generate(mgr, {"upal= gw1 ,a<b>&c\"d'e;line1\r\nline2\r,\ttab\t;]]>;caf\xC3\xA9"}));
+    EXPECT_EQ(mgr.LoadLocalQuillnetPolicy(), XMLLOCALQNPOLMGR_SUCCESS);
+    EXPECT_EQ(mgr.GetLocalPolicyInfo().GetAuthorizedServerList(),
               (std::list<std::string>{" gw1 ", "a<b>&c\"d'e", "line1\r\nline2\r", "\ttab\t", "]]>",
                                       "caf\xC3\xA9"}));
 }

@@ -56,88 +56,59 @@ TEST_F(PolicyLoading, FipsModeIsFixedByTheFirstSuccessfulLoad) {
     }
 }
 
-TEST_F(PolicyLoading, FailedOrMissingFileLeavesTheRetentionAsItWas) {
-    // A failed first load fixes nothing.
-    writePolicy("<QuillnetLocalPolicy><FipsMode>true</FipsMode><BypassDownloader>true<");
-    EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), XMLPARSER_ERROR_NOT_WELL_FORMED);
-    EXPECT_EQ(fipsState(*m_mgr), "000");
-    load("<FipsMode>false</FipsMode>");
-    load("<FipsMode>true</FipsMode>");
-    EXPECT_EQ(fipsState(*m_mgr), "201");
-
-    const std::pair<std::string, STATUSCODE> cases[] = {
-        {"<QuillnetLocalPolicy><FipsMode>false</fipsmode>", XMLPARSER_ERROR_NOT_WELL_FORMED},
-        {"<!DOCTYPE QuillnetLocalPolicy><QuillnetLocalPolicy><FipsMode>false</FipsMode>"
-         "</QuillnetLocalPolicy>",
-         XMLPARSER_ERROR_DOCTYPE_REFUSED},
-        {"", XMLPARSER_ERROR_FILE_OPEN},  // a directory at the policy path
+// Each step of a sequence, on a fresh manager: what is at the policy path (a document, "dir" a
+// directory, nullopt nothing) or "reset" (the record reset, nothing loaded), then whether the
+// load failed, the retained mode, the record's mode, the modified-on-disk flag and
+// BypassDownloader. Only a load that parses the file fixes or applies the retained mode; a failed
+// load or a missing file leaves the mode and the flag alone and gives the defaults plus what came
+// before the failure, FIPS mode off; a reset keeps what the manager has learnt. (The records of a
+// failed load: AFailedReadNamesTheParserCallThatFailed.)
+TEST_F(PolicyLoading, OnlyALoadThatParsesTheFileFixesOrAppliesTheRetainedMode) {
+    const auto doc = [](const std::string& children) {
+        return "<QuillnetLocalPolicy>" + children + "</QuillnetLocalPolicy>";
     };
-    for (const auto& [content, status] : cases) {
-        SCOPED_TRACE(content);
-        if (status == XMLPARSER_ERROR_FILE_OPEN) {
-            std::filesystem::remove(policyPath());
-            std::filesystem::create_directory(policyPath());
-        } else {
-            writePolicy(content);
-        }
-        m_log.clear();
-        EXPECT_EQ(m_mgr->LoadLocalQuillnetPolicy(), status);
-        EXPECT_EQ(fipsState(*m_mgr), "201");
-        const std::vector<std::string> records = logged();
-        ASSERT_EQ(records.size(), 2U);  // the parser's reason, then the loader's line
-        EXPECT_EQ(records[0].rfind("parseFile ", 0), 0U) << records[0];
-        EXPECT_EQ(records[1],
-                  qntest::managerRecord("LoadLocalQuillnetPolicy", Logging::DBG_Error, "",
-                                        "XmlParser::parseFile", static_cast<uint32_t>(status)));
-    }
-
-    std::filesystem::remove(policyPath());
-    EXPECT_EQ(qntest::summarize(loadAsIs()), qntest::summarize(LocalQNPolicyInfo()));
-    EXPECT_EQ(fipsState(*m_mgr), "201");
-    EXPECT_TRUE(logged().empty());
-
-    // Resetting the record gives the defaults but keeps what the manager has learnt.
-    load("<BypassDownloader>true</BypassDownloader><FipsMode>true</FipsMode>");
-    m_mgr->ResetLocalPolicyInfo();
-    EXPECT_EQ(qntest::summarize(m_mgr->GetLocalPolicyInfo()),
-              qntest::summarize(LocalQNPolicyInfo()));
-    EXPECT_EQ(fipsState(*m_mgr), "201");
-}
-
-// With FIPS mode fixed on, each load: what is at the policy path, then the status (0 or not),
-// the record's FIPS mode and BypassDownloader. The fixed mode is applied only by a load that
-// finds the file and parses it; no file gives the defaults, and a file cut short gives the
-// defaults plus what came before the cut, both with FIPS mode off.
-TEST_F(PolicyLoading, FixedFipsModeIsAppliedOnlyByALoadThatParsesTheFile) {
     const std::string cutShort =
         "<QuillnetLocalPolicy><FipsMode>true</FipsMode><BypassDownloader>true</BypassDownloader>"
         "<OCSPRevocation>tr";
-    const std::vector<std::pair<std::optional<std::string>, const char*>> steps = {
-        {"<FipsMode>true</FipsMode>", "0 1 0"},
-        {std::nullopt, "0 0 0"},
-        {"<FipsMode>false</FipsMode>", "0 1 0"},
-        {cutShort, "1 0 1"},
-        {"<BypassDownloader>true</BypassDownloader>", "0 1 1"},
-        {"<!DOCTYPE QuillnetLocalPolicy><QuillnetLocalPolicy><FipsMode>true</FipsMode>"
-         "</QuillnetLocalPolicy>",
-         "1 0 0"},
-    };
-    for (const auto& [content, expected] : steps) {
-        SCOPED_TRACE(content.value_or("(no file)"));
-        std::filesystem::remove(policyPath());
-        if (content) {
-            const bool bWhole = content->rfind("<QuillnetLocalPolicy>", 0) == 0 ||
-                                content->rfind("<!DOCTYPE", 0) == 0;
-            writePolicy(bWhole ? *content
-                               : "<QuillnetLocalPolicy>" + *content + "</QuillnetLocalPolicy>");
+    const std::string doctype = "<!DOCTYPE QuillnetLocalPolicy>" + doc("<FipsMode>true</FipsMode>");
+    const std::vector<std::pair<std::optional<std::string>, const char*>> sequences[] = {
+        {{cutShort, "1 000 1"},
+         {doc("<FipsMode>false</FipsMode>"), "0 200 0"},
+         {doc("<FipsMode>true</FipsMode><BypassDownloader>true</BypassDownloader>"), "0 201 1"},
+         {"reset", "0 201 0"},
+         {"<QuillnetLocalPolicy><FipsMode>false</fipsmode>", "1 201 0"},
+         {doctype, "1 201 0"},
+         {"dir", "1 201 0"},
+         {std::nullopt, "0 201 0"}},
+        {{doc("<FipsMode>true</FipsMode>"), "0 110 0"},
+         {std::nullopt, "0 100 0"},
+         {doc("<FipsMode>false</FipsMode>"), "0 111 0"},
+         {cutShort, "1 101 1"},
+         {doc("<BypassDownloader>true</BypassDownloader>"), "0 111 1"},
+         {doctype, "1 101 0"}}};
+    for (const auto& sequence : sequences) {
+        Mgr mgr;
+        for (const auto& [content, expected] : sequence) {
+            SCOPED_TRACE(content.value_or("(no file)"));
+            STATUSCODE status = 0;
+            m_log.clear();
+            if (content == "reset") {
+                mgr.ResetLocalPolicyInfo();
+            } else {
+                std::filesystem::remove(policyPath());
+                if (content == "dir") {
+                    std::filesystem::create_directory(policyPath());
+                } else if (content) {
+                    writePolicy(*content);
+                }
+                status = mgr.LoadLocalQuillnetPolicy();
+            }
+            EXPECT_EQ(std::to_string(status != 0) + " " + fipsState(mgr) + " " +
+                          std::to_string(mgr.GetLocalPolicyInfo().BypassDownloader()),
+                      expected);
+            EXPECT_TRUE(content || logged().empty()) << "a missing file is no news";
         }
-        const STATUSCODE status = m_mgr->LoadLocalQuillnetPolicy();
-        const LocalQNPolicyInfo info = m_mgr->GetLocalPolicyInfo();
-        EXPECT_EQ(std::to_string(status != 0) + " " + std::to_string(info.UseFIPSMode()) + " " +
-                      std::to_string(info.BypassDownloader()),
-                  expected);
     }
-    EXPECT_EQ(XmlLocalQNPolMgrTestPeer::retainedFipsMode(*m_mgr), Mgr::ENABLED);
 }
 
 // What cannot be examined is not "no policy": a load by a user who may not search the policy's

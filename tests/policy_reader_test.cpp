@@ -18,9 +18,7 @@ namespace {
 using Info = LocalQNPolicyInfo;
 using Records = std::vector<std::string>;
 
-std::string el(const std::string& name, const std::string& text) {
-    return "<" + name + ">" + text + "</" + name + ">";
-}
+using qntest::el;
 std::string section(const std::string& children) {
     return el("UpdatePolicy", children);
 }
@@ -42,16 +40,13 @@ class PolicyReader : public qntest::PolicyDocumentFixture {
 };
 
 // Outside the section (under the root, after the section closed, after an inner section
-// closed) an update permission changes nothing and draws one warning.
+// closed) an update permission changes nothing and draws one warning. (Which rows are update
+// permissions: the catalogue's suite.)
 TEST_F(PolicyReader, UpdatePermissionOutsideUpdatePolicyOnlyWarns) {
-    for (const qntest::PolicyFlag& flag : qntest::kPolicyFlags) {
-        const std::string locked = el(flag.element, "false");
-        for (const std::string& outside :
-             {locked, "<UpdatePolicy/>" + locked, section(section("") + locked)}) {
-            if (flag.bUpdate) {
-                expectLoad(outside, Info(), {qntest::structureWarning()});
-            }
-        }
+    const std::string locked = el("AllowHelpUpdatesFromAnyServer", "false");
+    for (const std::string& outside :
+         {locked, "<UpdatePolicy/>" + locked, section(section("") + locked)}) {
+        expectLoad(outside, Info(), {qntest::structureWarning()});
     }
 }
 
@@ -91,10 +86,10 @@ TEST_F(PolicyReader, ServerNamesCountOnlyInsideTheListInsideUpdatePolicy) {
     };
     const std::string names = el("ServerName", "gw1") + el("ServerName", "gw1") +
                               el("ServerName", " gw 2 ") + "<ServerName/>" +
-                              el("ServerName", "a&amp;b");
+                              el("ServerName", "a&amp;b,c;d");
     EXPECT_EQ(
         load(section(list(names)) + section(list(el("ServerName", "c")))).GetAuthorizedServerList(),
-        (std::list<std::string>{"gw1", "gw1", " gw 2 ", "a&b", "c"}));
+        (std::list<std::string>{"gw1", "gw1", " gw 2 ", "a&b,c;d", "c"}));
     for (const std::string& outside :
          {list(names), section(names), section(list("") + names), list(section(names))}) {
         expectLoad(outside, Info());

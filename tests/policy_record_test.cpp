@@ -26,22 +26,15 @@ using qntest::kPolicyFlags;
 // Nothing restricted, every kind of update allowed from any server.
 const std::string kDefaults = "0:|0000000000001111111111|false|0|0";
 
-// One vocabulary row as "element update-row allowed-values,".
-template <typename Iterator>
-std::string rowText(const std::string& element, bool bUpdate, Iterator value, Iterator end) {
-    std::string text = element + (bUpdate ? " 1 " : " 0 ");
-    for (; value != end; ++value) {
-        text += *value + ",";
-    }
-    return text;
-}
-
-// The manager's vocabulary, abbreviation to row text.
+// The manager's vocabulary, abbreviation to "element update-row allowed-values,".
 std::map<std::string, std::string> vocabularyRows() {
     std::map<std::string, std::string> rows;
     for (const auto& [abbreviation, row] : XmlLocalQNPolMgr().GetPolicyTransTable()) {
-        rows[abbreviation] = rowText(row.tstrFullName, row.bIsUpdatePolicy,
-                                     row.listAllowedValues.begin(), row.listAllowedValues.end());
+        std::string& text = rows[abbreviation];
+        text = row.tstrFullName + (row.bIsUpdatePolicy ? " 1 " : " 0 ");
+        for (const std::string& value : row.listAllowedValues) {
+            text += value + ",";
+        }
     }
     return rows;
 }
@@ -95,8 +88,8 @@ const std::string kChanged =
     "3:9.9|1111111111110000000000|false,All|2|3080|38:a-server-name-long-enough-for-the-heap";
 
 // Copies and assignment (also to itself) take every field and share nothing with their
-// source.
-TEST(PolicyRecord, CopiesTakeEveryFieldAndShareNothingWithTheirSource) {
+// source; reset restores every default.
+TEST(PolicyRecord, CopiesTakeEveryFieldAndResetRestoresTheDefaults) {
     I source = changedRecord();
     ASSERT_EQ(qntest::summarize(source), kChanged);
     I copy(source);
@@ -109,14 +102,8 @@ TEST(PolicyRecord, CopiesTakeEveryFieldAndShareNothingWithTheirSource) {
     EXPECT_EQ(qntest::summarize(assigned), kChanged);
     copy.AddToAuthorizedServerList("added to the copy");
     assigned.Reset();
+    EXPECT_EQ(qntest::summarize(assigned), kDefaults);
     EXPECT_EQ(qntest::summarize(source), kChanged);
-}
-
-TEST(PolicyRecord, ResetRestoresEveryDefault) {
-    I record = changedRecord();
-    ASSERT_EQ(qntest::summarize(record), kChanged);
-    record.Reset();
-    EXPECT_EQ(qntest::summarize(record), kDefaults);
 }
 
 // Each row as "element update-row allowed-values,". The on/off settings are the shared model's,

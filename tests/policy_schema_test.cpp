@@ -14,17 +14,10 @@
 #include "LocalPolicyKinds.h"
 #include "LocalPolicySettings.h"
 #include "TestSupport.h"
-#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
-const std::string kRootStart =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-    "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
-    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-    "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
-    "qnversion=\"" +
-    std::string(qnpolicy::kClientVersion) + "\">\n";
+const std::string kRootStart = qntest::kPolicyRootOpen + ">\n";
 constexpr char kRootEnd[] = "</QuillnetLocalPolicy>\n";
 
 // xmllint's status: 0 valid, 3 invalid against the schema (1 would be not well-formed,

@@ -212,36 +212,10 @@ TEST(SyslogSink, SendsEachRecordAtThePriorityOfItsImportance) {
 }
 
 #ifdef QNPOLICY_BINARY
-// `qnpolicy --log syslog` sends the module's records to syslog as qnpolicy, facility user:
-// here the parse error of a file that is not well-formed.
-TEST(SyslogSink, IsWhereQnpolicyLogSyslogSendsTheModulesRecords) {
-    qntest::TempDir dir;
-    dir.write("QuillnetLocalPolicy.xml", "<QuillnetLocalPolicy>");
-    bool bSkipped = false;
-    const std::string received = syslogRecordsOf(
-        [&dir] {
-            const pid_t tool = ::fork();
-            if (tool == 0) {
-                ::execl(QNPOLICY_BINARY, QNPOLICY_BINARY, "--log", "syslog", "show",
-                        "--install-dir", dir.path().c_str(), static_cast<char*>(nullptr));
-                ::_exit(127);
-            }
-            int status = 0;
-            ::waitpid(tool, &status, 0);
-        },
-        bSkipped);
-    if (bSkipped) {
-        GTEST_SKIP() << "no private mount namespace here: " << received;
-    }
-    const std::string priority = "<" + std::to_string(LOG_USER | LOG_ERR) + ">";
-    EXPECT_EQ(received.rfind(priority, 0), 0U) << received;
-    EXPECT_NE(received.find(" qnpolicy["), std::string::npos) << received;
-    EXPECT_NE(received.find("XmlParser::parseFile returned 0x"), std::string::npos) << received;
-}
 namespace {
 
-// Runs the tool with args and waits for it; its exit status (-1 when it did not exit).
-int runQnpolicy(const std::vector<std::string>& args) {
+// Runs the tool with args and waits for it.
+void runQnpolicy(const std::vector<std::string>& args) {
     const pid_t tool = ::fork();
     if (tool == 0) {
         std::vector<char*> argv = {const_cast<char*>(QNPOLICY_BINARY)};
@@ -252,9 +226,7 @@ int runQnpolicy(const std::vector<std::string>& args) {
         ::execv(QNPOLICY_BINARY, argv.data());
         ::_exit(127);
     }
-    int status = 0;
-    ::waitpid(tool, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ::waitpid(tool, nullptr, 0);
 }
 
 // The SHA-256 of a file as coreutils computes it.
@@ -267,6 +239,25 @@ std::string sha256Of(const std::string& path) {
 
 }  // namespace
 
+// `qnpolicy --log syslog` sends the module's records to syslog as qnpolicy, facility user:
+// here the parse error of a file that is not well-formed.
+TEST(SyslogSink, IsWhereQnpolicyLogSyslogSendsTheModulesRecords) {
+    qntest::TempDir dir;
+    dir.write("QuillnetLocalPolicy.xml", "<QuillnetLocalPolicy>");
+    bool bSkipped = false;
+    const std::string received = syslogRecordsOf(
+        [&dir] {
+            runQnpolicy({"--log", "syslog", "show", "--install-dir", dir.path()});
+        },
+        bSkipped);
+    if (bSkipped) {
+        GTEST_SKIP() << "no private mount namespace here: " << received;
+    }
+    const std::string priority = "<" + std::to_string(LOG_USER | LOG_ERR) + ">";
+    EXPECT_EQ(received.rfind(priority, 0), 0U) << received;
+    EXPECT_NE(received.find(" qnpolicy["), std::string::npos) << received;
+    EXPECT_NE(received.find("XmlParser::parseFile returned 0x"), std::string::npos) << received;
+}
 // Each write sends one authpriv.notice record with the caller, the file, every setting changed
 // with its old and new value, and the SHA-256 of the document before and after; a run that
 // changes nothing sends none.

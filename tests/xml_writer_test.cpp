@@ -41,8 +41,6 @@ STATUSCODE run(const std::string& dir, const std::string& root, const std::strin
 class XmlWriter : public ::testing::Test {
   protected:
     std::string path() const { return m_dir.path() + kName; }
-    // A document of one 300 kB leaf text of c, so that storing takes a while.
-    static std::string big(char c) { return "S|<n|=" + std::string(300000, c) + "|>n|E"; }
     // Writes over an old file; a refused document must leave it byte for byte, no temporary
     // file, and one error record naming the file.
     STATUSCODE overOldFile(const std::string& calls, TStrPairList attributes = {},
@@ -205,7 +203,8 @@ TEST_F(XmlWriter, StoringIsAllOrNothing) {
     const rlimit limit{1000, previous.rlim_max};
     const auto previousHandler = ::signal(SIGXFSZ, SIG_IGN);
     ::setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_EQ(overOldFile(big('a')), QNCSAXWRITER_ERROR_FILE_WRITE);
+    EXPECT_EQ(overOldFile("S|<n|=" + std::string(300000, 'a') + "|>n|E"),
+              QNCSAXWRITER_ERROR_FILE_WRITE);
     ::setrlimit(RLIMIT_FSIZE, &previous);
     ::signal(SIGXFSZ, previousHandler);
 }

@@ -25,6 +25,15 @@ inline std::string describe(const CAppLogRecord& r) {
            "\" " + r.callee + " " + std::to_string(r.code);
 }
 
+// The records captured, described.
+inline std::vector<std::string> described(const LogCapture& log) {
+    std::vector<std::string> lines;
+    for (const CAppLogRecord& record : log.records()) {
+        lines.push_back(describe(record));
+    }
+    return lines;
+}
+
 // The text of a record the manager logs.
 inline std::string managerRecord(const std::string& function, Logging::DebugImportance importance,
                                  const std::string& message, const std::string& callee = "",
@@ -63,13 +72,7 @@ class PolicyDocumentFixture : public ::testing::Test {
         return m_mgr->GetLocalPolicyInfo();
     }
     // The records logged since the last load, described.
-    std::vector<std::string> logged() const {
-        std::vector<std::string> lines;
-        for (const CAppLogRecord& record : m_log.records()) {
-            lines.push_back(describe(record));
-        }
-        return lines;
-    }
+    std::vector<std::string> logged() const { return described(m_log); }
     std::string policyPath() const { return m_dir.path() + "QuillnetLocalPolicy.xml"; }
 
     TempDir m_dir;

@@ -3,13 +3,12 @@
 #define QN_TESTS_POLICYMODEL_H
 
 // The policy settings as the tests know them, written down independently of the module: each
-// setting's element, abbreviation and record accessors; the record a document of leaf
-// settings must load to; and one comparable text of a whole record. Free of GoogleTest, so
-// that the fuzz targets share it.
+// setting's element, abbreviation and record accessors; one comparable text of a whole record;
+// the pieces of a text and a leaf element's text. Free of GoogleTest, so that the fuzz targets
+// share it.
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -112,54 +111,9 @@ inline std::vector<std::string> pieces(const std::string& text, const char* sepa
     return found;
 }
 
-// The record a fresh manager loads from a file of version "version" that states each of these
-// settings (element name to text) once, in its place; "AuthorizedServerList" holds the server
-// names joined with "," or ";". FIPS mode follows the file: no earlier load is retained.
-inline I expectedRecord(const std::map<std::string, std::string>& settings,
-                        const std::string& version) {
-    static const std::map<std::string, RestrictPrefCachingOption> kCaching = {
-        {"false", RESTRICT_PREF_CACHING_FALSE},
-        {"Credentials", RESTRICT_PREF_CACHING_CREDENTIALS},
-        {"Thumbprints", RESTRICT_PREF_CACHING_THUMBPRINTS},
-        {"CredentialsAndThumbprints", RESTRICT_PREF_CACHING_CREDENTIALS_AND_THUMBPRINTS},
-        {"AutomaticServerSelection", RESTRICT_PREF_CACHING_AHS},
-        {"All", RESTRICT_PREF_CACHING_ALL}};
-    static const std::map<std::string, RestrictTunnelProtocolOption> kTunnel = {
-        {"false", RESTRICT_TUNNEL_PROTOCOL_FALSE},
-        {"tls", RESTRICT_TUNNEL_PROTOCOL_TLS},
-        {"ipsec", RESTRICT_TUNNEL_PROTOCOL_IPSEC}};
-    I info;
-    info.QNVersion(version);
-    for (const auto& [name, value] : settings) {
-        for (const PolicyFlag& flag : kPolicyFlags) {
-            if (name == flag.element) {
-                (info.*flag.set)(value == "true");
-            }
-        }
-        for (const ExcludedStore& store : kExcludedStores) {
-            if (name == store.element && value == "true") {
-                info.ExcludeCertStores(store.mask);
-            }
-        }
-        if (name == "RestrictPreferenceCaching") {
-            // An unknown token counts as "false", which clears the list and ends it.
-            for (const std::string& token : pieces(value, ",")) {
-                const auto found = kCaching.find(token);
-                const bool bKnown = found != kCaching.end();
-                info.RestrictPrefCaching(bKnown ? found->second : RESTRICT_PREF_CACHING_FALSE);
-                if (!bKnown || found->second == RESTRICT_PREF_CACHING_FALSE) {
-                    break;
-                }
-            }
-        } else if (name == "RestrictTunnelProtocols" && kTunnel.count(value) != 0) {
-            info.RestrictTunnelProtocols(kTunnel.at(value));
-        } else if (name == "AuthorizedServerList") {
-            for (const std::string& server : pieces(value, ",;")) {
-                info.AddToAuthorizedServerList(server);
-            }
-        }
-    }
-    return info;
+// A leaf element: <name>text</name>.
+inline std::string el(const std::string& name, const std::string& text) {
+    return "<" + name + ">" + text + "</" + name + ">";
 }
 
 }  // namespace qntest

@@ -24,6 +24,7 @@
 #include "AppLog.h"
 #include "StoragePath.h"
 #include "XmlLocalQNPolMgr.h"
+#include "XmlLocalQNPolMgrConstants.h"
 
 namespace qntest {
 
@@ -59,6 +60,15 @@ class TempDir {
   private:
     std::string m_path;
 };
+
+// The declaration and the root's start tag as generation writes them, up to the tag's end.
+inline const std::string kPolicyRootOpen =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<QuillnetLocalPolicy "
+    "xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
+    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
+    "qnversion=\"" +
+    std::string(qnpolicy::kClientVersion) + "\"";
 
 // Reads a whole file; empty when it cannot be read.
 inline std::string readFile(const std::string& path) {

@@ -2,6 +2,10 @@
 // Uses the installed package the way a client component does: registers the installation
 // path, creates the manager, loads (no file: defaults) and reads the record, and lists the
 // settings from the installed catalogue: every one with an abbreviation is in the vocabulary.
+// The client has a Locks.h of its own (tests/consumer/include/), included before the library's
+// headers, which include their own Locks.h: each header keeps its declarations.
+
+#include "Locks.h"  // the client's own
 
 #include <cstdio>
 
@@ -11,6 +15,11 @@
 #include <quillnet/XmlLocalQNPolMgr.h>
 
 int main() {
+    ClientLock clientLock;  // declared by the client's Locks.h
+    clientLock.holders = 1;
+    CManualLock libraryLock(500);  // declared by the library's Locks.h
+    CAutoLockT<CManualLock> guard(libraryLock);
+
     CStoragePath* pStoragePath = nullptr;
     XmlLocalQNPolMgr* pMgr = nullptr;
     if (CStoragePath::createSingletonInstance(pStoragePath, "/nonexistent-quillnet/") != 0 ||
@@ -30,7 +39,7 @@ int main() {
     const SecureString<std::string> secret("consumer");
     pMgr->releaseInstance();
     pStoragePath->releaseInstance();
-    if (!bLoaded || !bDefaults || secret.length() != 8) {
+    if (!bLoaded || !bDefaults || secret.length() != 8 || clientLock.holders != 1) {
         std::fprintf(stderr, "consumer: unexpected result (loaded %d, defaults %d)\n", bLoaded,
                      bDefaults);
         return 1;
