@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "PolicyModel.h"
 #include "TestSupport.h"
 #include "output/ComplianceMetrics.h"
 
@@ -35,50 +37,35 @@ TEST(ComplianceMetrics, EscapesLabelValuesAsTheExpositionFormatRequires) {
 }
 
 TEST(ComplianceMetrics, SamplesTellTheVerdictOfEachKindOfFile) {
-    struct Case {
-        std::string policy;
-        const char* baseline;
-        int status;
-        std::vector<const char*> samples;  // lines the output holds
-    };
-    const std::vector<Case> cases = {
-        {policy("true"),
-         kBaseline,
-         0,
-         {"qnpolicy_check_success 1", "qnpolicy_file_present 1", "qnpolicy_compliant 1",
-          "qnpolicy_findings{severity=\"high\"} 0",
-          "qnpolicy_baseline_rule{rule=\"FipsMode\",status=\"pass\"} 1",
-          "qnpolicy_setting{name=\"FipsMode\"} 1"}},
-        {policy("false"),
-         kBaseline,
-         1,
-         {"qnpolicy_check_success 1", "qnpolicy_compliant 0",
-          "qnpolicy_findings{severity=\"high\"} 1",
-          "qnpolicy_baseline_rule{rule=\"FipsMode\",status=\"fail\"} 1",
-          "qnpolicy_setting{name=\"FipsMode\"} 0"}},
+    // The policy, the baseline, the exit status and lines the output holds.
+    const std::vector<std::tuple<std::string, std::string, int, std::string>> cases = {
+        {policy("true"), kBaseline, 0,
+         "qnpolicy_check_success 1\nqnpolicy_file_present 1\nqnpolicy_compliant 1\n"
+         "qnpolicy_findings{severity=\"high\"} 0\n"
+         "qnpolicy_baseline_rule{rule=\"FipsMode\",status=\"pass\"} 1\n"
+         "qnpolicy_setting{name=\"FipsMode\"} 1\n"},
+        {policy("false"), kBaseline, 1,
+         "qnpolicy_check_success 1\nqnpolicy_compliant 0\nqnpolicy_findings{severity=\"high\"} 1\n"
+         "qnpolicy_baseline_rule{rule=\"FipsMode\",status=\"fail\"} 1\n"
+         "qnpolicy_setting{name=\"FipsMode\"} 0\n"},
         // An unreadable file leaves the client without FIPS mode.
-        {policy("true", ""),
-         kBaseline,
-         2,
-         {"qnpolicy_check_success 0", "qnpolicy_compliant 0",
-          "qnpolicy_setting{name=\"FipsMode\"} 0"}},
-        {policy("true"),
-         "version: 1\nsettings: {FipsMode: yes}\n",
-         65,
-         {"qnpolicy_check_success 0", "qnpolicy_setting{name=\"FipsMode\"} 1"}},
+        {policy("true", ""), kBaseline, 2,
+         "qnpolicy_check_success 0\nqnpolicy_compliant 0\nqnpolicy_setting{name=\"FipsMode\"} 0\n"},
+        {policy("true"), "version: 1\nsettings: {FipsMode: yes}\n", 65,
+         "qnpolicy_check_success 0\nqnpolicy_setting{name=\"FipsMode\"} 1\n"},
     };
     // A sample is a name, labels perhaps, and a value: no timestamp, which node_exporter refuses.
     const std::regex line(R"((# (HELP|TYPE) .*|qnpolicy_[a-z_]+(\{[^}]*\})? [0-9.]+)\n)");
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.policy + "\n" + test.baseline);
+    for (const auto& [policyText, baseline, status, samples] : cases) {
+        SCOPED_TRACE(policyText + "\n" + baseline);
         const qntest::TempDir dir;
-        dir.write("policy.xml", test.policy);
-        dir.write("baseline.yml", test.baseline);
+        dir.write("policy.xml", policyText);
+        dir.write("baseline.yml", baseline);
         EXPECT_EQ(runTool(dir, "comply --format=prometheus --baseline baseline.yml policy.xml"),
-                  test.status);
+                  status);
         const std::string out = qntest::readFile(dir.path() + "out");
-        for (const char* sample : test.samples) {
-            EXPECT_NE(out.find(std::string("\n") + sample + "\n"), std::string::npos) << sample;
+        for (const std::string& sample : qntest::pieces(samples, "\n")) {
+            EXPECT_NE(out.find("\n" + sample + "\n"), std::string::npos) << sample;
         }
         EXPECT_EQ(std::regex_replace(out, line, ""), "");
         EXPECT_EQ(std::system(("promtool check metrics <" + dir.path() + "out").c_str()), 0);

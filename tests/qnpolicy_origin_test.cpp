@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "MessageText.h"
@@ -48,12 +49,8 @@ std::string document(const std::string& children) {
 
 // Each document gives each named setting exactly this value, origin and contributors.
 TEST(EffectivePolicy, GivesEachSettingItsValueOriginAndContributingElements) {
-    struct Case {
-        std::string children;  // from line 2 on
-        std::string element;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
+    // The children of the root (from line 2 on), a setting, what it is given.
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
         {"<BypassDownloader>true</BypassDownloader>", "FipsMode", "false@default"},
         {"<BypassDownloader>true</BypassDownloader>", "BypassDownloader", "true@2:1 sets@2:1"},
         // A later duplicate wins.
@@ -102,12 +99,10 @@ TEST(EffectivePolicy, GivesEachSettingItsValueOriginAndContributingElements) {
         {"<FipsMode>true</FipsMode>\n<BypassDownloader>true</BypassDownloader>\n<Bypass",
          "BypassDownloader", "true@3:1 sets@3:1"},
     };
-    for (const Case& testCase : cases) {
-        const std::string text = document(testCase.children);
+    for (const auto& [children, element, expected] : cases) {
+        const std::string text = document(children);
         const EffectivePolicy policy = ReadEffectivePolicyBytes(text, "p.xml", false);
-        EXPECT_EQ(originOf(policy, testCase.element), testCase.expected)
-            << testCase.element << " in\n"
-            << text;
+        EXPECT_EQ(originOf(policy, element), expected) << element << " in\n" << text;
     }
 }
 

@@ -237,39 +237,34 @@ TEST(PathAudit, FindsEveryComponentThroughWhichOthersCouldChangeThePolicy) {
     struct Case {
         const char* tree;
         const char* path;  // below T; relative to T when it starts with '.'
-        Trust eTrust;
-        bool bAsNobody;
         const char* expected;
+        Trust eTrust = Trust::CLIENT;
+        bool bAsNobody = false;
     };
     const Case cases[] = {
-        {"d d 755, f d/p 644", "d/p", Trust::CLIENT, false, "=0!"},
-        {"d d 755", "d/p", Trust::CLIENT, false, "=0"},
-        {"d d 755, f d/p 666 65534", "d/p", Trust::CLIENT, false,
-         "file-owner:T/d/p file-permissions:T/d/p =0!"},
-        {"d d 755, f d/p 644, h d/q d/p", "d/p", Trust::CLIENT, false, "unsafe-path:T/d/p =0!"},
-        {"d d 777, f d/p 644", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0!"},
-        {"d d 755 65534, f d/p 644", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0!"},
-        {"d d 1777", "d/p", Trust::CLIENT, false, "unsafe-path:T/d =0"},
-        {"d s 1777, d s/d 755, f s/d/p 644", "s/d/p", Trust::CLIENT, false, "=0!"},
-        {"d s 1777 65534, d s/d 755, f s/d/p 644", "s/d/p", Trust::CLIENT, false,
-         "unsafe-path:T/s =0!"},
+        {"d d 755, f d/p 644", "d/p", "=0!"},
+        {"d d 755", "d/p", "=0"},
+        {"d d 755, f d/p 666 65534", "d/p", "file-owner:T/d/p file-permissions:T/d/p =0!"},
+        {"d d 755, f d/p 644, h d/q d/p", "d/p", "unsafe-path:T/d/p =0!"},
+        {"d d 777, f d/p 644", "d/p", "unsafe-path:T/d =0!"},
+        {"d d 755 65534, f d/p 644", "d/p", "unsafe-path:T/d =0!"},
+        {"d d 1777", "d/p", "unsafe-path:T/d =0"},
+        {"d s 1777, d s/d 755, f s/d/p 644", "s/d/p", "=0!"},
+        {"d s 1777 65534, d s/d 755, f s/d/p 644", "s/d/p", "unsafe-path:T/s =0!"},
         // A link in a world-writable directory, and one that nobody owns, to a safe file.
-        {"d safe 755, f safe/p 644, d u 777, l u/p ../safe/p", "u/p", Trust::CLIENT, false,
-         "unsafe-path:T/u =0!"},
-        {"d safe 755, f safe/p 644, d u 755, l u/p ../safe/p 65534", "u/p", Trust::CLIENT, false,
+        {"d safe 755, f safe/p 644, d u 777, l u/p ../safe/p", "u/p", "unsafe-path:T/u =0!"},
+        {"d safe 755, f safe/p 644, d u 755, l u/p ../safe/p 65534", "u/p",
          "unsafe-path:T/u/p =0!"},
-        {"d safe 777, f safe/p 644, d u 755, l u/p ../safe/p", "u/p", Trust::CLIENT, false,
-         "unsafe-path:T/safe =0!"},
-        {"d safe 755, f safe/p 644, l dir safe 65534", "dir/p", Trust::CLIENT, false,
-         "unsafe-path:T/dir =0!"},
-        {"l loop loop", "loop/p", Trust::CLIENT, false, "unsafe-path:T/loop =40"},
-        {"d d 755, l d/p ../none/p", "d/p", Trust::CLIENT, false, "=2"},
-        {"d d 755, f d/p 644", "./d/p", Trust::CLIENT, false, "=0!"},
+        {"d safe 777, f safe/p 644, d u 755, l u/p ../safe/p", "u/p", "unsafe-path:T/safe =0!"},
+        {"d safe 755, f safe/p 644, l dir safe 65534", "dir/p", "unsafe-path:T/dir =0!"},
+        {"l loop loop", "loop/p", "unsafe-path:T/loop =40"},
+        {"d d 755, l d/p ../none/p", "d/p", "=2"},
+        {"d d 755, f d/p 644", "./d/p", "=0!"},
         // The writer trusts the user running it, the client only root.
-        {"d d 755 65534, f d/p 644 65534", "d/p", Trust::WRITER, true, "=0!"},
-        {"d d 755 65534, f d/p 644 65534", "d/p", Trust::CLIENT, true,
-         "unsafe-path:T/d file-owner:T/d/p =0!"},
-        {"d d 700, f d/p 644", "d/p", Trust::WRITER, true, "unsafe-path:T/d/p =13!"},
+        {"d d 755 65534, f d/p 644 65534", "d/p", "=0!", Trust::WRITER, true},
+        {"d d 755 65534, f d/p 644 65534", "d/p", "unsafe-path:T/d file-owner:T/d/p =0!",
+         Trust::CLIENT, true},
+        {"d d 700, f d/p 644", "d/p", "unsafe-path:T/d/p =13!", Trust::WRITER, true},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(std::string(row.tree) + " | " + row.path);
@@ -355,15 +350,12 @@ TEST(JsonWriter, WritesJsonThatParsesBackToTheTextsGiven) {
         json.EndArray().Key("empty").BeginArray().EndArray().Key("n").Number(7);
         json.Key("t").Bool(true).Key("none").Null().EndObject().Finish();
     }
-    const nlohmann::json parsed = nlohmann::json::parse(out.str());
-    ASSERT_EQ(parsed.at("texts").size(), texts.size());
-    for (size_t i = 0; i < texts.size(); ++i) {
-        EXPECT_EQ(parsed.at("texts").at(i).get<std::string>(), texts[i].second) << i;
+    nlohmann::json expected = {
+        {"empty", nlohmann::json::array()}, {"n", 7}, {"t", true}, {"none", nullptr}};
+    for (const auto& text : texts) {
+        expected["texts"].push_back(text.second);
     }
-    EXPECT_EQ(parsed.at("empty"), nlohmann::json::array());
-    EXPECT_EQ(parsed.at("n"), 7);
-    EXPECT_EQ(parsed.at("t"), true);
-    EXPECT_TRUE(parsed.at("none").is_null());
+    EXPECT_EQ(nlohmann::json::parse(out.str()), expected);
     EXPECT_EQ(out.str().back(), '\n');
 }
 
