@@ -16,7 +16,7 @@ failed_when and the result of a lenient run. Prints each problem and 'N passed, 
 
 from __future__ import absolute_import, division, print_function
 
-import ast
+import importlib
 import json
 import os
 import sys
@@ -24,7 +24,8 @@ import sys
 import yaml
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-MODULES = os.path.join(os.path.dirname(HERE), 'ansible_collections', 'quillnet', 'localpolicy', 'plugins', 'modules')
+sys.path.insert(0, os.path.dirname(HERE))
+MODULES = 'ansible_collections.quillnet.localpolicy.plugins.modules.'
 PREFIX = 'quillnet.localpolicy.'
 
 # What Ansible adds to a module's result, or reads from it, beside the module's own keys.
@@ -45,12 +46,7 @@ INTEGRATION_STATUSES = {
 
 def documented_keys(module):
     """The keys the RETURN of a module of the collection documents."""
-    with open(os.path.join(MODULES, module + '.py')) as handle:
-        tree = ast.parse(handle.read())
-    for node in tree.body:
-        if isinstance(node, ast.Assign) and [target.id for target in node.targets] == ['RETURN']:
-            return frozenset(yaml.safe_load(ast.literal_eval(node.value)))
-    raise ValueError('%s has no RETURN' % module)
+    return frozenset(yaml.safe_load(importlib.import_module(MODULES + module).RETURN))
 
 
 def undocumented(result, documented):
@@ -65,14 +61,12 @@ def problems(records, statuses):
     """What is wrong with the recorded results: (checks made, problems)."""
     found = []
     checked = 0
-    cache = {}
     for record in records:
         action = record.get('action', '')
         if action.startswith(PREFIX) and record['status'] != 'skipped':
             module = action[len(PREFIX):]
-            documented = cache.setdefault(module, documented_keys(module))
             checked += 1
-            extra = sorted(undocumented(record['result'], documented))
+            extra = sorted(undocumented(record['result'], documented_keys(module)))
             if extra:
                 found.append('%s (%s): undocumented keys %s' % (record['task'], module, ', '.join(extra)))
     seen = dict((record['task'], record['status']) for record in records)
