@@ -93,7 +93,6 @@ def make(path, kind):
     ('binary', '[not shown: binary, 8 bytes]\n'),
     ('latin1', '[not shown: binary, 8 bytes]\n'),
     ('large', '[not shown: 1048577 bytes, more than 1048576]\n'),
-    ('fifo', '[not shown: a FIFO]\n'),
     ('directory', '[not shown: a directory]\n'),
     ('dangling link', '[not shown: a symbolic link]\n'),
     ('link', '[not shown: a symbolic link]\n'),
