@@ -211,8 +211,7 @@ def extract(directory):
     """Writes the README's blocks as printed into directory, each under the file it names."""
     for name, text in readme_blocks(README).items():
         path = os.path.join(directory, name)
-        if not os.path.isdir(os.path.dirname(path)):
-            os.makedirs(os.path.dirname(path))
+        os.makedirs(os.path.dirname(path), exist_ok=True)
         with open(path, 'w') as handle:
             handle.write(text)
 
