@@ -24,9 +24,10 @@ XCCDF = '{http://checklists.nist.gov/xccdf/1.2}'
 RULE = 'xccdf_com.quillnet_rule_'
 
 # The README's example baseline as printed, its waiver kept live.
-with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'README.md'), encoding='utf-8') as readme:
-    EXAMPLE = re.sub(r'expires: \S+', 'expires: 2999-03-31',
-                     re.search(r'^```yaml\n(version: 1\n.*?)^```$', readme.read(), re.S | re.M).group(1))
+README = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'README.md')
+with open(README, encoding='utf-8') as readme:
+    EXAMPLE = re.sub(r'expires: \S+', 'expires: 2999-03-31', re.search(
+        r'^```yaml\n(version: 1\n.*?)^```$', readme.read(), re.S | re.M).group(1))
 # Lists and caching options: equals keeps the order, the others compare sets.
 LISTS = [
     'AuthorizedServerList: {equals: [b, a]}\n'
