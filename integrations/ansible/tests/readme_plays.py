@@ -361,11 +361,11 @@ def own_template(fleet, checks, fleet_document):
     with open(template, 'w') as handle:
         handle.write(fleet_document.replace('<FipsMode>true</FipsMode>', '<FipsMode>{{ "TRUE" }}</FipsMode>'))
     rc, results = fleet.play('own-template.yml', '--limit', ','.join(HOSTS))
+    finding = dict.fromkeys(HOSTS, 'non-boolean-value')
+    refused = {host: json.dumps(record['result']) for host, record in by_host(results, OWN_TEMPLATE).items()}
     checks.equal('own template with a flaw: qnpolicy check refuses it on every host with its finding',
-                 (rc != 0, statuses(results, OWN_TEMPLATE), explained({host: json.dumps(record['result']) for host, record
-                                                                        in by_host(results, OWN_TEMPLATE).items()},
-                                                                       dict.fromkeys(HOSTS, 'non-boolean-value'))),
-                 (True, dict.fromkeys(HOSTS, 'failed'), dict.fromkeys(HOSTS, 'non-boolean-value')))
+                 (rc != 0, statuses(results, OWN_TEMPLATE), explained(refused, finding)),
+                 (True, dict.fromkeys(HOSTS, 'failed'), finding))
     checks.equal('own template with a flaw: no file changed', fleet.states(), fleet_state)
     own_document = fleet_document.replace('<FipsMode>true</FipsMode>', '<FipsMode>false</FipsMode>')
     with open(template, 'w') as handle:

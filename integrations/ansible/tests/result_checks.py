@@ -32,6 +32,7 @@ ANSIBLE_KEYS = frozenset(('changed', 'failed', 'msg', 'diff', 'warnings', 'depre
                           'failed_when_result', 'results', 'item', 'ansible_loop_var', 'skipped', 'skip_reason',
                           'false_condition', 'attempts'))
 
+
 def documented_keys(module):
     """The keys the RETURN of a module of the collection documents."""
     return frozenset(yaml.safe_load(importlib.import_module(MODULES + module).RETURN))
