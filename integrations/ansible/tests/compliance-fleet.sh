@@ -119,6 +119,8 @@ if [ "$hosts" -gt 0 ]; then
 
     export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible" ANSIBLE_NOCOLOR=1
     export ANSIBLE_FORKS=${ANSIBLE_FORKS:-10} ANSIBLE_PIPELINING=1 ANSIBLE_HOST_KEY_CHECKING=0
+    # Read the piped module payloads buffered (see scripts/ansible-tests.sh).
+    unset PYTHONUNBUFFERED
     : >"$work/qnpolicy.log"
     start=${EPOCHREALTIME/,/.}
     if ! ansible-playbook -i "$work/inventory.ini" -e "compliance_report_baseline=$work/baseline.yml" \

@@ -41,6 +41,8 @@ command=$(sed -n 's/^ExecStart=//p' "$examples/quillnet-localpolicy-pull.service
 # Pipelining hands each module to the interpreter on standard input: no temporary directory and
 # no extra shells per task, and no change to what the play does.
 export ANSIBLE_COLLECTIONS_PATH="$repo/integrations/ansible" ANSIBLE_NOCOLOR=1 ANSIBLE_PIPELINING=1
+# Read the piped module payloads buffered (see scripts/ansible-tests.sh).
+unset PYTHONUNBUFFERED
 export QUILLNET_POLICY_REPOSITORY="file://$work/policy.git" QUILLNET_POLICY_BRANCH=main
 
 # pull N ROUND: host N's pull; its output in $work/hostN.ROUND, its wall time appended to

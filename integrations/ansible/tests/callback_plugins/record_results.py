@@ -16,16 +16,6 @@ import os
 
 from ansible.plugins.callback import CallbackBase
 
-DOCUMENTATION = r'''
-name: record_results
-type: aggregate
-short_description: Records every task result as a line of JSON
-description:
-  - Appends each task result to the file named by the environment variable RECORD_RESULTS_FILE.
-requirements:
-  - enabled in callbacks_enabled
-'''
-
 
 class CallbackModule(CallbackBase):
     CALLBACK_VERSION = 2.0

@@ -23,20 +23,12 @@ def judged(verdicts, compliant, result=None):
                                                expiringWaivers=[]))
 
 
+# The shapes the simulated fleet (compliance-fleet.sh) does not plant; it plants a compliant,
+# a not compliant and a waived host, and each host it cannot judge: no qnpolicy, no install
+# directory, an unreachable host, a file comply cannot read, an unsafe directory.
 @pytest.mark.parametrize('result, status, reason', [
-    (judged([SAFE, dict(FIPS_OFF, state='pass', actual=True)], True), 'compliant', None),
-    (judged([SAFE, FIPS_OFF], False), 'not-compliant', None),
-    (judged([SAFE, dict(FIPS_OFF, state='waived', waiver=dict(reason='lab', expires='2099-12-31'))], True),
-     'compliant', None),
     (judged([dict(SAFE, state='fail', actual='unsafe', findings=[dict(message="The directory /opt's mode is 0777")]),
              FIPS_OFF], False), 'unreadable', 'unsafe'),
-    (judged([], False, 'unreadable'), 'unreadable', 'unreadable'),
-    (dict(unreachable=True, msg='Connection refused'), 'unreadable', 'unreachable'),
-    # Not installed: not a failure, the error's kind says why.
-    (dict(result='not-installed', error=dict(kind='no-qnpolicy', message='no qnpolicy on PATH')),
-     'unreadable', 'no-qnpolicy'),
-    (dict(result='not-installed', error=dict(kind='no-such-directory', message='no such directory')),
-     'unreadable', 'no-such-directory'),
     (dict(failed=True, msg='<stdin>:3:13: bad', error=dict(kind='refused', message='')), 'unreadable', 'refused'),
     ({}, 'unreadable', 'failed'),
     (None, 'unreadable', 'failed'),
