@@ -33,7 +33,8 @@ using StringTypes = ::testing::Types<std::string, std::wstring>;
 TYPED_TEST_SUITE(SecureStringTest, StringTypes);
 
 // Twelve bytes of text in the in-object buffer: all are zero after destruction; after growth
-// the first eight hold the new capacity and the other four must be zero.
+// to exactly the capacity (a buffer with 256 characters of headroom) the first eight hold the
+// new capacity and the other four must be zero.
 TYPED_TEST(SecureStringTest, NoCharactersRemainInTheObjectAfterDestructionOrGrowth) {
     using SecureT = SecureString<TypeParam>;
     using CharT = typename TypeParam::value_type;
@@ -49,6 +50,7 @@ TYPED_TEST(SecureStringTest, NoCharactersRemainInTheObjectAfterDestructionOrGrow
         }
         if (grow) {  // to exactly the capacity, which moves the value out of the object
             *secure += TypeParam(value.capacity() - value.length(), CharT('z'));
+            EXPECT_GE(value.capacity(), value.length() + 256) << "moved without its headroom";
         }
         secure->~SecureT();
         EXPECT_TRUE(TestFixture::zero(storage + at + (grow ? 8 : 0), grow ? 4 : 12))
