@@ -59,7 +59,10 @@ while read -r line; do
     [[ $line =~ ^[0-9]+\ +([a-z_0-9]+)\( ]] || continue
     name=${BASH_REMATCH[1]}
     counts[$name]=$((${counts[$name]:-0} + 1))
-    [[ $name != execve && $line == *"$work"* ]] && reached=1  # execve names it in its arguments
+    # A call reaches the tree when it names a path in it or a descriptor of it. Not execve,
+    # which names it in its arguments, nor a read of the environment (TMPDIR names it), which
+    # a sanitizer makes at its start.
+    [[ $name != execve && ($line == *\""$work"* || $line == *\<"$work"*) ]] && reached=1
     # A mapping changes no file: a sanitizer's allocator makes hundreds.
     ((reached)) && [ "$name" != mmap ] && targets+=("$name ${counts[$name]}")
 done <"$work/calls"
