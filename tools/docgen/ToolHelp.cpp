@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ToolHelp.h"
 
-#include "CommandTable.h"
+#include "CommandLine.h"
 #include "QnBuildConfig.h"
 
 namespace qndocgen {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CommandTable.h"
+#include "CommandLine.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -47,6 +47,44 @@ void addSharedOptions(CommandLine& line, CLI::App& command, unsigned flags) {
             ->capture_default_str();
     line.choices[log] = sinks;
     command.footer(ExitCodeHelp());
+}
+
+// A command's declared options as CLI11's, then the relations between them, which name
+// options declared later too.
+void addDeclaredOptions(CommandLine& line, CLI::App& command, const COptionList& options) {
+    for (const OptionDecl& decl : options.Decls()) {
+        CLI::Option* option = decl.pFlag != nullptr
+                                  ? command.add_flag(decl.name, *decl.pFlag, decl.description)
+                              : decl.pValue != nullptr
+                                  ? command.add_option(decl.name, *decl.pValue, decl.description)
+                                  : command.add_option(decl.name, *decl.pValues, decl.description);
+        if (!decl.typeName.empty()) {
+            option->type_name(decl.typeName);
+        }
+        option->required(decl.bRequired);
+        if (decl.maxValues > 0) {
+            option->expected(decl.minValues, decl.maxValues);
+        }
+        if (decl.bOneValueEach) {
+            option->allow_extra_args(false);
+        }
+        if (!decl.choices.empty()) {
+            option->check(CLI::IsMember(decl.choices));
+            line.choices[option] = decl.choices;
+        }
+        if (decl.check) {
+            option->check(decl.check);
+        }
+    }
+    for (const OptionDecl& decl : options.Decls()) {
+        CLI::Option* option = command.get_option(decl.name);
+        for (const std::string& other : decl.excludes) {
+            option->excludes(command.get_option(other));
+        }
+        for (const std::string& other : decl.needs) {
+            option->needs(command.get_option(other));
+        }
+    }
 }
 
 // --help's usage: the table's synopsis instead of CLI11's generic "[OPTIONS] [SUBCOMMAND]".
@@ -245,10 +283,9 @@ void BuildCommandLine(CommandLine& line, const CommandInfo* pOnly) {
         const bool bComplete = pOnly == nullptr || pOnly == &info;
         if (bComplete) {
             addSharedOptions(line, *command, info.flags);
-            pCommand->AddOptions(*command);
-            for (auto& [name, values] : pCommand->OptionChoices()) {
-                line.choices[command->get_option(name)] = values;
-            }
+            COptionList options;
+            pCommand->AddOptions(options);
+            addDeclaredOptions(line, *command, options);
         }
         command->allow_extras(false);
         line.commands.push_back(CommandLine::Entry{&info, command, std::move(pCommand), bComplete});

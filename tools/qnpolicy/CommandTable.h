@@ -2,39 +2,116 @@
 #ifndef QNPOLICY_COMMANDTABLE_H
 #define QNPOLICY_COMMANDTABLE_H
 
-#include <CLI/CLI.hpp>
+#include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "ToolContext.h"
 
-// The subcommands of qnpolicy, as one table: each command owns its options (AddOptions binds
-// them to its own members) and runs with the context the dispatcher sets up once for all of
-// them (Run returns the exit status). The dispatcher, the manual page and the shell completion
-// all read the table, so a command or an option is declared in one place.
-//
-//   CommandLine line;
-//   BuildCommandLine(line);           // CLI11 app with every subcommand and option
-//   line.app.parse(argc, argv);
-//
-// A run that knows which subcommand its words name builds only that one's options
-// (BuildCommandLine(line, &info)): declaring every option of every subcommand costs more
-// than reading a typical policy file.
+// The subcommands of qnpolicy, as one table: each command declares its options (AddOptions
+// binds them to its own members) and runs with the context the dispatcher sets up once for all
+// of them (Run returns the exit status). The dispatcher, the manual page and the shell
+// completion all read the table, so a command or an option is declared in one place.
+// Options are declared as data (OptionDecl); CommandLine.h builds the parser from them, so a
+// command's own file needs no parser header.
 namespace qnpolicy::tool {
+
+// One option or positional argument of a command: the member it binds and what the parser
+// enforces. A name without a leading dash ("FILE") is a positional. The setters chain:
+//   options.Value("--host", m_host, "...").TypeName("NAME").Needs("--tailoring");
+struct OptionDecl {
+    std::string name;
+    std::string description;
+    bool* pFlag = nullptr;  // exactly one of the three targets is set
+    std::string* pValue = nullptr;
+    std::vector<std::string>* pValues = nullptr;
+    std::string typeName;
+    bool bRequired = false;
+    int minValues = 0;  // with maxValues > 0, how many values a positional takes
+    int maxValues = 0;
+    bool bOneValueEach = false;  // a repeatable option takes one value per occurrence
+    // The values accepted, also offered by the completion and listed in the manual page.
+    std::vector<std::string> choices;
+    // The message refusing a value, empty to accept it.
+    std::function<std::string(const std::string&)> check;
+    std::vector<std::string> excludes;  // options of the same command not given with it
+    std::vector<std::string> needs;     // options of the same command it requires
+
+    OptionDecl& TypeName(std::string text) {
+        typeName = std::move(text);
+        return *this;
+    }
+    OptionDecl& Required() {
+        bRequired = true;
+        return *this;
+    }
+    OptionDecl& Expected(int least, int most) {
+        minValues = least;
+        maxValues = most;
+        return *this;
+    }
+    OptionDecl& OneValueEach() {
+        bOneValueEach = true;
+        return *this;
+    }
+    OptionDecl& Choices(std::vector<std::string> values) {
+        choices = std::move(values);
+        return *this;
+    }
+    OptionDecl& Check(std::function<std::string(const std::string&)> validator) {
+        check = std::move(validator);
+        return *this;
+    }
+    OptionDecl& Excludes(std::string other) {
+        excludes.push_back(std::move(other));
+        return *this;
+    }
+    OptionDecl& Needs(std::string other) {
+        needs.push_back(std::move(other));
+        return *this;
+    }
+};
+
+// The options one command declares, in the order --help lists them.
+class COptionList {
+  public:
+    OptionDecl& Flag(std::string name, bool& rTarget, std::string description) {
+        OptionDecl& decl = add(std::move(name), std::move(description));
+        decl.pFlag = &rTarget;
+        return decl;
+    }
+    OptionDecl& Value(std::string name, std::string& rTarget, std::string description) {
+        OptionDecl& decl = add(std::move(name), std::move(description));
+        decl.pValue = &rTarget;
+        return decl;
+    }
+    OptionDecl& Values(std::string name, std::vector<std::string>& rTarget,
+                       std::string description) {
+        OptionDecl& decl = add(std::move(name), std::move(description));
+        decl.pValues = &rTarget;
+        return decl;
+    }
+    const std::deque<OptionDecl>& Decls() const { return m_decls; }
+
+  private:
+    OptionDecl& add(std::string name, std::string description) {
+        OptionDecl& decl = m_decls.emplace_back();
+        decl.name = std::move(name);
+        decl.description = std::move(description);
+        return decl;
+    }
+    std::deque<OptionDecl> m_decls;  // a deque: a declaration stays where it is while chained
+};
 
 class CCommand {
   public:
     virtual ~CCommand() = default;
-    virtual void AddOptions(CLI::App& command) = 0;
+    virtual void AddOptions(COptionList& options) = 0;
     virtual int Run(CToolContext& context) = 0;
     // Whether this run reads or writes the install directory, which must then exist.
     virtual bool UsesInstallDir() const { return true; }
-    // The values each of its options accepts where it names them, by the option's name: for
-    // the completion and the manual page.
-    virtual std::map<std::string, std::vector<std::string>> OptionChoices() const { return {}; }
     // What its own options imply for the shared ones (a format that is JSON), applied once the
     // command line is parsed and before the run.
     virtual void AdjustSharedOptions(SharedOptions& /*rOptions*/) const {}
@@ -95,34 +172,8 @@ struct BaselineParse;
 int LoadBaseline(CToolContext& context, const std::string& path, BaselineParse& rParse,
                  const std::function<int()>& beforeRefusing = nullptr);
 
-// The command line the table describes: the CLI11 app with a subcommand per command, the shared
-// options, and the values an option accepts where it names them (for the completion).
-struct CommandLine {
-    CLI::App app{"", "qnpolicy"};
-    SharedOptions shared;
-    struct Entry {
-        const CommandInfo* pInfo;
-        CLI::App* pApp;
-        std::unique_ptr<CCommand> pCommand;
-        bool bComplete;  // its options are declared (false: its name and description only)
-    };
-    std::vector<Entry> commands;
-    std::map<const CLI::Option*, std::vector<std::string>> choices;
-};
-// Every subcommand with its options; with pOnly, the others by name and description only.
-void BuildCommandLine(CommandLine& line, const CommandInfo* pOnly = nullptr);
-
 // The exit-code table as --help prints it.
 std::string ExitCodeHelp();
-
-// One subcommand's synopsis on one line, from its options as the table declares them:
-// "qnpolicy check [OPTIONS] [--ignore KIND]... [FILE...]", where OPTIONS stands for the shared
-// options, options that exclude each other are joined by "|", and a repeatable one is followed
-// by "...".
-std::string Synopsis(const CommandLine& line, const CommandLine::Entry& entry);
-// The usage --help prints: every subcommand's synopsis, wrapped at 80 columns, then the
-// tool's own options; the manual page and the README show the same lines.
-std::string UsageText(const CommandLine& line);
 
 }  // namespace qnpolicy::tool
 

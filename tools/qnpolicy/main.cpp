@@ -33,7 +33,7 @@
 #include <string>
 #include <vector>
 
-#include "CommandTable.h"
+#include "CommandLine.h"
 #include "MessageText.h"
 #include "output/Output.h"
 

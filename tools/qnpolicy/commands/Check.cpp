@@ -158,19 +158,19 @@ void writeJson(CJsonWriter& json, const CheckedFile& checked) {
 
 class CCheckCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
-        command
-            .add_option("FILE", m_files,
-                        "Files to check, - for standard input (default: the policy file in the "
-                        "install directory)")
-            ->type_name("FILE");
-        command
-            .add_option("--ignore", m_ignoredKinds,
-                        "Drop findings of this kind (repeatable), e.g. file-owner for files kept "
-                        "in a repository")
-            ->type_name("KIND")
-            ->allow_extra_args(false)
-            ->check([](const std::string& kind) {
+    void AddOptions(COptionList& options) override {
+        options
+            .Values("FILE", m_files,
+                    "Files to check, - for standard input (default: the policy file in the "
+                    "install directory)")
+            .TypeName("FILE");
+        options
+            .Values("--ignore", m_ignoredKinds,
+                    "Drop findings of this kind (repeatable), e.g. file-owner for files kept "
+                    "in a repository")
+            .TypeName("KIND")
+            .OneValueEach()
+            .Check([](const std::string& kind) {
                 std::vector<std::string> kinds;
                 for (const FindingKindInfo& info : kFindingKinds) {
                     if (kind == info.kind) {

@@ -433,40 +433,34 @@ int refuseBaseline(CToolContext& context, const std::string& name, const Baselin
 
 class CComplyCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
-        command
-            .add_option("--baseline", m_baseline,
-                        "The baseline every file must meet, a YAML file (qnpolicy-baseline(5)); "
-                        "- reads it from standard input")
-            ->type_name("BASELINE")
-            ->required();
-        command
-            .add_option("--host", m_host,
-                        "The host name that decides which waivers apply (default: this "
-                        "machine's)")
-            ->type_name("NAME");
-        command
-            .add_option("--format", m_format,
-                        "text (the default), json (as --json) or prometheus: the verdict as "
-                        "metrics in Prometheus' text format, for node_exporter's textfile "
-                        "collector (one FILE at most)")
-            ->type_name("FORMAT")
-            ->check(CLI::IsMember(formats()));
-        command
-            .add_option("--output", m_output,
-                        "With --format=prometheus: store the metrics in OUTPUT, replaced "
-                        "atomically (mode 0644), and exit 0 once stored whatever the verdict")
-            ->type_name("OUTPUT");
-        command
-            .add_option("FILE", m_files,
-                        "Policy files to judge (default: the policy file in the install "
-                        "directory, judged as the client reads it: a missing one as the "
-                        "defaults)")
-            ->type_name("FILE");
-    }
-
-    std::map<std::string, std::vector<std::string>> OptionChoices() const override {
-        return {{"--format", formats()}};
+    void AddOptions(COptionList& options) override {
+        options
+            .Value("--baseline", m_baseline,
+                   "The baseline every file must meet, a YAML file (qnpolicy-baseline(5)); "
+                   "- reads it from standard input")
+            .TypeName("BASELINE")
+            .Required();
+        options
+            .Value("--host", m_host,
+                   "The host name that decides which waivers apply (default: this machine's)")
+            .TypeName("NAME");
+        options
+            .Value("--format", m_format,
+                   "text (the default), json (as --json) or prometheus: the verdict as metrics "
+                   "in Prometheus' text format, for node_exporter's textfile collector (one "
+                   "FILE at most)")
+            .TypeName("FORMAT")
+            .Choices(formats());
+        options
+            .Value("--output", m_output,
+                   "With --format=prometheus: store the metrics in OUTPUT, replaced atomically "
+                   "(mode 0644), and exit 0 once stored whatever the verdict")
+            .TypeName("OUTPUT");
+        options
+            .Values("FILE", m_files,
+                    "Policy files to judge (default: the policy file in the install directory, "
+                    "judged as the client reads it: a missing one as the defaults)")
+            .TypeName("FILE");
     }
 
     void AdjustSharedOptions(SharedOptions& rOptions) const override {

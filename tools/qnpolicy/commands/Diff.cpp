@@ -71,15 +71,15 @@ void writeSide(CJsonWriter& json, const EffectivePolicy& policy) {
 
 class CDiffCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
-        command
-            .add_option("FILE", m_files,
-                        "The policy files compared, old then new; with one, the install "
-                        "directory's file (the defaults when it is missing) is the old one. "
-                        "- reads standard input, for one of them")
-            ->type_name("FILE")
-            ->required()
-            ->expected(1, 2);
+    void AddOptions(COptionList& options) override {
+        options
+            .Values("FILE", m_files,
+                    "The policy files compared, old then new; with one, the install "
+                    "directory's file (the defaults when it is missing) is the old one. "
+                    "- reads standard input, for one of them")
+            .TypeName("FILE")
+            .Required()
+            .Expected(1, 2);
     }
 
     bool UsesInstallDir() const override { return m_files.size() == 1; }

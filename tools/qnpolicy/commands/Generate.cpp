@@ -318,7 +318,7 @@ class CGenerateCommand : public CCommand {
   public:
     explicit CGenerateCommand(WriterMode eMode) : m_eMode(eMode) {}
 
-    void AddOptions(CLI::App& command) override;
+    void AddOptions(COptionList& options) override;
 
     // Without arguments the run is a usage error before anything is looked at.
     bool UsesInstallDir() const override {
@@ -360,58 +360,54 @@ class CGenerateCommand : public CCommand {
     bool m_bAllowUnsafeDirectory = false;
 };
 
-void CGenerateCommand::AddOptions(CLI::App& command) {
+void CGenerateCommand::AddOptions(COptionList& options) {
     if (m_eMode == WriterMode::EDIT) {
-        command.add_flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
-                         "Write even where check reports the path unsafe (a directory or link on "
-                         "the way that others own or can write)");
+        options.Flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
+                     "Write even where check reports the path unsafe (a directory or link on the "
+                     "way that others own or can write)");
         return;
     }
     if (!editsFile()) {
-        command.add_flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
-        command.add_flag("--lenient", m_bLenient,
-                         "Skip unusable arguments with a warning and write the rest in the "
-                         "installer's spelling, as installers expect, instead of refusing the run");
+        options.Flag("--overwrite", m_bOverwrite, "Replace an existing policy file");
+        options.Flag("--lenient", m_bLenient,
+                     "Skip unusable arguments with a warning and write the rest in the "
+                     "installer's spelling, as installers expect, instead of refusing the run");
     } else {
-        command.add_flag("--force", m_bForce,
-                         "Drop what the file holds that a rewrite cannot keep (comments, elements "
-                         "and texts the client ignores) instead of refusing the run");
+        options.Flag("--force", m_bForce,
+                     "Drop what the file holds that a rewrite cannot keep (comments, elements "
+                     "and texts the client ignores) instead of refusing the run");
     }
-    CLI::Option* dryRun = command.add_flag(
-        "--dry-run", m_bDryRun, "Write nothing; print the document that would be written");
-    command
-        .add_flag("--diff", m_bDiff,
-                  "Write nothing; print a unified diff from the file on disk to the document "
-                  "that would be written (exit 1 when they differ)")
-        ->excludes(dryRun);
-    CLI::Option* allDefaults = nullptr;
+    options.Flag("--dry-run", m_bDryRun, "Write nothing; print the document that would be written");
+    options
+        .Flag("--diff", m_bDiff,
+              "Write nothing; print a unified diff from the file on disk to the document that "
+              "would be written (exit 1 when they differ)")
+        .Excludes("--dry-run");
     if (!editsFile()) {
-        allDefaults = command.add_flag(
-            "--all-defaults", m_bAllDefaults,
-            "Write a document that sets nothing, so that the client applies every default; takes "
-            "no ABBREV=VALUE");
+        options.Flag("--all-defaults", m_bAllDefaults,
+                     "Write a document that sets nothing, so that the client applies every "
+                     "default; takes no ABBREV=VALUE");
     }
-    command.add_flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
-                     "Write even where check reports the path unsafe (a directory or link on the "
-                     "way that others own or can write)");
-    CLI::Option* argsFrom =
-        command
-            .add_option("--args-from", m_argsFrom,
-                        "Read more arguments from FILE, - for standard input: one per line, "
-                        "nothing trimmed, empty lines skipped (for lists too long for a command "
-                        "line)")
-            ->type_name("FILE");
-    if (allDefaults != nullptr) {
-        argsFrom->excludes(allDefaults);
+    options.Flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
+                 "Write even where check reports the path unsafe (a directory or link on the "
+                 "way that others own or can write)");
+    OptionDecl& argsFrom =
+        options
+            .Value("--args-from", m_argsFrom,
+                   "Read more arguments from FILE, - for standard input: one per line, nothing "
+                   "trimmed, empty lines skipped (for lists too long for a command line)")
+            .TypeName("FILE");
+    if (!editsFile()) {
+        argsFrom.Excludes("--all-defaults");
     }
     const bool bUnset = m_eMode == WriterMode::UNSET;
-    command
-        .add_option("ARG", m_policyArgs,
-                    bUnset ? "Abbreviations of the settings to remove, so that their defaults "
-                             "hold (see `qnpolicy vocabulary`)"
-                           : "Installer arguments, checked, then written (see `qnpolicy "
-                             "vocabulary`)")
-        ->type_name(bUnset ? "ABBREV" : "ABBREV=VALUE");
+    options
+        .Values("ARG", m_policyArgs,
+                bUnset ? "Abbreviations of the settings to remove, so that their defaults hold "
+                         "(see `qnpolicy vocabulary`)"
+                       : "Installer arguments, checked, then written (see `qnpolicy "
+                         "vocabulary`)")
+        .TypeName(bUnset ? "ABBREV" : "ABBREV=VALUE");
 }
 
 // Appends the arguments of --args-from; 0, or the exit status of a failure (reported).

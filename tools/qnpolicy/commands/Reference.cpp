@@ -56,7 +56,7 @@ const char* sectionOf(const LocalPolicySettingInfo& setting) {
 // what each setting means.
 class CVocabularyCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& /*command*/) override {}
+    void AddOptions(COptionList& /*options*/) override {}
     bool UsesInstallDir() const override { return false; }
 
     int Run(CToolContext& context) override {
@@ -106,18 +106,18 @@ class CVocabularyCommand : public CCommand {
 // the package installs them.
 class CSchemaCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
+    void AddOptions(COptionList& options) override {
         std::vector<std::string> names;
         for (const CommandInfo& info : Commands()) {
             if (info.resultSchema != nullptr) {
                 names.emplace_back(info.name);
             }
         }
-        command
-            .add_option("--json-schema", m_command,
-                        "Print the JSON Schema of COMMAND's --json output instead")
-            ->type_name("COMMAND")
-            ->check(CLI::IsMember(names));
+        options
+            .Value("--json-schema", m_command,
+                   "Print the JSON Schema of COMMAND's --json output instead")
+            .TypeName("COMMAND")
+            .Choices(names);
     }
     bool UsesInstallDir() const override { return false; }
 

@@ -12,23 +12,22 @@ namespace {
 
 class CScapCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
-        command
-            .add_option("--baseline", m_baseline,
-                        "The baseline to express, a YAML file (qnpolicy-baseline(5)); - reads it "
-                        "from standard input")
-            ->type_name("BASELINE")
-            ->required();
-        CLI::Option* tailoring = command.add_flag(
-            "--tailoring", m_bTailoring,
-            "Print the waivers that hold today as an XCCDF tailoring file instead: its profile "
-            "deselects each waived rule");
-        command
-            .add_option("--host", m_host,
-                        "With --tailoring, the host name that decides which waivers apply "
-                        "(default: this machine's)")
-            ->type_name("NAME")
-            ->needs(tailoring);
+    void AddOptions(COptionList& options) override {
+        options
+            .Value("--baseline", m_baseline,
+                   "The baseline to express, a YAML file (qnpolicy-baseline(5)); - reads it "
+                   "from standard input")
+            .TypeName("BASELINE")
+            .Required();
+        options.Flag("--tailoring", m_bTailoring,
+                     "Print the waivers that hold today as an XCCDF tailoring file instead: its "
+                     "profile deselects each waived rule");
+        options
+            .Value("--host", m_host,
+                   "With --tailoring, the host name that decides which waivers apply (default: "
+                   "this machine's)")
+            .TypeName("NAME")
+            .Needs("--tailoring");
     }
 
     // The content names the install directory's policy file; it may be made for another host,

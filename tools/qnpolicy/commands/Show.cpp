@@ -84,35 +84,31 @@ void printLine(std::ostream& out, const std::string& name, const std::string& va
 
 class CShowCommand : public CCommand {
   public:
-    void AddOptions(CLI::App& command) override {
-        command
-            .add_option("FILE", m_files,
-                        "A policy file elsewhere, read as the client would read it in the "
-                        "install directory; - reads standard input")
-            ->type_name("FILE")
-            ->expected(0, 1)
-            ->allow_extra_args(false);
-        command
-            .add_option("SETTING", m_settingWords,
-                        "With --origin, only these settings, each named by its element or its "
-                        "installer abbreviation (a word that names a setting is one; write ./fm "
-                        "for a file named fm)")
-            ->type_name("SETTING");
-        command.add_flag("--origin", m_bOrigin,
-                         "Print where each value comes from: the element that set it "
-                         "(FILE:LINE:COLUMN) or default, every element that contributed, each "
-                         "server's element, what the client ignores and why, and when a change "
-                         "takes effect");
-        command
-            .add_option("--format", m_format,
-                        "text (the default), json (as --json) or flat: one \"ElementName value\" "
-                        "line per setting and per server, nothing else, for comparing hosts")
-            ->type_name("FORMAT")
-            ->check(CLI::IsMember(formats()));
-    }
-
-    std::map<std::string, std::vector<std::string>> OptionChoices() const override {
-        return {{"--format", formats()}};
+    void AddOptions(COptionList& options) override {
+        options
+            .Values("FILE", m_files,
+                    "A policy file elsewhere, read as the client would read it in the install "
+                    "directory; - reads standard input")
+            .TypeName("FILE")
+            .Expected(0, 1)
+            .OneValueEach();
+        options
+            .Values("SETTING", m_settingWords,
+                    "With --origin, only these settings, each named by its element or its "
+                    "installer abbreviation (a word that names a setting is one; write ./fm for "
+                    "a file named fm)")
+            .TypeName("SETTING");
+        options.Flag("--origin", m_bOrigin,
+                     "Print where each value comes from: the element that set it "
+                     "(FILE:LINE:COLUMN) or default, every element that contributed, each "
+                     "server's element, what the client ignores and why, and when a change "
+                     "takes effect");
+        options
+            .Value("--format", m_format,
+                   "text (the default), json (as --json) or flat: one \"ElementName value\" "
+                   "line per setting and per server, nothing else, for comparing hosts")
+            .TypeName("FORMAT")
+            .Choices(formats());
     }
 
     void AdjustSharedOptions(SharedOptions& rOptions) const override {
