@@ -42,13 +42,12 @@ def test_a_setting_becomes_one_installer_argument_or_a_problem(key, value, argum
     assert local_policy.setting_argument(key, value) == (argument, problem)
 
 
-def test_arguments_go_to_generate_one_a_line_and_none_is_the_all_defaults_file():
+def test_arguments_go_to_generate_on_standard_input_one_a_line():
     class Module(object):
         params = dict(lenient=True, allow_unsafe_directory=False)
 
     assert local_policy.generate_options(Module, ['fm=true', 'upal=a;b']) == (
         ['--overwrite', '--lenient', '--args-from', '-'], b'fm=true\nupal=a;b\n')
-    assert local_policy.generate_options(Module, []) == (['--overwrite', '--lenient', '--all-defaults'], None)
 
 
 def test_a_merge_sets_the_given_values_and_unsets_those_given_as_absent():
