@@ -19,6 +19,7 @@ import importlib
 import json
 import os
 import sys
+from pathlib import Path
 
 import yaml
 
@@ -47,26 +48,22 @@ def undocumented(result, documented):
 
 
 def problems(records):
-    """What is wrong with the recorded results: (results checked, problems)."""
+    """What is wrong with the recorded results of the collection's modules: (results checked, problems)."""
+    ours = [record for record in records
+            if record.get('action', '').startswith(PREFIX) and record['status'] != 'skipped']
     found = []
-    checked = 0
-    for record in records:
-        action = record.get('action', '')
-        if action.startswith(PREFIX) and record['status'] != 'skipped':
-            module = action[len(PREFIX):]
-            checked += 1
-            extra = sorted(undocumented(record['result'], documented_keys(module)))
-            if extra:
-                found.append('%s (%s): undocumented keys %s' % (record['task'], module, ', '.join(extra)))
-    return checked, found
+    for record in ours:
+        module = record['action'][len(PREFIX):]
+        extra = sorted(undocumented(record['result'], documented_keys(module)))
+        if extra:
+            found.append('%s (%s): undocumented keys %s' % (record['task'], module, ', '.join(extra)))
+    return len(ours), found
 
 
 def main():
     if len(sys.argv) != 2:
         sys.exit('usage: result_checks.py RECORDS')
-    with open(sys.argv[1]) as handle:
-        records = [json.loads(line) for line in handle]
-    checked, found = problems(records)
+    checked, found = problems(map(json.loads, Path(sys.argv[1]).read_text().splitlines()))
     for problem in found:
         print('FAILED: %s' % problem)
     print('%d passed, %d failed' % (checked - len(found), len(found)))

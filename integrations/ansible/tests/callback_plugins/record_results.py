@@ -1,10 +1,10 @@
 # -*- coding: utf-8 -*-
 # GNU General Public License v3.0+ (see LICENSE or https://www.gnu.org/licenses/gpl-3.0.txt)
 # SPDX-License-Identifier: GPL-3.0-or-later
-"""Records every task result of a playbook run, one JSON object a line, for readme_plays.py.
+"""Records every task result of a playbook run, one JSON object a line, for the test runners.
 
 Enabled with ANSIBLE_CALLBACKS_ENABLED=record_results; the file is RECORD_RESULTS_FILE.
-Each line is {"play", "task", "action", "host", "status", "result"}, status one of ok,
+Each line is {"task", "action", "host", "status", "result"}, status one of ok,
 changed, failed, skipped, unreachable: what the recap counts.
 """
 
@@ -26,15 +26,11 @@ class CallbackModule(CallbackBase):
     def __init__(self):
         super(CallbackModule, self).__init__()
         self.path = os.environ['RECORD_RESULTS_FILE']
-        self.play = None
-
-    def v2_playbook_on_play_start(self, play):
-        self.play = play.get_name()
 
     def record(self, result, status):
         if status == 'ok' and result._result.get('changed'):
             status = 'changed'
-        line = dict(play=self.play, task=result._task.get_name(), action=result._task.action,
+        line = dict(task=result._task.get_name(), action=result._task.action,
                     host=result._host.get_name(), status=status, result=result._result)
         with open(self.path, 'a') as handle:
             handle.write(json.dumps(line, default=str) + '\n')
