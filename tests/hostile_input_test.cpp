@@ -173,9 +173,6 @@ TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
 class CountingMgr : public XmlMgr {
   public:
     void addElement(const std::string& /*name*/) override { ++elements; }
-    void endElement(const std::string& /*name*/) override {}
-    void setElementValue(const std::string& /*value*/) override {}
-    void addAttribute(const std::string& /*name*/, const std::string& /*value*/) override {}
     size_t elements = 0;
 };
 
