@@ -13,7 +13,6 @@
 
 #include "ShellRun.h"
 #include "TestSupport.h"
-#include "XmlLocalQNPolMgrConstants.h"
 
 namespace {
 
@@ -27,26 +26,20 @@ struct ToolRun : qntest::ShellRun {
         : ShellRun(command, "export D='" + quoted(directory) + "'; ") {}
 };
 
-// A generated file as generate writes it, with a hand-ordered one and one with a comment.
-const std::string kRoot =
-    "<QuillnetLocalPolicy xmlns=\"http://schemas.xmlsoap.org/soap/encoding/\" "
-    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-    "xsi:schemaLocation=\"http://schemas.xmlsoap.org/soap/encoding/ QuillnetLocalPolicy.xsd\" "
-    "qnversion=\"" +
-    std::string(qnpolicy::kClientVersion) + "\">\n";
+// A document as generate writes it, with body between the root's tags.
 std::string document(const std::string& body) {
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + kRoot + body +
-           "</QuillnetLocalPolicy>\n";
+    return qntest::kPolicyRootOpen + ">\n" + body + "</QuillnetLocalPolicy>\n";
 }
 
 // Each case: the file before (empty: none), the command, its exit status, and the file after.
 TEST(QnpolicyWriters, SetAndUnsetChangeTheNamedSettingsAndKeepEverythingElse) {
+    const std::string servers =
+        "        <AuthorizedServerList>\n            <ServerName>gw1</ServerName>\n"
+        "        </AuthorizedServerList>\n    </UpdatePolicy>\n";
     const std::string generated = document(
         "    <BypassDownloader>true</BypassDownloader>\n"
-        "    <StrictCertificateTrust>false</StrictCertificateTrust>\n"
-        "    <UpdatePolicy>\n        <AuthorizedServerList>\n"
-        "            <ServerName>gw1</ServerName>\n        </AuthorizedServerList>\n"
-        "    </UpdatePolicy>\n");
+        "    <StrictCertificateTrust>false</StrictCertificateTrust>\n    <UpdatePolicy>\n" +
+        servers);
     const std::string handOrdered = document(
         "    <UpdatePolicy>\n        <AllowScriptUpdatesFromAnyServer>false"
         "</AllowScriptUpdatesFromAnyServer>\n    </UpdatePolicy>\n"
@@ -56,11 +49,10 @@ TEST(QnpolicyWriters, SetAndUnsetChangeTheNamedSettingsAndKeepEverythingElse) {
         "    <!-- pinned by ticket 42 -->\n    <BypassDownloader>true</BypassDownloader>\n");
     const std::vector<std::tuple<std::string, std::string, int, std::string>> cases = {
         {generated, "set sct=true", 0,
-         document("    <BypassDownloader>true</BypassDownloader>\n"
-                  "    <StrictCertificateTrust>true</StrictCertificateTrust>\n"
-                  "    <UpdatePolicy>\n        <AuthorizedServerList>\n"
-                  "            <ServerName>gw1</ServerName>\n        </AuthorizedServerList>\n"
-                  "    </UpdatePolicy>\n")},
+         document(
+             "    <BypassDownloader>true</BypassDownloader>\n"
+             "    <StrictCertificateTrust>true</StrictCertificateTrust>\n    <UpdatePolicy>\n" +
+             servers)},
         {generated, "unset sct upal", 0,
          document("    <BypassDownloader>true</BypassDownloader>\n")},
         {generated, "set fm=TRUE upsu=false", 0,
@@ -68,9 +60,8 @@ TEST(QnpolicyWriters, SetAndUnsetChangeTheNamedSettingsAndKeepEverythingElse) {
                   "    <FipsMode>true</FipsMode>\n"
                   "    <StrictCertificateTrust>false</StrictCertificateTrust>\n"
                   "    <UpdatePolicy>\n        <AllowSoftwareUpdatesFromAnyServer>false"
-                  "</AllowSoftwareUpdatesFromAnyServer>\n        <AuthorizedServerList>\n"
-                  "            <ServerName>gw1</ServerName>\n        </AuthorizedServerList>\n"
-                  "    </UpdatePolicy>\n")},
+                  "</AllowSoftwareUpdatesFromAnyServer>\n" +
+                  servers)},
         {handOrdered, "set sct=true upscr=true", 0,
          document("    <UpdatePolicy>\n        <AllowScriptUpdatesFromAnyServer>true"
                   "</AllowScriptUpdatesFromAnyServer>\n    </UpdatePolicy>\n"
@@ -80,9 +71,7 @@ TEST(QnpolicyWriters, SetAndUnsetChangeTheNamedSettingsAndKeepEverythingElse) {
         {commented, "set --force sct=true", 0,
          document("    <BypassDownloader>true</BypassDownloader>\n"
                   "    <StrictCertificateTrust>true</StrictCertificateTrust>\n")},
-        {"", "unset sct", 0,
-         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" +
-             std::string(kRoot).insert(kRoot.size() - 2, "/")},
+        {"", "unset sct", 0, qntest::kPolicyRootOpen + "/>\n"},
         {"<!DOCTYPE x><QuillnetLocalPolicy/>", "set sct=true", 2,
          "<!DOCTYPE x><QuillnetLocalPolicy/>"},
         {"<QuillnetLocalPolicy>", "unset sct", 2, "<QuillnetLocalPolicy>"},
@@ -117,11 +106,9 @@ TEST(QnpolicyWriters, ReportTheEffectiveChangesAndStayIdempotent) {
     ASSERT_EQ(unset.status, 0) << unset.err;
     const Json report = unset.json();
     EXPECT_EQ(report.at("result"), "written");
-    std::string changed;
-    for (const Json& change : report.at("changes")) {
-        changed += change.at("setting").get<std::string>() + " ";
-    }
-    EXPECT_EQ(changed, "StrictCertificateTrust RestrictServerCertStore ");
+    ASSERT_EQ(report.at("changes").size(), 2U);
+    EXPECT_EQ(report.at("changes").at(0).at("setting"), "StrictCertificateTrust");
+    EXPECT_EQ(report.at("changes").at(1).at("setting"), "RestrictServerCertStore");
     EXPECT_EQ(report.at("dropped").size(), 1U);
     const ToolRun again("$Q unset rsc --json --install-dir $D", dir.path());
     EXPECT_EQ(again.status, 0) << again.err;

@@ -6,11 +6,12 @@
 // built binary (exported, so that editors and scripts the run starts find it too), standard
 // input is empty unless the script redirects it. Every JSON object a run prints with --json is
 // validated, when the suite ends, against the JSON Schema the build publishes for its
-// subcommand.
+// subcommand (the subcommands without one print none).
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -55,22 +56,20 @@ struct ShellRun {
     std::string err;
 
   private:
-    // Keeps the output of a --json run of a subcommand whose output reached standard output
-    // whole (schema prints no JSON object: its --json is refused).
+    // Keeps the output of a --json run whose output reached standard output whole, under its
+    // subcommand: the first word for which the build publishes a schema.
     void keepJson(const std::string& script) const {
-        static const char* const kSubcommands[] = {
-            "generate", "set", "unset", "show", "check", "diff", "comply", "vocabulary", "schema"};
         std::istringstream split(script);
         bool bJson = false;
         std::string subcommand;
         for (std::string word; split >> word;) {
             bJson = bJson || word == "--json";
-            for (const char* name : kSubcommands) {
-                subcommand = subcommand.empty() && word == name ? name : subcommand;
+            if (subcommand.empty() &&
+                std::filesystem::exists(QN_JSON_SCHEMA_DIR "/qnpolicy-" + word + ".schema.json")) {
+                subcommand = word;
             }
         }
-        if (bJson && !subcommand.empty() && subcommand != "schema" &&
-            script.find(">/dev/full") == std::string::npos &&
+        if (bJson && !subcommand.empty() && script.find(">/dev/full") == std::string::npos &&
             script.find('|') == std::string::npos) {
             jsonOutputs().emplace_back(subcommand, out);
         }
