@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The policy record, the installer vocabulary and the settings catalogue: defaults, each
 // setter reaching exactly its own getter, the exclude group masks, reset and copies; the
-// vocabulary rows; the catalogue's agreement with the record and the vocabulary, and its
-// lookup. (How the caching options combine is checked through documents in
-// policy_reader_test, how values are matched against a row through generation in
-// policy_generation_test.)
+// vocabulary rows; the catalogue's agreement with the record. (How the caching options combine
+// is checked through documents in policy_reader_test, how values are matched against a row
+// through generation in policy_generation_test, the documented defaults against what the reader
+// leaves in policy_documents_test.)
 //
 // Records are compared whole through qntest::summarize: "version length:version|a digit per
 // flag of kPolicyFlags|caching text|tunnel option|exclude mask|servers".
@@ -124,19 +124,6 @@ TEST(PolicyVocabulary, HoldsTheInstallerRowsOfTheModel) {
     EXPECT_EQ(vocabularyRows(), expected);
 }
 
-// The documented defaults, which come from a new record: every update permission allows updates
-// from any server, the server rows have none, every other setting is off.
-TEST(SettingsCatalogue, DocumentedDefaultsAreTheNewRecordsValues) {
-    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-        const bool bServers = row.kind == LocalPolicySettingKind::SERVER_LIST ||
-                              row.kind == LocalPolicySettingKind::SERVER_NAME;
-        const char* expected = bServers                                                ? ""
-                               : row.kind == LocalPolicySettingKind::UPDATE_PERMISSION ? "true"
-                                                                                       : "false";
-        EXPECT_EQ(LocalPolicyDefaultText(row), expected) << row.element;
-    }
-}
-
 // The accessors the reader calls are the record's own for that element (the shared model's),
 // and an exclusion's mask is the group its getter tests.
 TEST(SettingsCatalogue, RowsUseTheRecordAccessorsOfTheirElement) {
@@ -156,23 +143,6 @@ TEST(SettingsCatalogue, RowsUseTheRecordAccessorsOfTheirElement) {
         I record;
         record.ExcludeCertStores(row->excludeMask);
         EXPECT_TRUE((record.*row->getter)()) << store.element;
-    }
-}
-
-// The lookup finds each row by its exact name and nothing else: not the structural elements,
-// not a name in another case, cut short or padded.
-TEST(SettingsCatalogue, LookupFindsEachRowByItsExactNameOnly) {
-    for (const LocalPolicySettingInfo& row : LocalPolicySettings()) {
-        EXPECT_EQ(FindLocalPolicySetting(row.element), &row) << row.element;
-        for (const std::string& near :
-             {row.element.substr(1), row.element.substr(0, row.element.size() - 1),
-              row.element + " ",
-              std::string(1, static_cast<char>(row.element[0] ^ 0x20)) + row.element.substr(1)}) {
-            EXPECT_EQ(FindLocalPolicySetting(near), nullptr) << near;
-        }
-    }
-    for (const char* structural : {"QuillnetLocalPolicy", "UpdatePolicy", ""}) {
-        EXPECT_EQ(FindLocalPolicySetting(structural), nullptr) << structural;
     }
 }
 

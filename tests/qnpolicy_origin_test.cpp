@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "MessageText.h"
@@ -49,60 +49,52 @@ std::string document(const std::string& children) {
 
 // Each document gives each named setting exactly this value, origin and contributors.
 TEST(EffectivePolicy, GivesEachSettingItsValueOriginAndContributingElements) {
-    // The children of the root (from line 2 on), a setting, what it is given.
-    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
-        {"<BypassDownloader>true</BypassDownloader>", "FipsMode", "false@default"},
-        {"<BypassDownloader>true</BypassDownloader>", "BypassDownloader", "true@2:1 sets@2:1"},
-        // A later duplicate wins.
+    // The children of the root (from line 2 on), each setting named and what it is given.
+    const std::vector<std::pair<std::string, std::map<std::string, std::string>>> cases = {
+        // A later duplicate wins; what the document does not state is the default.
         {"<EnableCRLCheck>true</EnableCRLCheck>\n  <EnableCRLCheck>false</EnableCRLCheck>",
-         "EnableCRLCheck", "false@3:3 overridden@2:1 sets@3:3"},
+         {{"EnableCRLCheck", "false@3:3 overridden@2:1 sets@3:3"}, {"FipsMode", "false@default"}}},
         // A restricted server store raises strict trust, over what the file says or with it.
         {"<StrictCertificateTrust>false</StrictCertificateTrust>\n"
          "<RestrictServerCertStore>true</RestrictServerCertStore>",
-         "StrictCertificateTrust", "true@3:1 overridden@2:1 forces(RestrictServerCertStore)@3:1"},
-        {"<RestrictServerCertStore>true</RestrictServerCertStore>", "StrictCertificateTrust",
-         "true@2:1 forces(RestrictServerCertStore)@2:1"},
+         {{"StrictCertificateTrust",
+           "true@3:1 overridden@2:1 forces(RestrictServerCertStore)@3:1"}}},
+        {"<RestrictServerCertStore>true</RestrictServerCertStore>",
+         {{"StrictCertificateTrust", "true@2:1 forces(RestrictServerCertStore)@2:1"}}},
         {"<StrictCertificateTrust>false</StrictCertificateTrust>\n"
          "<RestrictServerCertStore>false</RestrictServerCertStore>",
-         "StrictCertificateTrust", "false@2:1 sets@2:1"},
+         {{"StrictCertificateTrust", "false@2:1 sets@2:1"}}},
         // Caching options add up; false clears the lists before it.
         {"<RestrictPreferenceCaching>Credentials</RestrictPreferenceCaching>\n"
          "<RestrictPreferenceCaching>Thumbprints</RestrictPreferenceCaching>",
-         "RestrictPreferenceCaching", "Credentials,Thumbprints@3:1 sets@2:1 adds@3:1"},
+         {{"RestrictPreferenceCaching", "Credentials,Thumbprints@3:1 sets@2:1 adds@3:1"}}},
         {"<RestrictPreferenceCaching>Credentials</RestrictPreferenceCaching>\n"
          "<RestrictPreferenceCaching>All</RestrictPreferenceCaching>\n"
          "<RestrictPreferenceCaching>Thumbprints,false</RestrictPreferenceCaching>",
-         "RestrictPreferenceCaching", "none@4:1 overridden@2:1 overridden@3:1 sets@4:1"},
+         {{"RestrictPreferenceCaching", "none@4:1 overridden@2:1 overridden@3:1 sets@4:1"}}},
         // What the reader reads but does not apply changes nothing.
         {"<ExcludePemFileCertStore>true</ExcludePemFileCertStore>\n"
-         "<ExcludePemFileCertStore>false</ExcludePemFileCertStore>",
-         "ExcludePemFileCertStore", "true@2:1 sets@2:1 unchanged@3:1"},
-        {"<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols>\n"
+         "<ExcludePemFileCertStore>false</ExcludePemFileCertStore>\n"
+         "<RestrictTunnelProtocols>ipsec</RestrictTunnelProtocols>\n"
          "<RestrictTunnelProtocols>TLS</RestrictTunnelProtocols>",
-         "RestrictTunnelProtocols", "ipsec@2:1 sets@2:1 unchanged@3:1"},
-        // An update permission counts only inside its section.
+         {{"ExcludePemFileCertStore", "true@2:1 sets@2:1 unchanged@3:1"},
+          {"RestrictTunnelProtocols", "ipsec@4:1 sets@4:1 unchanged@5:1"}}},
+        // An update permission counts only inside its section; each list that counts adds its
+        // servers.
         {"<AllowHelpUpdatesFromAnyServer>false</AllowHelpUpdatesFromAnyServer>\n"
          "<UpdatePolicy><AllowScriptUpdatesFromAnyServer>false</AllowScriptUpdatesFromAnyServer>"
-         "</UpdatePolicy>",
-         "AllowHelpUpdatesFromAnyServer", "true@default"},
-        {"<AllowHelpUpdatesFromAnyServer>false</AllowHelpUpdatesFromAnyServer>\n"
-         "<UpdatePolicy><AllowScriptUpdatesFromAnyServer>false</AllowScriptUpdatesFromAnyServer>"
-         "</UpdatePolicy>",
-         "AllowScriptUpdatesFromAnyServer", "false@3:15 sets@3:15"},
-        // Each list that counts adds its servers.
-        {"<UpdatePolicy><AuthorizedServerList><ServerName>a</ServerName></AuthorizedServerList>\n"
+         "<AuthorizedServerList><ServerName>a</ServerName></AuthorizedServerList>\n"
          "<AuthorizedServerList><ServerName>b</ServerName></AuthorizedServerList></UpdatePolicy>",
-         "AuthorizedServerList", "@3:1 sets@2:15 adds@3:1"},
-        // FIPS mode read before an error is off, as the client holds it.
-        {"<FipsMode>true</FipsMode>\n<BypassDownloader>true</BypassDownloader>\n<Bypass",
-         "FipsMode", "false@default overridden@2:1"},
-        {"<FipsMode>true</FipsMode>\n<BypassDownloader>true</BypassDownloader>\n<Bypass",
-         "BypassDownloader", "true@3:1 sets@3:1"},
+         {{"AllowHelpUpdatesFromAnyServer", "true@default"},
+          {"AllowScriptUpdatesFromAnyServer", "false@3:15 sets@3:15"},
+          {"AuthorizedServerList", "@4:1 sets@3:87 adds@4:1"}}},
     };
-    for (const auto& [children, element, expected] : cases) {
+    for (const auto& [children, settings] : cases) {
         const std::string text = document(children);
         const EffectivePolicy policy = ReadEffectivePolicyBytes(text, "p.xml", false);
-        EXPECT_EQ(originOf(policy, element), expected) << element << " in\n" << text;
+        for (const auto& [element, expected] : settings) {
+            EXPECT_EQ(originOf(policy, element), expected) << element << " in\n" << text;
+        }
     }
 }
 

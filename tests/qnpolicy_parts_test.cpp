@@ -379,7 +379,6 @@ TEST(NameSuggestion, SuggestsTheClosestCandidateWithinItsTolerance) {
         EXPECT_EQ(qnpolicy::SuggestName(text, names), expected) << text;
     }
     EXPECT_EQ(qnpolicy::EditDistance("kitten", "sitting"), 3U);
-    EXPECT_EQ(qnpolicy::DidYouMean("FipMode", names), " Did you mean \"FipsMode\"?");
 }
 
 }  // namespace
