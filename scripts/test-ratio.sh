@@ -23,11 +23,14 @@ py_code=$(grep -vE '(^|/)tests/' <<<"$py" | count)
 
 tests=$((cpp_tests + py_tests))
 code=$((cpp_code + py_code))
-share=$((100 * tests / code))
+# In tenths of a percent, rounded down, so that 35.2% is printed as such and is above 35%.
+tenths=$((1000 * tests / code))
 printf 'C++:    %6d test lines, %6d code lines\n' "$cpp_tests" "$cpp_code"
 printf 'Python: %6d test lines, %6d code lines\n' "$py_tests" "$py_code"
-printf 'tests are %d%% of the code (%d of %d); the house aims at 25-35%%\n' "$share" "$tests" "$code"
-if [ "${1:-}" = "--check" ] && { [ "$share" -lt 25 ] || [ "$share" -gt 35 ]; }; then
+printf 'tests are %d.%d%% of the code (%d of %d); the house aims at 25-35%%\n' \
+    $((tenths / 10)) $((tenths % 10)) "$tests" "$code"
+if [ "${1:-}" = "--check" ] && { [ $((100 * tests)) -lt $((25 * code)) ] ||
+    [ $((100 * tests)) -gt $((35 * code)) ]; }; then
     echo "test-ratio: outside 25-35%" >&2
     exit 1
 fi
