@@ -185,8 +185,13 @@ TEST(PolicyDocuments, TheDocumentedInstallerValuesAreTheOnesTheCheckAccepts) {
                       bApplied ? value : LocalPolicyDefaultText(row))
                 << value;
         }
-        const qnpolicy::ArgumentCheck other = check(row.abbreviation + "=maybe");
-        EXPECT_EQ(other.accepted.size(), row.allowedValues.empty() ? 1U : 0U);
+        // Another word, or an allowed value with a letter more, is refused.
+        const std::string longer = (row.allowedValues.empty() ? "" : row.allowedValues[0]) + "s";
+        for (const std::string& other : {std::string("maybe"), longer}) {
+            EXPECT_EQ(check(row.abbreviation + "=" + other).accepted.size(),
+                      row.allowedValues.empty() ? 1U : 0U)
+                << other;
+        }
     }
 }
 
