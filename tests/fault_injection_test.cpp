@@ -86,34 +86,24 @@ class Armed {
 // and __real_call reaches the C library's.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_openat(int dirFd, const char* path, int flags, ...);
 int __real_close(int fd);
 
-// The mode argument is there only when the file may be created.
-static bool takesMode(int flags) {
-    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-}
-int __wrap_open(const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = static_cast<mode_t>(va_arg(arguments, int));
-        va_end(arguments);
+// open and openat: the mode argument is there only when the file may be created.
+#define QN_WRAP_OPEN(call, parameters, arguments)                         \
+    int __real_##call parameters;                                         \
+    int __wrap_##call parameters {                                        \
+        mode_t mode = 0;                                                  \
+        if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) { \
+            va_list more;                                                 \
+            va_start(more, flags);                                        \
+            mode = static_cast<mode_t>(va_arg(more, int));                \
+            va_end(more);                                                 \
+        }                                                                 \
+        return intercept(#call) ? -1 : __real_##call arguments;           \
     }
-    return intercept("open") ? -1 : __real_open(path, flags, mode);
-}
-int __wrap_openat(int dirFd, const char* path, int flags, ...) {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = static_cast<mode_t>(va_arg(arguments, int));
-        va_end(arguments);
-    }
-    return intercept("openat") ? -1 : __real_openat(dirFd, path, flags, mode);
-}
+QN_WRAP_OPEN(open, (const char* path, int flags, ...), (path, flags, mode))
+QN_WRAP_OPEN(openat, (int dirFd, const char* path, int flags, ...), (dirFd, path, flags, mode))
+#undef QN_WRAP_OPEN
 // A call of fixed arguments: failed when the plan says so, else passed to the C library.
 #define QN_WRAP(result, call, parameters, arguments)            \
     result __real_##call parameters;                            \
