@@ -56,6 +56,7 @@ M = [
  ("wr-owner", "vpn/Common/Xml/AtomicFileReplace.cpp", "const bool bRoot = ::geteuid() == 0;", "const bool bRoot = false;"),
  ("wr-acl", "vpn/Common/Xml/AtomicFileReplace.cpp", "if (::fremovexattr(fd, \"system.posix_acl_access\") != 0 && errno != ENODATA &&", "if (false &&"),
  ("wr-rename", "vpn/Common/Xml/AtomicFileReplace.cpp", "if (::renameat(dirFd, temporaryName.c_str(), dirFd, baseName.c_str()) != 0) {", "if (false) {"),
+ ("wr-short", "vpn/Common/Xml/AtomicFileReplace.cpp", "        data += written;\n", "        return true;\n"),
  ("sys-cannot-tell", "vpn/include/sysutils.cpp", "return errno != ENOENT && errno != ENOTDIR;", "return false;"),
  ("px-stream-limit", "vpn/Common/Xml/XmlParser.cpp", "explicit Source(int fd) : m_fd(fd), m_limit(kMaxStreamBytes), m_bStream(true) {}", "explicit Source(int fd) : m_fd(fd), m_limit(~size_t{0} - 1), m_bStream(true) {}"),
  ("px-regular", "vpn/Common/Xml/XmlParser.cpp", "if (!S_ISREG(info.st_mode)) {", "if (S_ISDIR(info.st_mode)) {"),
