@@ -203,23 +203,17 @@ TEST(Baseline, JudgesTheEffectivePolicyWithOriginsAndWaiversAndAnnouncesTheirEnd
          "AuthorizedServerList=fail(gw1.example.com,rogue.example.net@8 unexpected "
          "rogue.example.net@9)",
          false, 0},
-        {trustOff, "web-1", {2027, 3, 20}, "StrictCertificateTrust=fail(false@3)", false, 0},
+        {trustOff, "web-1", CalendarDay{2027, 3, 20}, "StrictCertificateTrust=fail(false@3)", false,
+         0},
         // The host-scoped waiver: on a lab host, through its last day, and not after it;
         // announced from 14 days before.
-        {trustOff,
-         "LAB-7",
-         {2027, 3, 16},
-         "StrictCertificateTrust=waived(until 2027-03-31)",
-         true,
+        {trustOff, "LAB-7", CalendarDay{2027, 3, 16},
+         "StrictCertificateTrust=waived(until 2027-03-31)", true, 0},
+        {compliant, "lab-7", CalendarDay{2027, 3, 17}, "", true, 1},
+        {trustOff, "lab-7", CalendarDay{2027, 3, 31},
+         "StrictCertificateTrust=waived(until 2027-03-31)", true, 1},
+        {trustOff, "lab-7", CalendarDay{2027, 4, 1}, "StrictCertificateTrust=fail(false@3)", false,
          0},
-        {compliant, "lab-7", {2027, 3, 17}, "", true, 1},
-        {trustOff,
-         "lab-7",
-         {2027, 3, 31},
-         "StrictCertificateTrust=waived(until 2027-03-31)",
-         true,
-         1},
-        {trustOff, "lab-7", {2027, 4, 1}, "StrictCertificateTrust=fail(false@3)", false, 0},
         // No file: the defaults.
         {policy(""), "web-1", before,
          "FipsMode=fail(false@default) StrictCertificateTrust=fail(false@default) "
