@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # The static checks: every tracked C++ file formatted as .clang-format says, every source file
-# with its SPDX licence line (scripts/spdx-headers.sh adds missing ones), and clang-tidy with
-# the checked-in .clang-tidy over the library and the tool, using the compile commands of a
-# configured build directory. Exits non-zero at the first check that is not clean.
+# with its SPDX licence line (scripts/spdx-headers.sh adds missing ones), tests a quarter to a
+# third of the code (scripts/test-ratio.sh), and clang-tidy with the checked-in .clang-tidy over
+# the library and the tool, using the compile commands of a configured build directory. Exits
+# non-zero at the first check that is not clean.
 #
 #   scripts/lint.sh [BUILD_DIR]     default build (cmake --preset default configures it)
 set -euo pipefail
@@ -25,6 +26,9 @@ if [ -n "$missing" ]; then
     echo "lint: these files have no SPDX licence line; scripts/spdx-headers.sh adds it" >&2
     exit 1
 fi
+
+echo "test share: tests are 25-35% of the code"
+bash scripts/test-ratio.sh --check
 
 echo "clang-tidy: vpn/ and tools/"
 # Two processes: the machines this runs on have two cores. The count of suppressed warnings
