@@ -91,7 +91,7 @@ M = [
  ("gen-crlf", "tools/qnpolicy/commands/GenerateInputs.cpp", "if (end < content.size() && !line.empty() && line.back() == '\\r') {", "if (false) {"),
  ("doc-tunnel-texts", "vpn/Common/Xml/LocalPolicyKinds.cpp", "                       : LocalPolicyAppliedTunnelTexts();", "                       : row.allowedValues;"),
  ("px-changed", "vpn/Common/Xml/XmlParser.cpp", "const std::string changed = bFinal ? source.changedWhileRead() : std::string();", "const std::string changed;"),
- ("sp-separator", "vpn/Common/Utility/StoragePath.cpp", "return (last == std::string::npos ? std::string() : path.substr(0, last + 1)) + '/';", "return path;"),
+ ("sp-separator", "vpn/Common/Utility/StoragePath.cpp", "    const std::string::size_type last = path.find_last_not_of('/');\n    return (last == std::string::npos ? std::string() : path.substr(0, last + 1)) + '/';", "    return path;"),
  ("log-line", "vpn/Common/Xml/XmlLocalQNPolMgr.cpp", "CAppLog::LogDebugMessage(\"LoadLocalQuillnetPolicy\", kModuleSource, __LINE__,", "CAppLog::LogDebugMessage(\"LoadLocalQuillnetPolicy\", kModuleSource, __LINE__ + 2,"),
  ("ck-strict", "vpn/Common/Xml/LocalPolicyDocument.cpp", "if (options.bStrict && servers.empty()) {", "if (false) {"),
  ("ck-applied", "vpn/Common/Xml/LocalPolicyDocument.cpp", "argument.value = options.bAppliedSpelling ? AppliedSpelling(setting, value) : value;", "argument.value = value;"),
