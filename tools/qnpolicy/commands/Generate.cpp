@@ -361,10 +361,14 @@ class CGenerateCommand : public CCommand {
 };
 
 void CGenerateCommand::AddOptions(COptionList& options) {
-    if (m_eMode == WriterMode::EDIT) {
+    // Every writer takes it; edit takes nothing else.
+    const auto allowUnsafeDirectory = [this, &options] {
         options.Flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
                      "Write even where check reports the path unsafe (a directory or link on the "
                      "way that others own or can write)");
+    };
+    if (m_eMode == WriterMode::EDIT) {
+        allowUnsafeDirectory();
         return;
     }
     if (!editsFile()) {
@@ -388,9 +392,7 @@ void CGenerateCommand::AddOptions(COptionList& options) {
                      "Write a document that sets nothing, so that the client applies every "
                      "default; takes no ABBREV=VALUE");
     }
-    options.Flag("--allow-unsafe-directory", m_bAllowUnsafeDirectory,
-                 "Write even where check reports the path unsafe (a directory or link on the "
-                 "way that others own or can write)");
+    allowUnsafeDirectory();
     OptionDecl& argsFrom =
         options
             .Value("--args-from", m_argsFrom,
